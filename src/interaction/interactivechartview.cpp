@@ -1,0 +1,71 @@
+#include "interactivechartview.h"
+
+#include "chartinteractionmode.h"
+
+#include <QMouseEvent>
+
+InteractiveChartView::InteractiveChartView(QChart *chart, QWidget *parent)
+    : QChartView(chart, parent)
+{
+}
+
+InteractiveChartView::~InteractiveChartView()
+{
+    delete m_mode;
+}
+
+void InteractiveChartView::setInteractionMode(ChartInteractionMode *mode)
+{
+    ChartInteractionMode *previous = m_mode;
+    m_mode = mode;
+    delete previous;
+}
+
+void InteractiveChartView::clearInteractionMode()
+{
+    setInteractionMode(nullptr);
+}
+
+QPointF InteractiveChartView::mapToChartValue(const QPoint &viewPos) const
+{
+    return chart()->mapToValue(mapToScene(viewPos));
+}
+
+QPointF InteractiveChartView::mapToChartValue(const QPoint &viewPos, QAbstractSeries *series) const
+{
+    return chart()->mapToValue(mapToScene(viewPos), series);
+}
+
+QPoint InteractiveChartView::mapFromChartValue(const QPointF &value) const
+{
+    return mapFromScene(chart()->mapToPosition(value));
+}
+
+QPoint InteractiveChartView::mapFromChartValue(const QPointF &value, QAbstractSeries *series) const
+{
+    return mapFromScene(chart()->mapToPosition(value, series));
+}
+
+void InteractiveChartView::mousePressEvent(QMouseEvent *event)
+{
+    if (m_mode)
+        m_mode->handleMousePress(this, event);
+    else
+        QChartView::mousePressEvent(event);
+}
+
+void InteractiveChartView::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_mode)
+        m_mode->handleMouseMove(this, event);
+    else
+        QChartView::mouseMoveEvent(event);
+}
+
+void InteractiveChartView::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (m_mode)
+        m_mode->handleMouseRelease(this, event);
+    else
+        QChartView::mouseReleaseEvent(event);
+}

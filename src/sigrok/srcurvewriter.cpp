@@ -1,0 +1,192 @@
+#include "srcurvewriter.h"
+
+#include "srarchive.h"
+#include "srini.h"
+#include "srreadercache.h"
+#include "zipreplace.h"
+
+#include <glib.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+namespace vornsr {
+
+namespace {
+
+constexpr size_t MAX_NAME_BYTES = 127; // what the reader's info record can carry
+
+struct KeyFileDeleter { void operator()(GKeyFile *f) const { g_key_file_free(f); } };
+struct StrvDeleter { void operator()(gchar **v) const { g_strfreev(v); } };
+struct ZipDiscarder { void operator()(zip_t *z) const { zip_discard(z); } };
+
+bool checkCurve(const CurveData &curve, std::string &error)
+{
+    if (curve.name.empty() || curve.name.size() > MAX_NAME_BYTES) {
+        error = "curve name must have 1 to 127 bytes";
+        return false;
+    }
+    if (!g_utf8_validate(curve.name.data(), static_cast<gssize>(curve.name.size()), nullptr)
+        || !g_utf8_validate(curve.unit.data(), static_cast<gssize>(curve.unit.size()), nullptr)) {
+        error = "curve name or unit is not UTF-8";
+        return false;
+    }
+    if (!std::isfinite(curve.sampleInterval) || !std::isfinite(curve.startTime)) {
+        error = "curve '" + curve.name + "' has no finite start time and interval";
+        return false;
+    }
+    if (curve.sampleCount > UINT64_MAX / sizeof(double) || (curve.sampleCount > 0 && !curve.samples)) {
+        error = "curve '" + curve.name + "' has no samples";
+        return false;
+    }
+    return true;
+}
+
+bool readMember(zip_t *zip, const char *name, std::string &text, std::string &error)
+{
+    zip_stat_t st;
+    if (zip_stat(zip, name, 0, &st) != 0)
+        return true; // absent: empty
+    if (st.size > (1u << 20)) {
+        error = std::string("member ") + name + " too large";
+        return false;
+    }
+    text.assign(st.size, '\0');
+    zip_file_t *file = zip_fopen_index(zip, st.index, 0);
+    const bool ok = file && zip_fread(file, &text[0], st.size) == static_cast<zip_int64_t>(st.size);
+    if (file)
+        zip_fclose(file);
+    if (!ok)
+        error = std::string("member ") + name + " unreadable";
+    return ok;
+}
+
+void setCurveKeys(GKeyFile *file, const char *group, const CurveData &curve)
+{
+    g_key_file_set_string(file, group, "name", curve.name.c_str());
+    g_key_file_set_string(file, group, "unit", curve.unit.c_str());
+    g_key_file_set_value(file, group, "samples", std::to_string(curve.sampleCount).c_str());
+    g_key_file_set_value(file, group, "start", formatDouble(curve.startTime).c_str());
+    g_key_file_set_value(file, group, "interval", formatDouble(curve.sampleInterval).c_str());
+}
+
+// Puts data under name, replacing a member of that name if there is one.
+bool putMember(zip_t *zip, const std::string &name, const void *data, uint64_t size, std::string &error)
+{
+    zip_source_t *source = zip_source_buffer(zip, data, size, 0);
+    if (!source || zip_file_add(zip, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
+        error = std::string("cannot store ") + name + ": " + zip_strerror(zip);
+        if (source)
+            zip_source_free(source);
+        return false;
+    }
+    return true;
+}
+
+bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
+{
+    const zip_int64_t index = zip_name_locate(zip, name.c_str(), 0);
+    if (index >= 0 && zip_delete(zip, static_cast<zip_uint64_t>(index)) != 0) {
+        error = std::string("cannot delete ") + name + ": " + zip_strerror(zip);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
+                   const std::vector<CurveData> &curves, std::string &error)
+{
+    for (const CurveData &curve : curves) {
+        if (!checkCurve(curve, error))
+            return false;
+    }
+    // Only a capture we can read completely is touched.
+    if (!SrArchive::open(path, error))
+        return false;
+    std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(path, error));
+    if (!zip)
+        return false;
+
+    std::string oldText;
+    if (!readMember(zip.get(), CURVE_METADATA_MEMBER, oldText, error))
+        return false;
+    std::unique_ptr<GKeyFile, KeyFileDeleter> meta(g_key_file_new());
+    if (!oldText.empty()
+        && !g_key_file_load_from_data(meta.get(), oldText.data(), oldText.size(),
+                                      static_cast<GKeyFileFlags>(G_KEY_FILE_KEEP_COMMENTS), nullptr)) {
+        error = std::string(CURVE_METADATA_MEMBER) + " unreadable";
+        return false;
+    }
+
+    std::vector<bool> placed(curves.size(), false);
+    bool changed = false;
+    uint64_t highest = 0;
+    std::unique_ptr<gchar *, StrvDeleter> groups(g_key_file_get_groups(meta.get(), nullptr));
+    for (gchar **group = groups.get(); *group; ++group) {
+        const std::string section = *group;
+        uint64_t number = 0;
+        if (section.compare(0, 6, "curve ") != 0 || !parseUnsigned(section.substr(6), number))
+            continue;
+        highest = std::max(highest, number);
+        gchar *raw = g_key_file_get_string(meta.get(), *group, "name", nullptr);
+        const std::string name = raw ? raw : "";
+        g_free(raw);
+        if (std::find(remove.begin(), remove.end(), name) == remove.end())
+            continue;
+        changed = true;
+        const auto replacement = std::find_if(curves.begin(), curves.end(), [&](const CurveData &c) {
+            return c.name == name;
+        });
+        const size_t r = static_cast<size_t>(replacement - curves.begin());
+        if (replacement != curves.end() && !placed[r]) {
+            placed[r] = true;
+            setCurveKeys(meta.get(), *group, *replacement);
+            if (!putMember(zip.get(), curveMemberName(number), replacement->samples,
+                           replacement->sampleCount * sizeof(double), error))
+                return false;
+        } else {
+            g_key_file_remove_group(meta.get(), *group, nullptr);
+            if (!deleteMember(zip.get(), curveMemberName(number), error))
+                return false;
+        }
+    }
+    for (size_t i = 0; i < curves.size(); ++i) {
+        if (placed[i])
+            continue;
+        changed = true;
+        const uint64_t number = ++highest;
+        const std::string group = "curve " + std::to_string(number);
+        setCurveKeys(meta.get(), group.c_str(), curves[i]);
+        if (!putMember(zip.get(), curveMemberName(number), curves[i].samples,
+                       curves[i].sampleCount * sizeof(double), error))
+            return false;
+    }
+    if (!changed)
+        return true;
+
+    gsize length = 0;
+    std::unique_ptr<gchar, decltype(&g_free)> text(g_key_file_to_data(meta.get(), &length, nullptr), g_free);
+    gsize groupCount = 0;
+    g_strfreev(g_key_file_get_groups(meta.get(), &groupCount));
+    if (groupCount == 0) {
+        if (!deleteMember(zip.get(), CURVE_METADATA_MEMBER, error))
+            return false;
+    } else if (!putMember(zip.get(), CURVE_METADATA_MEMBER, text.get(), length, error)) {
+        return false;
+    }
+
+    zip_t *raw = zip.release();
+    if (zip_close(raw) != 0) {
+        error = std::string("cannot write file: ") + zip_strerror(raw);
+        zip_discard(raw);
+        return false;
+    }
+    dropCachedArchive();
+    return true;
+}
+
+} // namespace vornsr

@@ -1,0 +1,30 @@
+#ifndef VORN_SRCURVEWRITER_H
+#define VORN_SRCURVEWRITER_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vornsr {
+
+// A curve to store beside the capture; the samples are borrowed until the call returns.
+struct CurveData
+{
+    std::string name;
+    std::string unit;
+    double sampleInterval = 0.0;
+    double startTime = 0.0;
+    const double *samples = nullptr;
+    uint64_t sampleCount = 0;
+};
+
+// Takes out every stored curve whose name is in `remove`, then stores `curves`; a curve that
+// replaces one of the same name keeps its place. Every member of the capture stays
+// byte-identical, and the file is replaced atomically or not at all. When nothing would change,
+// the file is not written.
+bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
+                   const std::vector<CurveData> &curves, std::string &error);
+
+} // namespace vornsr
+
+#endif

@@ -1,0 +1,93 @@
+#include "waveform_sigrok.h"
+
+#include "srarchive.h"
+#include "srreadercache.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+using vornsr::Channel;
+using vornsr::SrArchive;
+
+namespace {
+
+thread_local std::string lastError;
+
+int fail(const std::string &reason)
+{
+    lastError = reason;
+    return -1;
+}
+
+// Copies text into a fixed field without cutting a UTF-8 sequence in half.
+void copyUtf8(char *field, size_t fieldSize, const std::string &text)
+{
+    size_t n = std::min(text.size(), fieldSize - 1);
+    if (n < text.size()) {
+        while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80)
+            --n;
+    }
+    std::memcpy(field, text.data(), n);
+    std::memset(field + n, 0, fieldSize - n);
+}
+
+} // namespace
+
+extern "C" {
+
+int sigrok_read_waveform_count(const char *path, int32_t *count)
+{
+    if (!path || !count)
+        return fail("invalid argument");
+    std::string error;
+    const auto archive = vornsr::cachedArchive(path, error);
+    if (!archive)
+        return fail(error);
+    if (archive->channels().size() > INT32_MAX)
+        return fail("too many waveforms");
+    *count = static_cast<int32_t>(archive->channels().size());
+    return 0;
+}
+
+int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWaveformInfo *info)
+{
+    if (!path || !info)
+        return fail("invalid argument");
+    std::string error;
+    const auto archive = vornsr::cachedArchive(path, error);
+    if (!archive)
+        return fail(error);
+    if (index < 0 || static_cast<size_t>(index) >= archive->channels().size())
+        return fail("no waveform " + std::to_string(index));
+    const Channel &channel = archive->channels()[static_cast<size_t>(index)];
+    info->sampleCount = channel.sampleCount;
+    info->sampleInterval = channel.sampleInterval;
+    info->startTime = channel.startTime;
+    copyUtf8(info->name, sizeof info->name, channel.name);
+    copyUtf8(info->unit, sizeof info->unit, channel.unit);
+    return 0;
+}
+
+int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *samples,
+                                       uint64_t sampleCount)
+{
+    if (!path)
+        return fail("invalid argument");
+    std::string error;
+    const auto archive = vornsr::cachedArchive(path, error);
+    if (!archive)
+        return fail(error);
+    if (index < 0)
+        return fail("no waveform " + std::to_string(index));
+    if (!archive->readSamples(static_cast<size_t>(index), samples, sampleCount, error))
+        return fail(error);
+    return 0;
+}
+
+const char *sigrok_get_last_error(void)
+{
+    return lastError.c_str();
+}
+
+} // extern "C"

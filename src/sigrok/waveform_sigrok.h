@@ -1,0 +1,38 @@
+#ifndef WAVEFORM_SIGROK_H
+#define WAVEFORM_SIGROK_H
+
+/*
+ * Reads the waveforms of a sigrok session file (.sr): every analog channel,
+ * then every named logic probe, then the envelope curves stored beside them.
+ * Paths are UTF-8. Every function returns 0 on success; after a failure
+ * sigrok_get_last_error() tells why.
+ */
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct SigrokWaveformInfo {
+    uint64_t sampleCount;
+    double sampleInterval; /* seconds */
+    double startTime;      /* seconds, time of sample 0 */
+    char name[128];        /* NUL-terminated UTF-8 */
+    char unit[40];         /* NUL-terminated UTF-8 */
+} SigrokWaveformInfo;
+
+int sigrok_read_waveform_count(const char *path, int32_t *count);
+int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWaveformInfo *info);
+/* Fills samples[0 .. sampleCount-1]; sampleCount may be less than the waveform's. */
+int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *samples,
+                                       uint64_t sampleCount);
+/* Reason of the last failure in this thread; valid until the next call. */
+const char *sigrok_get_last_error(void);
+
+#ifdef __cplusplus
+}
+static_assert(sizeof(SigrokWaveformInfo) == 192, "the info record is a fixed 192-byte layout");
+#endif
+
+#endif

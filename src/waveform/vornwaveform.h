@@ -1,0 +1,114 @@
+#ifndef VORNWAVEFORM_H
+#define VORNWAVEFORM_H
+
+#include <QString>
+#include <QVector>
+
+#include <memory>
+#include <vector>
+
+// Owning handle to a waveform's sample array. Copies share one array until one of them is
+// written to through a non-const access, which then gives that copy its own array; so the
+// loader, the graph and the editor hold one long capture at the cost of one. Code that only
+// reads should reach the array through a const handle, which never copies.
+class SampleArray
+{
+public:
+    SampleArray();
+
+    const std::vector<double> &operator*() const { return *m_data; }
+    const std::vector<double> *operator->() const { return m_data.get(); }
+    std::vector<double> &operator*() { detach(); return *m_data; }
+    std::vector<double> *operator->() { detach(); return m_data.get(); }
+
+    bool sharesStorageWith(const SampleArray &other) const { return m_data == other.m_data; }
+
+private:
+    void detach();
+
+    std::shared_ptr<std::vector<double>> m_data;
+};
+
+struct WaveformData
+{
+    QString name;
+    QString unit;
+    SampleArray samples;
+    double sampleInterval = 0.0; // seconds
+    double startTime = 0.0;      // seconds, time of sample 0
+};
+
+// Upper and lower limit curves, read sample by sample in step; NaN in either is a gap.
+struct EnvelopeData
+{
+    WaveformData upper;
+    WaveformData lower;
+
+    // An envelope needs both limits: without samples in either curve there is none.
+    bool isEmpty() const;
+};
+
+struct EnvelopePoint
+{
+    double time = 0.0;
+    double upperValue = 0.0;
+    double lowerValue = 0.0;
+    bool enabled = true;
+};
+
+struct EnvelopeEditData
+{
+    int waveformIndex = -1;
+    double startTime = 0.0;
+    double endTime = 0.0;
+    double sampleInterval = 0.0;
+    QVector<EnvelopePoint> points;
+
+    void clear();
+};
+
+// Steps through 1, 2, 5, 10, 20, 50, ... Every result is the double nearest to its decimal value,
+// so stepping up and back down returns exactly to where it started.
+class Scale125
+{
+public:
+    // The smallest series value above value; 0 for a value that is not positive.
+    static double nextUp(double value);
+    // The largest series value below value; 0 for a value that is not positive.
+    static double nextDown(double value);
+};
+
+class ValueFormatter
+{
+public:
+    // "2 ms", "500 mV", "1.5 kV", "-20 μA": an engineering prefix and as few digits as the value
+    // needs (at most six significant), in a text that parseScaledValue() reads back exactly.
+    static QString formatWithUnit(double value, const QString &unit);
+};
+
+// Reads "2 ms", "2ms", "5 k" or "0.25" with an optional SI prefix and the unit; NaN when the text
+// is no number. "." is the decimal point whatever the locale.
+double parseScaledValue(const QString &text, const QString &unit);
+
+// The time of the sample nearest to t.
+double snapToSampleGrid(double t, double sampleInterval, double startTime);
+
+// count points evenly spaced from start to end. Each point's limits are the largest and smallest
+// sample half-way to its neighbours, widened by 5 % of the y range; where no sample lies, the
+// limits sit at 90 % and 10 % of the y range.
+QVector<EnvelopePoint> generateEnvelopePoints(const WaveformData &waveform, double start, double end,
+                                              int count, double yMin, double yMax);
+
+// count points over the envelope's time span, interpolated between its samples; a point that
+// touches a gap is disabled and holds NaN limits.
+QVector<EnvelopePoint> sampleEnvelopeToPoints(const EnvelopeData &envelope, int count);
+
+// Stores the envelope's curves as "<name> [upper]" and "<name> [lower]" in the capture at path,
+// replacing curves of those names; an empty envelope removes them. False if the file was left
+// unchanged because it could not be written.
+bool saveEnvelope(const QString &path, const QString &waveformName, const EnvelopeData &envelope);
+bool removeEnvelope(const QString &path, const QString &waveformName);
+// Why the last saveEnvelope() or removeEnvelope() of this thread failed.
+QString lastEnvelopeFileError();
+
+#endif
