@@ -87,8 +87,8 @@ WaveformData loadWaveform(const std::string &path, const std::string &name, uint
     waveform.sampleInterval = info.sampleInterval;
     waveform.startTime = info.startTime;
     const uint64_t count = std::min(limit, info.sampleCount);
-    waveform.samples->resize(count);
-    if (sigrok_read_waveform_data_by_index(path.c_str(), index, waveform.samples->data(), count) != 0)
+    waveform.samples.writable().resize(count);
+    if (sigrok_read_waveform_data_by_index(path.c_str(), index, waveform.samples.writable().data(), count) != 0)
         failWithReaderError();
     return waveform;
 }
@@ -143,8 +143,8 @@ int makeEnvelope(const std::string &path, const std::string &name, int pointCoun
     envelope.lower.name = waveform.name + QStringLiteral(" [lower]");
     for (const EnvelopePoint &p : points) {
         const double nan = std::numeric_limits<double>::quiet_NaN();
-        envelope.upper.samples->push_back(p.enabled ? p.upperValue : nan);
-        envelope.lower.samples->push_back(p.enabled ? p.lowerValue : nan);
+        envelope.upper.samples.writable().push_back(p.enabled ? p.upperValue : nan);
+        envelope.lower.samples.writable().push_back(p.enabled ? p.lowerValue : nan);
     }
     if (!saveEnvelope(QString::fromStdString(path), waveform.name, envelope))
         throw Failure{lastEnvelopeFileError().toStdString()};

@@ -5,10 +5,11 @@ SampleArray::SampleArray()
 {
 }
 
-void SampleArray::detach()
+std::vector<double> &SampleArray::writable()
 {
     if (m_data.use_count() > 1)
         m_data = std::make_shared<std::vector<double>>(*m_data);
+    return *m_data;
 }
 
 bool EnvelopeData::isEmpty() const

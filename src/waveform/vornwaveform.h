@@ -7,10 +7,9 @@
 #include <memory>
 #include <vector>
 
-// Owning handle to a waveform's sample array. Copies share one array until one of them is
-// written to through a non-const access, which then gives that copy its own array; so the
-// loader, the graph and the editor hold one long capture at the cost of one. Code that only
-// reads should reach the array through a const handle, which never copies.
+// Owning handle to a waveform's sample array. Copies share one array, so the loader, the graph
+// and the editor hold one long capture at the cost of one. Reading never copies; writable()
+// first gives this handle its own array if another one shares it.
 class SampleArray
 {
 public:
@@ -18,14 +17,11 @@ public:
 
     const std::vector<double> &operator*() const { return *m_data; }
     const std::vector<double> *operator->() const { return m_data.get(); }
-    std::vector<double> &operator*() { detach(); return *m_data; }
-    std::vector<double> *operator->() { detach(); return m_data.get(); }
+    std::vector<double> &writable();
 
     bool sharesStorageWith(const SampleArray &other) const { return m_data == other.m_data; }
 
 private:
-    void detach();
-
     std::shared_ptr<std::vector<double>> m_data;
 };
 
