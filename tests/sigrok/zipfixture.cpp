@@ -1,0 +1,118 @@
+#include "zipfixture.h"
+
+#include <QFile>
+
+#include <zip.h>
+
+bool writeZip(const QString &path, const std::vector<ZipMember> &members)
+{
+    QFile::remove(path);
+    int error = 0;
+    zip_t *zip = zip_open(QFile::encodeName(path).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (!zip)
+        return false;
+    for (const ZipMember &m : members) {
+        zip_source_t *source = zip_source_buffer(zip, m.data.constData(), static_cast<zip_uint64_t>(m.data.size()), 0);
+        const zip_int64_t index = zip_file_add(zip, m.name.constData(), source, 0);
+        if (index < 0 || zip_set_file_compression(zip, static_cast<zip_uint64_t>(index),
+                                                  m.deflate ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0) != 0) {
+            zip_discard(zip);
+            return false;
+        }
+    }
+    return zip_close(zip) == 0;
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool writeFile(const QString &path, const QByteArray &data)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(data) == data.size();
+}
+
+namespace {
+void putLe32(QByteArray &bytes, qsizetype at, quint32 v)
+{
+    for (int i = 0; i < 4; ++i)
+        bytes[at + i] = static_cast<char>((v >> (8 * i)) & 0xff);
+}
+quint16 le16(const QByteArray &bytes, qsizetype at)
+{
+    return static_cast<quint16>(static_cast<quint8>(bytes[at]) | static_cast<quint8>(bytes[at + 1]) << 8);
+}
+} // namespace
+
+bool patchUncompressedSize(QByteArray &zip, const QByteArray &name, quint32 size)
+{
+    int patched = 0;
+    for (qsizetype at = 0; at + 46 < zip.size(); ++at) {
+        if (zip.mid(at, 4) == QByteArray("PK\3\4", 4) && le16(zip, at + 26) == name.size()
+            && zip.mid(at + 30, name.size()) == name) {
+            putLe32(zip, at + 22, size);
+            ++patched;
+        } else if (zip.mid(at, 4) == QByteArray("PK\1\2", 4) && le16(zip, at + 28) == name.size()
+                   && zip.mid(at + 46, name.size()) == name) {
+            putLe32(zip, at + 24, size);
+            ++patched;
+        }
+    }
+    return patched == 2;
+}
+
+std::map<QByteArray, MemberBytes> readMembers(const QString &path)
+{
+    std::map<QByteArray, MemberBytes> members;
+    int error = 0;
+    zip_t *zip = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &error);
+    if (!zip)
+        return members;
+    const zip_int64_t n = zip_get_num_entries(zip, 0);
+    for (zip_int64_t i = 0; i < n; ++i) {
+        zip_stat_t st;
+        zip_stat_index(zip, static_cast<zip_uint64_t>(i), 0, &st);
+        MemberBytes m;
+        m.crc = st.crc;
+        m.method = st.comp_method;
+        for (zip_flags_t flags : {zip_flags_t(0), zip_flags_t(ZIP_FL_COMPRESSED)}) {
+            QByteArray &out = flags ? m.compressed : m.data;
+            out.resize(static_cast<qsizetype>(flags ? st.comp_size : st.size));
+            zip_file_t *file = zip_fopen_index(zip, static_cast<zip_uint64_t>(i), flags);
+            if (file) {
+                zip_fread(file, out.data(), static_cast<zip_uint64_t>(out.size()));
+                zip_fclose(file);
+            }
+        }
+        members.emplace(QByteArray(st.name), m);
+    }
+    zip_discard(zip);
+    return members;
+}
+
+QByteArray floats(std::initializer_list<float> values)
+{
+    QByteArray bytes;
+    for (float v : values)
+        bytes.append(reinterpret_cast<const char *>(&v), sizeof v);
+    return bytes;
+}
+
+std::vector<ZipMember> sampleCapture()
+{
+    const QByteArray metadata = "[global]\nsigrok version=0.5.2\n\n[device 1]\ncapturefile=logic-1\n"
+                                "total probes=3\nsamplerate=1 kHz\ntotal analog=2\nprobe1=D0\nprobe3=D2\n"
+                                "analog4=A0\nanalog5=A1\nunitsize=1\n";
+    return {
+        {"version", "2"},
+        {"metadata", metadata, true},
+        {"logic-1-1", QByteArray("\x01\x04", 2), true},
+        {"logic-1-2", QByteArray("\x05", 1), true},
+        {"analog-1-4-1", floats({0.5f, -1.25f, 3.0f}), true},
+        {"analog-1-4-2", floats({7.0f}), true},
+        {"analog-1-5-1", floats({1e-3f, 2e6f}), true},
+    };
+}
