@@ -1,0 +1,51 @@
+// Loads every waveform of a capture through the reader's C functions, as the window does, and
+// prints the time and the peak resident memory per sample.
+//   vorn_loadcapture FILE.sr
+
+#include "vornwaveform.h"
+#include "waveform_sigrok.h"
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+int main(int argc, char **argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: vorn_loadcapture FILE.sr\n");
+        return 1;
+    }
+    const char *path = argv[1];
+    const auto start = std::chrono::steady_clock::now();
+    int32_t count = 0;
+    if (sigrok_read_waveform_count(path, &count) != 0) {
+        std::fprintf(stderr, "vorn_loadcapture: %s\n", sigrok_get_last_error());
+        return 2;
+    }
+    std::vector<WaveformData> waveforms;
+    uint64_t samples = 0;
+    for (int32_t i = 0; i < count; ++i) {
+        SigrokWaveformInfo info;
+        WaveformData w;
+        if (sigrok_read_waveform_info_by_index(path, i, &info) != 0) {
+            std::fprintf(stderr, "vorn_loadcapture: %s\n", sigrok_get_last_error());
+            return 2;
+        }
+        w.samples.writable().resize(info.sampleCount);
+        if (sigrok_read_waveform_data_by_index(path, i, w.samples.writable().data(), info.sampleCount) != 0) {
+            std::fprintf(stderr, "vorn_loadcapture: %s\n", sigrok_get_last_error());
+            return 2;
+        }
+        samples += info.sampleCount;
+        waveforms.push_back(w);
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;
+    std::printf("loaded %d waveforms, %llu samples in %.3f s; peak %.0f bytes, %.2f bytes/sample\n", count,
+                static_cast<unsigned long long>(samples), seconds, peak, samples ? peak / samples : 0.0);
+    return 0;
+}
