@@ -3,6 +3,7 @@
 #   ./build.sh view [FILE.sr]   open the viewer (data/sample.sr when no file is given)
 #   ./build.sh test             build and run every test under the offscreen platform
 #   ./build.sh bench            build in Release and run the benchmarks
+#   ./build.sh asan             build and run the tests with AddressSanitizer and UBSan
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
@@ -54,13 +55,21 @@ test)
     cd build
     QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j "$(nproc)" "$@"
     ;;
+asan)
+    install_missing
+    flags="-fsanitize=address,undefined -fno-omit-frame-pointer"
+    build build-asan Debug -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" \
+        -DCMAKE_SHARED_LINKER_FLAGS="$flags"
+    cd build-asan
+    QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j "$(nproc)" "$@"
+    ;;
 bench)
     install_missing
     build build-release Release -DVORN_BUILD_BENCH=ON -DVORN_BUILD_TESTS=OFF
     exec build-release/bench/vorn_bench "$@"
     ;;
 *)
-    echo "usage: ./build.sh view [FILE.sr] | test | bench" >&2
+    echo "usage: ./build.sh view [FILE.sr] | test | bench | asan" >&2
     exit 1
     ;;
 esac
