@@ -4,6 +4,7 @@
 #   ./build.sh test             build and run every test under the offscreen platform
 #   ./build.sh bench            build in Release and run the benchmarks
 #   ./build.sh asan             build and run the tests with AddressSanitizer and UBSan
+#   ./build.sh fuzz             fuzz the .sr reader and the key-file parser for a bounded time
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
@@ -63,13 +64,31 @@ asan)
     cd build-asan
     QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j "$(nproc)" "$@"
     ;;
+fuzz)
+    # Each target runs for a bounded time (FUZZ_SECONDS, default 60) from a corpus of real captures.
+    install_missing
+    PACKAGES=(clang libclang-rt-14-dev)
+    install_missing
+    flags="-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer"
+    CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_BUILD_FUZZ=ON \
+        -DVORN_BUILD_TESTS=OFF -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
+        -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" > /dev/null
+    cmake --build build-fuzz -j "$(nproc)" --target fuzz_srarchive fuzz_srini
+    corpus=build-fuzz/corpus
+    mkdir -p "$corpus/srarchive" "$corpus/srini"
+    cp data/sample.sr "$corpus/srarchive/" 2>/dev/null || true
+    unzip -p data/sample.sr metadata > "$corpus/srini/metadata" 2>/dev/null || true
+    for target in srarchive srini; do
+        build-fuzz/fuzz/fuzz_$target -max_total_time="${FUZZ_SECONDS:-60}" -max_len=65536 "$corpus/$target"
+    done
+    ;;
 bench)
     install_missing
     build build-release Release -DVORN_BUILD_BENCH=ON -DVORN_BUILD_TESTS=OFF
     exec build-release/bench/vorn_bench "$@"
     ;;
 *)
-    echo "usage: ./build.sh view [FILE.sr] | test | bench | asan" >&2
+    echo "usage: ./build.sh view [FILE.sr] | test | bench | asan | fuzz" >&2
     exit 1
     ;;
 esac
