@@ -66,6 +66,7 @@ private slots:
 
 private:
     friend class TstVornGraph;
+    friend class VornGraphBench;
 
     // vorngraph.cpp: frame and life cycle
     void createChart();
