@@ -60,6 +60,9 @@ void VornGraph::createFrameWidgets()
     m_chart = new QChart;
     m_chart->setTheme(QChart::ChartThemeDark);
     m_chart->setAnimationOptions(QChart::NoAnimation);
+    // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
+    // the widget: lay the divisions out again whenever the plot area moves.
+    connect(m_chart, &QChart::plotAreaChanged, this, &VornGraph::updateSquareDivisions);
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
     m_chartView->setRenderHint(QPainter::Antialiasing, false);

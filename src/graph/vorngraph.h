@@ -98,9 +98,9 @@ private:
     void updateXAxisLabels();
     void updateYAxisForWaveform(int waveformIndex, double divisionSize);
     void updateYAxisLabels();
-    // Sets a range of whole divisions around centre; false, leaving the axis as it was, where
-    // the doubles cannot tell the grid lines apart.
-    static bool applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval);
+    // Sets a range of divisions around centre; leaves the axis as it was where the doubles
+    // cannot tell the grid lines apart.
+    static void applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval);
 
     // vorngraph_lines.cpp: reference lines and the measured ranges
     void updateCenterLines();

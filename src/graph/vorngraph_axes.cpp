@@ -58,18 +58,17 @@ void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, doub
 
 } // namespace
 
-bool VornGraph::applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval)
+void VornGraph::applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval)
 {
     const double min = centre - halfSpan;
     const double max = centre + halfSpan;
     if (!isDrawableGrid(min, max, interval))
-        return false;
+        return;
     // Interval first: dynamic ticks with the default interval of 0 would never end.
     axis->setTickInterval(interval);
     axis->setTickAnchor(centre);
     axis->setRange(min, max);
     axis->setTickType(QValueAxis::TicksDynamic);
-    return true;
 }
 
 double VornGraph::calculateDivisionSizeX(double horizontalDivisions) const
