@@ -53,6 +53,7 @@ private slots:
     void fitsEachWaveformIntoTenDivisions();
     void laysOutSquareDivisionsAndLabels_data();
     void laysOutSquareDivisionsAndLabels();
+    void keepsDivisionsSquareWhenLabelsTurnUpright();
     void fillsSeriesWithReducedVisibleRange();
     void copesWithEmptyAndFlatWaveforms();
     void rebuildsOnASecondDisplay();
@@ -202,6 +203,23 @@ void TstVornGraph::laysOutSquareDivisionsAndLabels()
     QCOMPARE(value.last(), QStringLiteral("2.5 V"));
     QCOMPARE(g->m_axisYLabels->labelsColor(), QColor(255, 224, 0));
     QCOMPARE(g->m_axisYLabels->labelsAngle(), 0);
+}
+
+void TstVornGraph::keepsDivisionsSquareWhenLabelsTurnUpright()
+{
+    m_graph = std::make_unique<VornGraph>();
+    VornGraph *g = m_graph.get();
+    g->addWaveform(sine());
+    g->resize(1600, 420);
+    g->displayGraph();
+    g->show();
+    QVERIFY(QTest::qWaitForWindowExposed(g));
+    // Upright labels lower the plot after the first layout; once that has happened the
+    // divisions must follow.
+    QTest::qWait(200);
+    QTRY_VERIFY(g->m_axisXLabels->labelsAngle() == -90 && qFuzzyCompare(
+        (g->m_axisX->max() - g->m_axisX->min()) / g->m_timePerDivision,
+        g->m_chart->plotArea().width() / (g->m_chart->plotArea().height() / 10)));
 }
 
 void TstVornGraph::fillsSeriesWithReducedVisibleRange()
