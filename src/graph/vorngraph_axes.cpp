@@ -136,10 +136,12 @@ void VornGraph::scheduleSquareDivisions()
 void VornGraph::chooseTimePerDivision(double horizontalDivisions)
 {
     m_timePerDivision = calculateDivisionSizeX(horizontalDivisions);
-    if (m_timePerDivision > 0.0)
+    if (m_timePerDivision > 0.0) {
         m_timeOffset = std::round(m_timeOffset / m_timePerDivision) * m_timePerDivision;
-    else
-        m_timePerDivision = 1.0; // a single instant has no span to divide; any base shows it
+    } else {
+        // A single instant has no span to divide; any time base shows it.
+        m_timePerDivision = 1.0;
+    }
     if (m_timeDivisionSpinBox) {
         const QSignalBlocker blocker(m_timeDivisionSpinBox);
         m_timeDivisionSpinBox->setValue(m_timePerDivision);
