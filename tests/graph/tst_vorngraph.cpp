@@ -56,6 +56,7 @@ private slots:
     void keepsDivisionsSquareWhenLabelsTurnUpright();
     void fillsSeriesWithReducedVisibleRange();
     void copesWithEmptyAndFlatWaveforms();
+    void showsASingleSample();
     void rebuildsOnASecondDisplay();
     void divisionControlMovesOneStep_data();
     void divisionControlMovesOneStep();
@@ -255,6 +256,17 @@ void TstVornGraph::copesWithEmptyAndFlatWaveforms()
     QCOMPARE((g->m_yAxes[2]->min() + g->m_yAxes[2]->max()) / 2, 3.0);
     QVERIFY(g->m_yAxes[3]->max() > g->m_yAxes[3]->min());
     QCOMPARE(labels(g->m_axisYLabels).size(), 11);
+}
+
+void TstVornGraph::showsASingleSample()
+{
+    VornGraph *g = shownGraph({makeWaveform(QStringLiteral("one"), {2.0}, 1e-3, 5.0)});
+    QVERIFY(g);
+    QCOMPARE(g->m_globalXMin, 5.0);
+    QCOMPARE(g->m_globalXMax, 5.0);
+    QVERIFY(g->m_axisX->min() < 5.0 && g->m_axisX->max() > 5.0);
+    QCOMPARE(g->m_series[0]->count(), 1);
+    QVERIFY(labels(g->m_axisXLabels).contains(QStringLiteral("5 s")));
 }
 
 void TstVornGraph::rebuildsOnASecondDisplay()
