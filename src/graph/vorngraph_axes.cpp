@@ -38,11 +38,12 @@ void setUpLabelAxis(QCategoryAxis *axis)
 void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, double division,
                 const QString &unit)
 {
+    // The value axis was left as it was in that case, so its labels stay too.
+    if (!isDrawableGrid(min, max, division))
+        return;
     const auto labels = axis->categoriesLabels();
     for (const QString &label : labels)
         axis->remove(label);
-    if (!isDrawableGrid(min, max, division))
-        return;
     const double first = division * std::ceil((min - anchor) / division) + anchor;
     axis->setStartValue(first - division);
     for (int k = 0; k <= MAX_GRID_LINES; ++k) {

@@ -57,6 +57,7 @@ private slots:
     void fillsSeriesWithReducedVisibleRange();
     void copesWithEmptyAndFlatWaveforms();
     void showsASingleSample();
+    void ignoresAGridTooFineForItsPosition();
     void rebuildsOnASecondDisplay();
     void divisionControlMovesOneStep_data();
     void divisionControlMovesOneStep();
@@ -267,6 +268,21 @@ void TstVornGraph::showsASingleSample()
     QVERIFY(g->m_axisX->min() < 5.0 && g->m_axisX->max() > 5.0);
     QCOMPARE(g->m_series[0]->count(), 1);
     QVERIFY(labels(g->m_axisXLabels).contains(QStringLiteral("5 s")));
+}
+
+void TstVornGraph::ignoresAGridTooFineForItsPosition()
+{
+    VornGraph *g = shownGraph({sine()});
+    QVERIFY(g);
+    const QStringList before = labels(g->m_axisXLabels);
+    // A picosecond per division a million seconds from zero: the doubles there are coarser than
+    // the grid, and Qt's tick loop would never end.
+    g->m_timeOffset = -1e6;
+    g->m_timePerDivision = 1e-12;
+    g->updateXAxis(1e-12);
+    QTest::qWait(50);
+    QCOMPARE(g->m_axisX->tickInterval(), 0.05);
+    QCOMPARE(labels(g->m_axisXLabels), before);
 }
 
 void TstVornGraph::rebuildsOnASecondDisplay()
