@@ -47,8 +47,7 @@ view)
     build build RelWithDebInfo
     file=data/sample.sr
     if [ $# -gt 0 ] && [[ "$1" != --* ]]; then file=$1; shift; fi
-    # Until the viewer window exists, show what the file offers.
-    exec build/apps/vorn/vorn list "$file"
+    exec build/apps/vornview/vornview "$file" "$@"
     ;;
 test)
     install_missing

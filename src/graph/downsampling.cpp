@@ -1,0 +1,101 @@
+#include "downsampling.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+void appendAll(QVector<QPointF> &points, const std::vector<double> &samples, SampleTimeBase time,
+               std::uint64_t first, std::uint64_t last)
+{
+    points.reserve(static_cast<qsizetype>(last - first + 1));
+    for (std::uint64_t i = first; i <= last; ++i)
+        points.append(QPointF(time.timeOf(i), samples[i]));
+}
+
+void appendBucket(QVector<QPointF> &points, SampleTimeBase time, const BucketExtremes &e)
+{
+    const QPointF atMin(time.timeOf(e.minIndex), e.minValue);
+    const QPointF atMax(time.timeOf(e.maxIndex), e.maxValue);
+    if (e.minIndex > e.maxIndex) {
+        points.append(atMax);
+        points.append(atMin);
+    } else {
+        points.append(atMin);
+        points.append(atMax);
+    }
+}
+
+} // namespace
+
+VisibleRange calculateVisibleIndices(std::uint64_t sampleCount, SampleTimeBase time, double xMin,
+                                     double xMax)
+{
+    VisibleRange range;
+    if (sampleCount == 0 || !(time.interval > 0.0) || time.start > xMax)
+        return range;
+    const std::uint64_t last = sampleCount - 1;
+    if (xMin > time.timeOf(last))
+        return range;
+
+    const double first = std::floor((xMin - time.start) / time.interval);
+    const double end = std::ceil((xMax - time.start) / time.interval);
+    range.startIndex = first > 0.0 ? static_cast<std::uint64_t>(first) : 0;
+    range.endIndex = end < static_cast<double>(last) ? static_cast<std::uint64_t>(end) : last;
+    // Rounding next to a large start time can push the first index past the data.
+    range.startIndex = std::min(range.startIndex, last);
+    if (range.startIndex > 0)
+        --range.startIndex;
+    if (range.endIndex < last)
+        ++range.endIndex;
+    range.empty = false;
+    return range;
+}
+
+BucketExtremes scanBucketExtremes(const double *samples, std::uint64_t first, std::uint64_t last)
+{
+    BucketExtremes e;
+    e.minIndex = e.maxIndex = first;
+    e.minValue = e.maxValue = samples[first];
+    for (std::uint64_t i = first + 1; i < last; ++i) {
+        const double v = samples[i];
+        if (v < e.minValue) {
+            e.minValue = v;
+            e.minIndex = i;
+        }
+        if (v > e.maxValue) {
+            e.maxValue = v;
+            e.maxIndex = i;
+        }
+    }
+    return e;
+}
+
+QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, SampleTimeBase time,
+                                        std::uint64_t startIndex, std::uint64_t endIndex, int maxPoints)
+{
+    QVector<QPointF> points;
+    if (samples.empty())
+        return points;
+    endIndex = std::min<std::uint64_t>(endIndex, samples.size() - 1);
+    if (startIndex > endIndex)
+        return points;
+
+    const std::uint64_t count = endIndex - startIndex + 1;
+    if (maxPoints < 0 || count <= static_cast<std::uint64_t>(maxPoints)) {
+        appendAll(points, samples, time, startIndex, endIndex);
+        return points;
+    }
+    const int buckets = maxPoints / 2;
+    if (buckets < 1)
+        return points;
+    const double bucketSize = static_cast<double>(count) / static_cast<double>(buckets);
+    points.reserve(maxPoints);
+    for (int b = 0; b < buckets; ++b) {
+        const std::uint64_t s = startIndex + static_cast<std::uint64_t>(b * bucketSize);
+        const std::uint64_t e = std::min(endIndex + 1, startIndex + static_cast<std::uint64_t>((b + 1) * bucketSize));
+        if (s < e)
+            appendBucket(points, time, scanBucketExtremes(samples.data(), s, e));
+    }
+    return points;
+}

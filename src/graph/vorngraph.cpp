@@ -1,0 +1,192 @@
+#include "vorngraph.h"
+
+#include "interactivechartview.h"
+
+#include <QChart>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineSeries>
+#include <QPainter>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QTreeWidget>
+#include <QValueAxis>
+
+const int VornGraph::Y_DIVISIONS = 10;
+const int VornGraph::MAX_DISPLAY_POINTS = 5000;
+const double VornGraph::MIN_HORIZONTAL_LABEL_PIXEL = 50.0;
+
+namespace {
+
+const QColor WAVEFORM_PALETTE[16] = {
+    {255, 224, 0},   {0, 255, 255},  {255, 0, 255}, {0, 255, 0},   {255, 64, 64},  {64, 128, 255},
+    {255, 128, 0},   {192, 192, 192}, {192, 160, 0}, {0, 192, 192}, {192, 0, 192},  {0, 192, 0},
+    {192, 64, 64},   {64, 96, 192},  {192, 96, 0},  {255, 255, 255},
+};
+
+constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
+
+} // namespace
+
+VornGraph::VornGraph(QWidget *parent)
+    : QWidget(parent)
+{
+    createChart();
+}
+
+VornGraph::~VornGraph() = default;
+
+void VornGraph::createChart()
+{
+    m_splitter = new QSplitter(Qt::Horizontal, this);
+    m_infoTree = new QTreeWidget;
+    m_infoTree->setColumnCount(2);
+    m_infoTree->setHeaderLabels({tr("Name"), tr("Value")});
+    m_infoTree->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_splitter->addWidget(m_infoTree);
+
+    createFrameWidgets();
+    m_splitter->addWidget(m_stackedWidget);
+    m_splitter->setSizes({250, 600});
+    m_splitter->setStretchFactor(0, 0);
+    m_splitter->setStretchFactor(1, 1);
+
+    auto *layout = new QHBoxLayout(this);
+    layout->addWidget(m_splitter);
+}
+
+void VornGraph::createFrameWidgets()
+{
+    m_chart = new QChart;
+    m_chart->setTheme(QChart::ChartThemeDark);
+    m_chart->setAnimationOptions(QChart::NoAnimation);
+    // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
+    // the widget: lay the divisions out again whenever the plot area moves.
+    connect(m_chart, &QChart::plotAreaChanged, this, &VornGraph::updateSquareDivisions);
+    // The view takes the chart over and deletes it with itself.
+    m_chartView = new InteractiveChartView(m_chart);
+    m_chartView->setRenderHint(QPainter::Antialiasing, false);
+
+    m_errorLabel = new QLabel;
+    m_errorLabel->setAlignment(Qt::AlignCenter);
+    m_errorLabel->setStyleSheet(QStringLiteral("QLabel { color: red; font-size: 14px; background-color: #1e1e1e; }"));
+
+    m_stackedWidget = new QStackedWidget;
+    m_stackedWidget->addWidget(m_chartView);
+    m_stackedWidget->addWidget(m_errorLabel);
+}
+
+int VornGraph::addWaveform(const WaveformData &waveform)
+{
+    m_waveforms.append(waveform);
+    return m_waveforms.size() - 1;
+}
+
+void VornGraph::displayGraph()
+{
+    if (m_waveforms.isEmpty() || showErrorForInvalidInterval())
+        return;
+    m_stackedWidget->setCurrentIndex(0);
+    clearGraph();
+
+    calculateGlobalXRange();
+    m_timeOffset = -(m_globalXMin + m_globalXMax) / 2;
+    setupAxisX();
+    for (const WaveformData &w : qAsConst(m_waveforms))
+        createSeriesForWaveform(w);
+
+    updateRangeDisplay();
+    updateYAxisLabels();
+    updateSquareDivisions();
+}
+
+bool VornGraph::showErrorForInvalidInterval()
+{
+    for (const WaveformData &w : qAsConst(m_waveforms)) {
+        // Written as a negated test so that a NaN interval is refused too.
+        if (!(w.sampleInterval >= MIN_SAMPLE_INTERVAL)) {
+            m_errorLabel->setText(tr("Invalid sample interval in '%1': %2 s\n(minimum: 1 ps)")
+                                      .arg(w.name)
+                                      .arg(w.sampleInterval, 0, 'e', 2));
+            m_stackedWidget->setCurrentIndex(1);
+            return true;
+        }
+    }
+    return false;
+}
+
+// A second displayGraph() starts again from an empty chart rather than stacking a second set of
+// series and axes on the first.
+void VornGraph::clearGraph()
+{
+    m_chart->removeAllSeries();
+    const auto axes = m_chart->axes();
+    for (QAbstractAxis *axis : axes) {
+        m_chart->removeAxis(axis);
+        delete axis;
+    }
+    m_series.clear();
+    m_yAxes.clear();
+    m_waveformVisible.clear();
+    m_zeroLines.clear();
+    m_divisionSizes.clear();
+    m_offsets.clear();
+    m_offsetSpinBoxes.clear();
+    m_centerLineV = m_centerLineH = m_timeZeroLine = nullptr;
+    m_axisX = nullptr;
+    m_axisXLabels = m_axisYLabels = nullptr;
+}
+
+int VornGraph::waveformCount() const
+{
+    return m_waveforms.size();
+}
+
+QString VornGraph::waveformName(int index) const
+{
+    if (index < 0 || index >= m_waveforms.size())
+        return QString();
+    return m_waveforms[index].name;
+}
+
+void VornGraph::setWaveformVisible(int index, bool visible)
+{
+    if (index < 0 || index >= m_waveformItems.size())
+        return;
+    m_waveformItems[index]->setCheckState(1, visible ? Qt::Checked : Qt::Unchecked);
+}
+
+int VornGraph::selectedWaveformIndex() const
+{
+    const QList<QTreeWidgetItem *> selected = m_infoTree->selectedItems();
+    if (!selected.isEmpty()) {
+        QTreeWidgetItem *row = selected.first();
+        if (row->parent())
+            row = row->parent();
+        const int k = m_infoTree->indexOfTopLevelItem(row) - 1;
+        if (k >= 0 && k < m_waveforms.size())
+            return k;
+    }
+    return m_waveforms.isEmpty() ? -1 : 0;
+}
+
+void VornGraph::setUseOpenGL(bool useOpenGL)
+{
+    m_useOpenGL = useOpenGL;
+}
+
+bool VornGraph::useOpenGL() const
+{
+    return m_useOpenGL;
+}
+
+QColor VornGraph::getWaveformColor(int index) const
+{
+    return WAVEFORM_PALETTE[index % 16];
+}
+
+void VornGraph::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    updateSquareDivisions();
+}

@@ -1,0 +1,154 @@
+#ifndef VORNGRAPH_H
+#define VORNGRAPH_H
+
+#include "downsampling.h"
+#include "vorngraph_export.h"
+#include "vornwaveform.h"
+
+#include <QColor>
+#include <QList>
+#include <QPointF>
+#include <QVector>
+#include <QWidget>
+
+#include <cstddef>
+#include <cstdint>
+
+class InteractiveChartView;
+class QCategoryAxis;
+class QChart;
+class QDoubleSpinBox;
+class QLabel;
+class QLineSeries;
+class QSplitter;
+class QStackedWidget;
+class QTreeWidget;
+class QTreeWidgetItem;
+class QValueAxis;
+
+// An oscilloscope-like screen: every waveform on its own vertical scale of Y_DIVISIONS
+// divisions, all on one time base with square divisions. Fill it with addWaveform(), then call
+// displayGraph() once.
+class VORNGRAPH_EXPORT VornGraph : public QWidget
+{
+    Q_OBJECT
+
+public:
+    static const int Y_DIVISIONS;
+    static const int MAX_DISPLAY_POINTS;
+    static const double MIN_HORIZONTAL_LABEL_PIXEL;
+
+    using VisibleRange = ::VisibleRange;
+
+    explicit VornGraph(QWidget *parent = nullptr);
+    ~VornGraph() override;
+
+    int addWaveform(const WaveformData &waveform);
+    void displayGraph();
+
+    int waveformCount() const;
+    QString waveformName(int index) const;
+    void setWaveformVisible(int index, bool visible);
+    int selectedWaveformIndex() const;
+
+    // Affects only series created afterwards: set it before displayGraph().
+    void setUseOpenGL(bool useOpenGL);
+    bool useOpenGL() const;
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
+private slots:
+    void onDivisionSpinBoxChanged(double value);
+    void onTimeDivisionSpinBoxChanged(double value);
+    void onTimeOffsetSpinBoxChanged(double value);
+    void onWaveformOffsetSpinBoxChanged(double value);
+
+private:
+    friend class TstVornGraph;
+    friend class VornGraphBench;
+
+    // vorngraph.cpp: frame and life cycle
+    void createChart();
+    void createFrameWidgets();
+    bool showErrorForInvalidInterval();
+    void clearGraph();
+    QColor getWaveformColor(int index) const;
+
+    // vorngraph_series.cpp: series and the time base
+    void createSeriesForWaveform(const WaveformData &w);
+    QLineSeries *createWaveformSeries();
+    QValueAxis *createWaveformAxis();
+    void calculateGlobalXRange();
+    VisibleRange calculateVisibleIndices(const WaveformData &w, double xMin, double xMax);
+    QVector<QPointF> downsampleVisibleRange(const WaveformData &w, std::uint64_t startIndex,
+                                            std::uint64_t endIndex, int maxPoints);
+    QVector<double> calculateTimeValues(const WaveformData &w) const;
+    void updateSeriesForViewport();
+    QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
+
+    // vorngraph_axes.cpp: divisions and label axes
+    double calculateDivisionSizeX(double horizontalDivisions) const;
+    double calculateDivisionSizeY(double minValue, double maxValue) const;
+    void setupAxisX();
+    void updateSquareDivisions();
+    void scheduleSquareDivisions();
+    void chooseTimePerDivision(double horizontalDivisions);
+    void updateXAxis(double timePerDivision);
+    void updateXAxisLabels();
+    void updateYAxisForWaveform(int waveformIndex, double divisionSize);
+    void updateYAxisLabels();
+    // Sets a range of divisions around centre; leaves the axis as it was where the doubles
+    // cannot tell the grid lines apart.
+    static void applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval);
+
+    // vorngraph_lines.cpp: reference lines and the measured ranges
+    void updateCenterLines();
+    QLineSeries *createReferenceLine(Qt::PenStyle style, QValueAxis *axisY);
+    void updateZeroLines();
+    void updateRangeDisplay();
+
+    // vorngraph_controls.cpp: the division and offset controls
+    QDoubleSpinBox *createDivisionSpinBox(size_t waveformIndex, double initialValue, const QString &unit);
+    QDoubleSpinBox *createTimeDivisionSpinBox();
+    QDoubleSpinBox *createTimeOffsetSpinBox();
+    QDoubleSpinBox *createWaveformOffsetSpinBox(size_t waveformIndex);
+
+    QSplitter *m_splitter = nullptr;
+    QTreeWidget *m_infoTree = nullptr;
+    QDoubleSpinBox *m_timeDivisionSpinBox = nullptr;
+    QDoubleSpinBox *m_timeOffsetSpinBox = nullptr;
+    QList<QDoubleSpinBox *> m_offsetSpinBoxes;
+    InteractiveChartView *m_chartView = nullptr;
+    QChart *m_chart = nullptr;
+    QVector<WaveformData> m_waveforms;
+    QList<QLineSeries *> m_series;
+    QList<QValueAxis *> m_yAxes;
+    QLineSeries *m_centerLineV = nullptr;
+    QLineSeries *m_centerLineH = nullptr;
+    QLineSeries *m_timeZeroLine = nullptr;
+    QValueAxis *m_axisX = nullptr;
+    QCategoryAxis *m_axisXLabels = nullptr;
+    QCategoryAxis *m_axisYLabels = nullptr;
+    double m_globalXMin = 0.0;
+    double m_globalXMax = 0.0;
+    double m_timePerDivision = 0.0;
+    double m_timeOffset = 0.0;
+    QVector<double> m_divisionSizes;
+    QVector<double> m_offsets;
+    QVector<bool> m_waveformVisible;
+    QList<QLineSeries *> m_zeroLines;
+    QTreeWidgetItem *m_timeRangePlusItem = nullptr;
+    QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
+    QList<QTreeWidgetItem *> m_rangePlusItems;
+    QList<QTreeWidgetItem *> m_rangeMinusItems;
+    QList<QTreeWidgetItem *> m_waveformItems;
+    bool m_useOpenGL = true;
+    double m_divisionPixels = 0.0;
+    QStackedWidget *m_stackedWidget = nullptr;
+    QLabel *m_errorLabel = nullptr;
+    // One zero-delay retry of the layout at a time, however many resizes ask for it.
+    bool m_squareDivisionsPending = false;
+};
+
+#endif

@@ -1,0 +1,200 @@
+#include "vorngraph.h"
+
+#include "interactivechartview.h"
+#include "scaledspinbox.h"
+
+#include <QCategoryAxis>
+#include <QChart>
+#include <QSignalBlocker>
+#include <QTimer>
+#include <QValueAxis>
+
+#include <cmath>
+
+namespace {
+
+constexpr double MIN_PLOT_PIXELS = 50.0;
+// Far more lines than any screen has room for; only a division too small for the doubles of
+// its position gets near it.
+constexpr int MAX_GRID_LINES = 1000;
+
+// Qt steps from tick to tick by adding the interval, so an interval lost in the rounding of the
+// range's ends would never get past the maximum. Such a range is not applied at all.
+bool isDrawableGrid(double min, double max, double interval)
+{
+    return std::isfinite(min) && std::isfinite(max) && max > min && interval > 0.0
+        && min + interval > min && max + interval > max && (max - min) / interval < MAX_GRID_LINES;
+}
+
+void setUpLabelAxis(QCategoryAxis *axis)
+{
+    axis->setGridLineVisible(false);
+    axis->setLabelsPosition(QCategoryAxis::AxisLabelsPositionOnValue);
+    axis->setTruncateLabels(false);
+}
+
+// One label on every grid line of [min, max], the grid running through anchor at steps of
+// division; the last one may lie up to 1 % of a division beyond max.
+void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, double division,
+                const QString &unit)
+{
+    // The value axis was left as it was in that case, so its labels stay too.
+    if (!isDrawableGrid(min, max, division))
+        return;
+    const auto labels = axis->categoriesLabels();
+    for (const QString &label : labels)
+        axis->remove(label);
+    const double first = division * std::ceil((min - anchor) / division) + anchor;
+    axis->setStartValue(first - division);
+    for (int k = 0; k <= MAX_GRID_LINES; ++k) {
+        const double t = first + k * division;
+        if (t > max + division * 0.01)
+            break;
+        // A grid line that is zero up to rounding reads as zero, not as 3e-17.
+        const double shown = division * 1e-9 > std::fabs(t) ? 0.0 : t;
+        axis->append(ValueFormatter::formatWithUnit(shown, unit), t);
+    }
+    axis->setRange(min, max);
+}
+
+} // namespace
+
+void VornGraph::applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval)
+{
+    const double min = centre - halfSpan;
+    const double max = centre + halfSpan;
+    if (!isDrawableGrid(min, max, interval))
+        return;
+    // Interval first: dynamic ticks with the default interval of 0 would never end.
+    axis->setTickInterval(interval);
+    axis->setTickAnchor(centre);
+    axis->setRange(min, max);
+    axis->setTickType(QValueAxis::TicksDynamic);
+}
+
+double VornGraph::calculateDivisionSizeX(double horizontalDivisions) const
+{
+    return Scale125::nextUp((m_globalXMax - m_globalXMin) / horizontalDivisions);
+}
+
+double VornGraph::calculateDivisionSizeY(double minValue, double maxValue) const
+{
+    return Scale125::nextUp((maxValue - minValue) / Y_DIVISIONS);
+}
+
+void VornGraph::setupAxisX()
+{
+    m_axisX = new QValueAxis;
+    m_axisX->setTickCount(11);
+    m_axisX->setGridLineVisible(true);
+    m_axisX->setLineVisible(false);
+    m_axisX->setLabelsVisible(false);
+    m_chart->legend()->setVisible(false);
+    m_chart->addAxis(m_axisX, Qt::AlignBottom);
+
+    m_axisXLabels = new QCategoryAxis;
+    setUpLabelAxis(m_axisXLabels);
+    m_chart->addAxis(m_axisXLabels, Qt::AlignBottom);
+
+    m_axisYLabels = new QCategoryAxis;
+    setUpLabelAxis(m_axisYLabels);
+    m_chart->addAxis(m_axisYLabels, Qt::AlignLeft);
+}
+
+void VornGraph::updateSquareDivisions()
+{
+    if (!m_axisX || m_yAxes.isEmpty())
+        return;
+    const QRectF plot = m_chart->plotArea();
+    if (plot.isEmpty() || plot.width() < MIN_PLOT_PIXELS || plot.height() < MIN_PLOT_PIXELS) {
+        scheduleSquareDivisions();
+        return;
+    }
+    m_divisionPixels = plot.height() / Y_DIVISIONS;
+    const double divisions = plot.width() / m_divisionPixels;
+    if (m_timePerDivision == 0.0)
+        chooseTimePerDivision(divisions);
+
+    const QSignalBlocker blocker(m_chart);
+    applyDivisionGrid(m_axisX, -m_timeOffset, divisions * m_timePerDivision * 0.5, m_timePerDivision);
+    updateXAxisLabels();
+    updateSeriesForViewport();
+    updateCenterLines();
+    updateRangeDisplay();
+}
+
+void VornGraph::scheduleSquareDivisions()
+{
+    if (m_squareDivisionsPending)
+        return;
+    m_squareDivisionsPending = true;
+    QTimer::singleShot(0, this, [this] {
+        m_squareDivisionsPending = false;
+        updateSquareDivisions();
+    });
+}
+
+void VornGraph::chooseTimePerDivision(double horizontalDivisions)
+{
+    m_timePerDivision = calculateDivisionSizeX(horizontalDivisions);
+    if (m_timePerDivision > 0.0) {
+        m_timeOffset = std::round(m_timeOffset / m_timePerDivision) * m_timePerDivision;
+    } else {
+        // A single instant has no span to divide; any time base shows it.
+        m_timePerDivision = 1.0;
+    }
+    if (m_timeDivisionSpinBox) {
+        const QSignalBlocker blocker(m_timeDivisionSpinBox);
+        m_timeDivisionSpinBox->setValue(m_timePerDivision);
+        m_timeDivisionSpinBox->setProperty("lastValue", m_timePerDivision);
+    }
+    if (auto *offsetBox = qobject_cast<LinearSpinBox *>(m_timeOffsetSpinBox)) {
+        offsetBox->setStep(m_timePerDivision);
+        const QSignalBlocker blocker(offsetBox);
+        offsetBox->setValue(m_timeOffset);
+    }
+}
+
+void VornGraph::updateXAxis(double timePerDivision)
+{
+    if (!m_axisX)
+        return;
+    const double aspect = double(m_chartView->width()) / double(m_chartView->height());
+    applyDivisionGrid(m_axisX, -m_timeOffset, aspect * Y_DIVISIONS * timePerDivision * 0.5, timePerDivision);
+    updateXAxisLabels();
+    updateSeriesForViewport();
+    updateCenterLines();
+    updateRangeDisplay();
+}
+
+void VornGraph::updateXAxisLabels()
+{
+    if (!m_axisX || !m_axisXLabels)
+        return;
+    fillLabels(m_axisXLabels, m_axisX->min(), m_axisX->max(), -m_timeOffset, m_timePerDivision,
+               QStringLiteral("s"));
+    m_axisXLabels->setLabelsAngle(m_divisionPixels < MIN_HORIZONTAL_LABEL_PIXEL ? -90 : 0);
+}
+
+void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
+{
+    if (waveformIndex < 0 || waveformIndex >= m_yAxes.size())
+        return;
+    const double offset = waveformIndex < m_offsets.size() ? m_offsets[waveformIndex] : 0.0;
+    applyDivisionGrid(m_yAxes[waveformIndex], -offset, divisionSize * Y_DIVISIONS * 0.5, divisionSize);
+    updateCenterLines();
+    updateRangeDisplay();
+    if (waveformIndex == selectedWaveformIndex())
+        updateYAxisLabels();
+}
+
+void VornGraph::updateYAxisLabels()
+{
+    const int i = selectedWaveformIndex();
+    if (i < 0 || m_yAxes.isEmpty() || i >= m_yAxes.size())
+        return;
+    m_axisYLabels->setLabelsColor(getWaveformColor(i));
+    const QValueAxis *axis = m_yAxes[i];
+    fillLabels(m_axisYLabels, axis->min(), axis->max(), -m_offsets[i], m_divisionSizes[i],
+               m_waveforms.at(i).unit);
+}

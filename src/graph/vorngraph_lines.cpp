@@ -1,0 +1,104 @@
+#include "vorngraph.h"
+
+#include <QChart>
+#include <QLineSeries>
+#include <QPen>
+#include <QTreeWidgetItem>
+#include <QValueAxis>
+
+namespace {
+
+QPen linePen(const QColor &colour, Qt::PenStyle style)
+{
+    return QPen(QBrush(colour, Qt::SolidPattern), 1.0, style, Qt::SquareCap, Qt::BevelJoin);
+}
+
+void setTwoPoints(QLineSeries *series, QPointF from, QPointF to)
+{
+    series->replace(QList<QPointF>{from, to});
+}
+
+} // namespace
+
+void VornGraph::updateCenterLines()
+{
+    if (!m_axisX || m_yAxes.isEmpty())
+        return;
+    const double xMin = m_axisX->min();
+    const double xMax = m_axisX->max();
+    const double yMin = m_yAxes[0]->min();
+    const double yMax = m_yAxes[0]->max();
+    const double xc = (xMin + xMax) * 0.5;
+    const double yc = (yMin + yMax) * 0.5;
+
+    if (!m_centerLineV)
+        m_centerLineV = createReferenceLine(Qt::DashLine, m_yAxes[0]);
+    setTwoPoints(m_centerLineV, {xc, yMin}, {xc, yMax});
+    if (!m_centerLineH)
+        m_centerLineH = createReferenceLine(Qt::DashLine, m_yAxes[0]);
+    setTwoPoints(m_centerLineH, {xMin, yc}, {xMax, yc});
+
+    if (xMin <= 0.0 && 0.0 <= xMax) {
+        if (!m_timeZeroLine)
+            m_timeZeroLine = createReferenceLine(Qt::SolidLine, m_yAxes[0]);
+        setTwoPoints(m_timeZeroLine, {0.0, yMin}, {0.0, yMax});
+        m_timeZeroLine->setVisible(true);
+    } else if (m_timeZeroLine) {
+        m_timeZeroLine->setVisible(false);
+    }
+    updateZeroLines();
+}
+
+QLineSeries *VornGraph::createReferenceLine(Qt::PenStyle style, QValueAxis *axisY)
+{
+    auto *line = new QLineSeries;
+    line->setPen(linePen(Qt::white, style));
+    // Added after the waveforms, so drawn above them; the chart owns it.
+    m_chart->addSeries(line);
+    line->attachAxis(m_axisX);
+    line->attachAxis(axisY);
+    return line;
+}
+
+void VornGraph::updateZeroLines()
+{
+    for (QLineSeries *line : qAsConst(m_zeroLines)) {
+        m_chart->removeSeries(line);
+        delete line;
+    }
+    m_zeroLines.clear();
+    if (!m_chart || m_series.isEmpty() || !m_axisX)
+        return;
+
+    for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i) {
+        const QValueAxis *axis = m_yAxes[i];
+        if (!m_series[i]->isVisible() || axis->min() > 0.0 || axis->max() < 0.0)
+            continue;
+        QColor colour = m_series[i]->pen().color();
+        colour.setAlpha(64);
+        auto *line = new QLineSeries;
+        line->setPen(linePen(colour, Qt::SolidLine));
+        line->append(m_axisX->min(), 0.0);
+        line->append(m_axisX->max(), 0.0);
+        m_chart->addSeries(line);
+        line->attachAxis(m_axisX);
+        line->attachAxis(m_yAxes[i]);
+        m_zeroLines.append(line);
+    }
+}
+
+void VornGraph::updateRangeDisplay()
+{
+    const QString seconds = QStringLiteral("s");
+    if (m_axisX && m_timeRangePlusItem && m_timeRangeMinusItem) {
+        m_timeRangePlusItem->setText(1, ValueFormatter::formatWithUnit(m_axisX->max(), seconds));
+        m_timeRangeMinusItem->setText(1, ValueFormatter::formatWithUnit(m_axisX->min(), seconds));
+    }
+    for (int i = 0; i < m_yAxes.size(); ++i) {
+        if (i >= m_rangePlusItems.size() || i >= m_rangeMinusItems.size())
+            break;
+        const QString &unit = m_waveforms.at(i).unit;
+        m_rangePlusItems[i]->setText(1, ValueFormatter::formatWithUnit(m_yAxes[i]->max(), unit));
+        m_rangeMinusItems[i]->setText(1, ValueFormatter::formatWithUnit(m_yAxes[i]->min(), unit));
+    }
+}

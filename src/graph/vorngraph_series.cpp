@@ -1,0 +1,156 @@
+#include "vorngraph.h"
+
+#include <QChart>
+#include <QLineSeries>
+#include <QOpenGLContext>
+#include <QValueAxis>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+// A series forced to OpenGL crashes where no context can be made (the offscreen platform), so
+// ask only where one actually can.
+bool canCreateOpenGLContext()
+{
+    QOpenGLContext context;
+    return context.create();
+}
+
+struct ValueSpan
+{
+    double min = 0.0;
+    double max = 0.0;
+    bool empty = true;
+};
+
+ValueSpan finiteSpan(const std::vector<double> &samples)
+{
+    ValueSpan span;
+    for (const double v : samples) {
+        if (!std::isfinite(v))
+            continue;
+        if (span.empty || v < span.min)
+            span.min = v;
+        if (span.empty || v >= span.max)
+            span.max = v;
+        span.empty = false;
+    }
+    return span;
+}
+
+SampleTimeBase timeBaseOf(const WaveformData &w)
+{
+    return SampleTimeBase{w.sampleInterval, w.startTime};
+}
+
+} // namespace
+
+void VornGraph::createSeriesForWaveform(const WaveformData &w)
+{
+    QLineSeries *series = createWaveformSeries();
+    QValueAxis *axisY = createWaveformAxis();
+    series->attachAxis(m_axisX);
+    series->attachAxis(axisY);
+
+    const ValueSpan span = finiteSpan(*w.samples);
+    double size = calculateDivisionSizeY(span.min, span.max);
+    double offset = -(span.max + span.min) * 0.5;
+    if (size > 0.0) {
+        offset = std::round(offset / size) * size;
+    } else {
+        // A flat trace has no extent to fit: centre it and give it a division it can be seen in.
+        const double level = std::fabs(offset);
+        size = level > 0.0 ? Scale125::nextUp(level / Y_DIVISIONS) : 1.0;
+    }
+    m_divisionSizes.append(size);
+    m_offsets.append(offset);
+
+    applyDivisionGrid(axisY, -offset, size * Y_DIVISIONS * 0.5, size);
+}
+
+QLineSeries *VornGraph::createWaveformSeries()
+{
+    auto *series = new QLineSeries;
+    if (m_useOpenGL)
+        series->setUseOpenGL(canCreateOpenGLContext());
+    // The chart owns the series from here on.
+    m_chart->addSeries(series);
+    series->setColor(getWaveformColor(m_series.size()));
+    m_series.append(series);
+    m_waveformVisible.append(true);
+    return series;
+}
+
+QValueAxis *VornGraph::createWaveformAxis()
+{
+    auto *axis = new QValueAxis;
+    axis->setTickCount(9);
+    // Only the first waveform draws the horizontal grid.
+    axis->setGridLineVisible(m_yAxes.isEmpty());
+    axis->setLineVisible(false);
+    axis->setLabelsVisible(false);
+    m_chart->addAxis(axis, Qt::AlignLeft);
+    m_yAxes.append(axis);
+    return axis;
+}
+
+void VornGraph::calculateGlobalXRange()
+{
+    m_globalXMin = std::numeric_limits<double>::max();
+    m_globalXMax = -std::numeric_limits<double>::max();
+    for (const WaveformData &w : qAsConst(m_waveforms)) {
+        // A waveform without samples has no last sample to end the range.
+        if (w.samples->empty())
+            continue;
+        m_globalXMin = std::min(m_globalXMin, w.startTime);
+        m_globalXMax = std::max(m_globalXMax, timeBaseOf(w).timeOf(w.samples->size() - 1));
+    }
+}
+
+VornGraph::VisibleRange VornGraph::calculateVisibleIndices(const WaveformData &w, double xMin, double xMax)
+{
+    return ::calculateVisibleIndices(w.samples->size(), timeBaseOf(w), xMin, xMax);
+}
+
+QVector<QPointF> VornGraph::downsampleVisibleRange(const WaveformData &w, std::uint64_t startIndex,
+                                                   std::uint64_t endIndex, int maxPoints)
+{
+    return ::downsampleVisibleRange(*w.samples, timeBaseOf(w), startIndex, endIndex, maxPoints);
+}
+
+QVector<double> VornGraph::calculateTimeValues(const WaveformData &w) const
+{
+    const SampleTimeBase time = timeBaseOf(w);
+    const std::uint64_t count = w.samples->size();
+    QVector<double> times;
+    times.reserve(static_cast<qsizetype>(count));
+    for (std::uint64_t i = 0; i < count; ++i)
+        times.append(time.timeOf(i));
+    return times;
+}
+
+void VornGraph::updateSeriesForViewport()
+{
+    if (!m_axisX || m_series.isEmpty() || m_waveforms.isEmpty())
+        return;
+    const double xMin = m_axisX->min();
+    const double xMax = m_axisX->max();
+    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
+        m_series[i]->replace(viewportPoints(m_waveforms.at(i), xMin, xMax));
+}
+
+QList<QPointF> VornGraph::viewportPoints(const WaveformData &w, double xMin, double xMax)
+{
+    const std::vector<double> &samples = *w.samples;
+    const VisibleRange range = calculateVisibleIndices(w, xMin, xMax);
+    if (!range.empty)
+        return downsampleVisibleRange(w, range.startIndex, range.endIndex, MAX_DISPLAY_POINTS);
+    if (samples.empty())
+        return {};
+    // Off-screen: a line from the first to the last sample keeps the series' extent and draws
+    // nothing inside the plot.
+    const SampleTimeBase time = timeBaseOf(w);
+    return {QPointF(time.start, samples.front()), QPointF(time.timeOf(samples.size() - 1), samples.back())};
+}

@@ -1,0 +1,77 @@
+#include "waveformwindow.h"
+
+#include "vorngraph.h"
+
+#include <QMessageBox>
+
+#include <cmath>
+
+namespace {
+
+// NaN marks a gap: two gaps at the same place are equal, a gap against a number is not.
+bool sameSamples(const std::vector<double> &a, const std::vector<double> &b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        const bool nanA = std::isnan(a[i]);
+        const bool nanB = std::isnan(b[i]);
+        if (nanA != nanB || (!nanA && a[i] != b[i]))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void WaveformWindow::storeOriginalEnvelopes()
+{
+    const int count = m_graph->waveformCount();
+    m_originalEnvelopes.resize(count);
+    for (int i = 0; i < count; ++i) {
+        if (m_graph->hasEnvelope(i))
+            m_originalEnvelopes[i] = m_graph->envelope(i);
+    }
+}
+
+bool WaveformWindow::hasEnvelopeChanges() const
+{
+    const int count = m_graph->waveformCount();
+    for (int i = 0; i < count && i < m_originalEnvelopes.size(); ++i) {
+        const EnvelopeData &original = m_originalEnvelopes[i];
+        const bool had = !original.isEmpty();
+        const bool has = m_graph->hasEnvelope(i);
+        if (had != has)
+            return true;
+        if (has) {
+            const EnvelopeData &current = m_graph->envelope(i);
+            if (!sameSamples(*original.upper.samples, *current.upper.samples)
+                || !sameSamples(*original.lower.samples, *current.lower.samples))
+                return true;
+        }
+    }
+    return false;
+}
+
+void WaveformWindow::onSaveTriggered()
+{
+    // Every waveform is written or cleared, changed or not; a failed write is not reported.
+    for (int i = 0; i < m_graph->waveformCount(); ++i) {
+        const QString name = m_graph->waveformName(i);
+        if (m_graph->hasEnvelope(i))
+            saveEnvelope(m_filePath, name, m_graph->envelope(i));
+        else
+            removeEnvelope(m_filePath, name);
+    }
+    // A deleted envelope stays in the snapshot on purpose: the next close asks again.
+    storeOriginalEnvelopes();
+}
+
+void WaveformWindow::deleteEnvelopeWithConfirmation(int waveformIndex)
+{
+    const auto answer = QMessageBox::question(this, tr("Delete Envelope"),
+                                              tr("Do you really want to delete the envelope?"),
+                                              QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    if (answer == QMessageBox::Yes)
+        m_graph->clearEnvelope(waveformIndex);
+}
