@@ -1,5 +1,7 @@
 #include "downsampling.h"
 
+#include "minmaxpyramid.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -24,6 +26,28 @@ void appendBucket(QVector<QPointF> &points, SampleTimeBase time, const BucketExt
         points.append(atMin);
         points.append(atMax);
     }
+}
+
+// The same buckets as the plain loop, with their extremes taken from the pyramid all at once.
+void appendBuckets(QVector<QPointF> &points, const std::vector<double> &samples, SampleTimeBase time,
+                   std::uint64_t startIndex, std::uint64_t endIndex, int buckets, double bucketSize,
+                   const MinMaxPyramid &pyramid)
+{
+    std::vector<std::uint64_t> first, last;
+    first.reserve(static_cast<size_t>(buckets));
+    last.reserve(static_cast<size_t>(buckets));
+    for (int b = 0; b < buckets; ++b) {
+        const std::uint64_t s = startIndex + static_cast<std::uint64_t>(b * bucketSize);
+        const std::uint64_t e = std::min(endIndex + 1, startIndex + static_cast<std::uint64_t>((b + 1) * bucketSize));
+        if (s < e) {
+            first.push_back(s);
+            last.push_back(e);
+        }
+    }
+    std::vector<MinMaxPyramid::Extremes> extremes(first.size());
+    pyramid.extremes(samples.data(), first.data(), last.data(), first.size(), extremes.data());
+    for (const MinMaxPyramid::Extremes &e : extremes)
+        appendBucket(points, time, BucketExtremes{e.minIndex, e.maxIndex, e.min, e.max});
 }
 
 } // namespace
@@ -72,7 +96,8 @@ BucketExtremes scanBucketExtremes(const double *samples, std::uint64_t first, st
 }
 
 QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, SampleTimeBase time,
-                                        std::uint64_t startIndex, std::uint64_t endIndex, int maxPoints)
+                                        std::uint64_t startIndex, std::uint64_t endIndex, int maxPoints,
+                                        const MinMaxPyramid *pyramid)
 {
     QVector<QPointF> points;
     if (samples.empty())
@@ -91,6 +116,10 @@ QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, Samp
         return points;
     const double bucketSize = static_cast<double>(count) / static_cast<double>(buckets);
     points.reserve(maxPoints);
+    if (pyramid && pyramid->sampleCount() == samples.size()) {
+        appendBuckets(points, samples, time, startIndex, endIndex, buckets, bucketSize, *pyramid);
+        return points;
+    }
     for (int b = 0; b < buckets; ++b) {
         const std::uint64_t s = startIndex + static_cast<std::uint64_t>(b * bucketSize);
         const std::uint64_t e = std::min(endIndex + 1, startIndex + static_cast<std::uint64_t>((b + 1) * bucketSize));

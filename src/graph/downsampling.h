@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+class MinMaxPyramid;
+
 // Where sample i of a waveform lies in time.
 struct SampleTimeBase
 {
@@ -42,10 +44,12 @@ VORNGRAPH_EXPORT VisibleRange calculateVisibleIndices(std::uint64_t sampleCount,
 
 // Samples startIndex to endIndex as (time, value). Above maxPoints samples the range is cut into
 // maxPoints / 2 buckets of fractional width, each drawn as its minimum and maximum in time order,
-// so that spikes survive. Indices beyond the samples are clamped.
+// so that spikes survive. Indices beyond the samples are clamped. A pyramid built on the same
+// samples gives the same points in time proportional to the number of buckets.
 VORNGRAPH_EXPORT QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples,
                                                          SampleTimeBase time, std::uint64_t startIndex,
-                                                         std::uint64_t endIndex, int maxPoints);
+                                                         std::uint64_t endIndex, int maxPoints,
+                                                         const MinMaxPyramid *pyramid = nullptr);
 
 // The search downsampleVisibleRange() does per bucket over samples [first, last): a plain scan.
 // A faster index over the same samples must give the very same answer, ties included.

@@ -89,6 +89,7 @@ void VornGraph::displayGraph()
     m_stackedWidget->setCurrentIndex(0);
     clearGraph();
 
+    buildPyramids();
     calculateGlobalXRange();
     m_timeOffset = -(m_globalXMin + m_globalXMax) / 2;
     setupAxisX();

@@ -13,8 +13,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 class InteractiveChartView;
+class MinMaxPyramid;
 class QCategoryAxis;
 class QChart;
 class QDoubleSpinBox;
@@ -86,6 +89,8 @@ private:
     QVector<double> calculateTimeValues(const WaveformData &w) const;
     void updateSeriesForViewport();
     QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
+    void buildPyramids();
+    const MinMaxPyramid *pyramidFor(const WaveformData &w) const;
 
     // vorngraph_axes.cpp: divisions and label axes
     double calculateDivisionSizeX(double horizontalDivisions) const;
@@ -149,6 +154,8 @@ private:
     QLabel *m_errorLabel = nullptr;
     // One zero-delay retry of the layout at a time, however many resizes ask for it.
     bool m_squareDivisionsPending = false;
+    // Min/max index of every long waveform, so that a view change costs the same at any length.
+    std::vector<std::shared_ptr<const MinMaxPyramid>> m_pyramids;
 };
 
 #endif

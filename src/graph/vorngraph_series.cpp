@@ -1,5 +1,7 @@
 #include "vorngraph.h"
 
+#include "minmaxpyramid.h"
+
 #include <QChart>
 #include <QLineSeries>
 #include <QOpenGLContext>
@@ -117,7 +119,30 @@ VornGraph::VisibleRange VornGraph::calculateVisibleIndices(const WaveformData &w
 QVector<QPointF> VornGraph::downsampleVisibleRange(const WaveformData &w, std::uint64_t startIndex,
                                                    std::uint64_t endIndex, int maxPoints)
 {
-    return ::downsampleVisibleRange(*w.samples, timeBaseOf(w), startIndex, endIndex, maxPoints);
+    return ::downsampleVisibleRange(*w.samples, timeBaseOf(w), startIndex, endIndex, maxPoints, pyramidFor(w));
+}
+
+void VornGraph::buildPyramids()
+{
+    m_pyramids.resize(static_cast<size_t>(m_waveforms.size()));
+    for (qsizetype i = 0; i < m_waveforms.size(); ++i) {
+        const std::vector<double> &samples = *m_waveforms.at(i).samples;
+        std::shared_ptr<const MinMaxPyramid> &pyramid = m_pyramids[static_cast<size_t>(i)];
+        // Short waveforms are scanned faster than a pyramid is built.
+        if (samples.size() <= static_cast<size_t>(4 * MAX_DISPLAY_POINTS))
+            pyramid.reset();
+        else if (!pyramid || pyramid->sampleCount() != samples.size())
+            pyramid = std::make_shared<const MinMaxPyramid>(samples);
+    }
+}
+
+const MinMaxPyramid *VornGraph::pyramidFor(const WaveformData &w) const
+{
+    for (size_t i = 0; i < m_pyramids.size() && i < static_cast<size_t>(m_waveforms.size()); ++i) {
+        if (&m_waveforms.at(static_cast<qsizetype>(i)) == &w)
+            return m_pyramids[i].get();
+    }
+    return nullptr;
 }
 
 QVector<double> VornGraph::calculateTimeValues(const WaveformData &w) const

@@ -1,4 +1,5 @@
 #include "downsampling.h"
+#include "minmaxpyramid.h"
 
 #include <QRandomGenerator>
 #include <QTest>
@@ -100,6 +101,7 @@ private slots:
     void visibleIndicesMatchReferenceOnRandomViews();
     void reductionMatchesReferenceOnRandomData_data();
     void reductionMatchesReferenceOnRandomData();
+    void pyramidMatchesReferenceOnLongViews();
     void keepsEveryPointUpToTheLimit_data();
     void keepsEveryPointUpToTheLimit();
     void reducesFullBucketsToMinAndMaxInTimeOrder();
@@ -182,9 +184,24 @@ void TstDownsampling::reductionMatchesReferenceOnRandomData()
         const std::uint64_t b = a + random.bounded(quint64(v.size() - a));
         const int maxPoints = limits[random.bounded(6)];
         const double dt = 1e-6 * (1 + random.bounded(9));
-        const QVector<QPointF> got = downsampleVisibleRange(v, SampleTimeBase{dt, -0.5}, a, b, maxPoints);
-        QVERIFY2(identical(got, naive::downsample(v, dt, -0.5, a, b, maxPoints)),
-                 qPrintable(QStringLiteral("%1 samples, [%2, %3], %4 points").arg(v.size()).arg(a).arg(b).arg(maxPoints)));
+        const QVector<QPointF> want = naive::downsample(v, dt, -0.5, a, b, maxPoints);
+        const MinMaxPyramid pyramid(v);
+        const QString where = QStringLiteral("%1 samples, [%2, %3], %4 points").arg(v.size()).arg(a).arg(b).arg(maxPoints);
+        QVERIFY2(identical(downsampleVisibleRange(v, SampleTimeBase{dt, -0.5}, a, b, maxPoints), want), qPrintable(where));
+        QVERIFY2(identical(downsampleVisibleRange(v, SampleTimeBase{dt, -0.5}, a, b, maxPoints, &pyramid), want),
+                 qPrintable(where + QStringLiteral(" with the pyramid")));
+    }
+}
+
+void TstDownsampling::pyramidMatchesReferenceOnLongViews()
+{
+    // Long enough for the work to be split between two threads.
+    QRandomGenerator random(99);
+    const std::vector<double> v = randomSamples(random, 6000000, 50);
+    const MinMaxPyramid pyramid(v);
+    for (const auto &[a, b] : {std::pair<std::uint64_t, std::uint64_t>{0, v.size() - 1}, {12345, 5999000}, {64, 4000127}}) {
+        const QVector<QPointF> want = naive::downsample(v, 1e-6, 0.0, a, b, 5000);
+        QVERIFY(identical(downsampleVisibleRange(v, SampleTimeBase{1e-6, 0.0}, a, b, 5000, &pyramid), want));
     }
 }
 

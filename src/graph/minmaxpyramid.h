@@ -1,0 +1,64 @@
+#ifndef MINMAXPYRAMID_H
+#define MINMAXPYRAMID_H
+
+#include "vorngraph_export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+// Minimum and maximum of every block of a sample array, at block sizes 64, 256, 1024, ...,
+// so that the extremes of any index range cost a few block look-ups plus two short scans
+// instead of a scan of the whole range. Answers are exactly those of a front-to-back scan that
+// starts at the range's first sample and takes a later sample only when it is strictly smaller
+// (or greater): the earliest index wins a tie, and NaN wins only as the first sample.
+class VORNGRAPH_EXPORT MinMaxPyramid
+{
+public:
+    struct Extremes
+    {
+        double min;
+        double max;
+        uint64_t minIndex;
+        uint64_t maxIndex;
+    };
+
+    static constexpr uint64_t BASE_BLOCK = 64;
+    static constexpr unsigned FAN_OUT = 4;
+
+    MinMaxPyramid() = default;
+    explicit MinMaxPyramid(const std::vector<double> &samples);
+
+    // Extremes of samples[first, last), first < last; samples must be the array it was built on.
+    Extremes extremes(const double *samples, uint64_t first, uint64_t last) const;
+
+    // Extremes of every range [first[i], last[i]) at once, ranges in ascending order and each
+    // non-empty. Memory for the ranges ahead is fetched while earlier ones are computed, and
+    // long views are split over two threads.
+    void extremes(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
+                  Extremes *out) const;
+
+    uint64_t sampleCount() const { return m_sampleCount; }
+    size_t memoryBytes() const;
+
+private:
+    // Values ignore NaN (an all-NaN block holds +inf and -inf, which never win a strict
+    // comparison); offsets are from the block's first sample.
+    struct Block
+    {
+        double min;
+        double max;
+        uint32_t minOffset;
+        uint32_t maxOffset;
+    };
+
+    void merge(Extremes &into, const Block &block, uint64_t blockStart) const;
+    void prefetch(const double *samples, uint64_t first, uint64_t last) const;
+    void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
+                         Extremes *out) const;
+
+    uint64_t m_sampleCount = 0;
+    std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^k samples
+};
+
+#endif

@@ -1,0 +1,110 @@
+#include "minmaxpyramid.h"
+
+#include <QTest>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+namespace {
+
+// The plain front-to-back scan the pyramid must agree with.
+MinMaxPyramid::Extremes scanned(const std::vector<double> &s, uint64_t first, uint64_t last)
+{
+    MinMaxPyramid::Extremes e{s[first], s[first], first, first};
+    for (uint64_t i = first + 1; i < last; ++i) {
+        if (s[i] < e.min) {
+            e.min = s[i];
+            e.minIndex = i;
+        }
+        if (s[i] > e.max) {
+            e.max = s[i];
+            e.maxIndex = i;
+        }
+    }
+    return e;
+}
+
+bool same(const MinMaxPyramid::Extremes &a, const MinMaxPyramid::Extremes &b)
+{
+    const auto eq = [](double x, double y) { return x == y || (std::isnan(x) && std::isnan(y)); };
+    return eq(a.min, b.min) && eq(a.max, b.max) && a.minIndex == b.minIndex && a.maxIndex == b.maxIndex;
+}
+
+std::vector<double> makeSamples(const QString &shape, size_t n, std::mt19937_64 &random)
+{
+    std::vector<double> s(n);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    std::uniform_int_distribution<int> level(0, 3);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (size_t i = 0; i < n; ++i) {
+        if (shape == "random")
+            s[i] = uniform(random);
+        else if (shape == "plateaus") // long runs of equal values: every tie matters
+            s[i] = static_cast<double>(level(random) * ((i / 97) % 3));
+        else if (shape == "block-edge extremes")
+            s[i] = (i % 64 == 0 || i % 64 == 63) ? ((i / 64) % 2 ? 5.0 : -5.0) : uniform(random);
+        else if (shape == "with gaps")
+            s[i] = (i % 50 < 7) ? nan : uniform(random);
+        else if (shape == "infinities")
+            s[i] = i % 333 == 0 ? std::numeric_limits<double>::infinity() * (i % 2 ? 1 : -1) : level(random);
+    }
+    return s;
+}
+
+} // namespace
+
+class TstMinMaxPyramid : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void agreesWithAScanOnEveryRange_data();
+    void agreesWithAScanOnEveryRange();
+    void staysWithinAnEighthOfTheSamples();
+};
+
+void TstMinMaxPyramid::agreesWithAScanOnEveryRange_data()
+{
+    QTest::addColumn<QString>("shape");
+    for (const char *shape : {"random", "plateaus", "block-edge extremes", "with gaps", "infinities"})
+        QTest::newRow(shape) << shape;
+}
+
+void TstMinMaxPyramid::agreesWithAScanOnEveryRange()
+{
+    QFETCH(QString, shape);
+    std::mt19937_64 random(42);
+    for (size_t n : {1ul, 63ul, 64ul, 65ul, 1000ul, 70000ul}) {
+        const std::vector<double> s = makeSamples(shape, n, random);
+        const MinMaxPyramid pyramid(s);
+        // Every start and end near the block edges, plus random ranges of every length.
+        std::vector<std::pair<uint64_t, uint64_t>> ranges;
+        for (uint64_t a : {0ul, 1ul, 62ul, 63ul, 64ul, 65ul, 127ul, 128ul, 255ul, 256ul, 1023ul, 1024ul})
+            for (uint64_t b : {1ul, 2ul, 63ul, 64ul, 65ul, 128ul, 129ul, 1024ul, 1025ul, 4097ul, 65537ul, n})
+                if (a < b && b <= n)
+                    ranges.emplace_back(a, b);
+        std::uniform_int_distribution<uint64_t> pick(0, n - 1);
+        for (int i = 0; i < 2000; ++i) {
+            uint64_t a = pick(random), b = pick(random);
+            if (a > b)
+                std::swap(a, b);
+            ranges.emplace_back(a, b + 1);
+        }
+        for (const auto &[a, b] : ranges) {
+            if (!same(pyramid.extremes(s.data(), a, b), scanned(s, a, b)))
+                QFAIL(qPrintable(QStringLiteral("n %1, range [%2, %3)").arg(n).arg(a).arg(b)));
+        }
+    }
+}
+
+void TstMinMaxPyramid::staysWithinAnEighthOfTheSamples()
+{
+    std::mt19937_64 random(7);
+    const std::vector<double> s = makeSamples("random", 1 << 20, random);
+    const MinMaxPyramid pyramid(s);
+    QVERIFY(pyramid.memoryBytes() <= s.size() * sizeof(double) / 8);
+}
+
+QTEST_APPLESS_MAIN(TstMinMaxPyramid)
+#include "tst_minmaxpyramid.moc"
