@@ -52,6 +52,11 @@ BENCHMARK(BM_DownsampleVisibleRange)->Arg(10'000)->Arg(1'000'000)->Arg(100'000'0
 
 } // namespace
 
+std::vector<double> benchSamples(std::size_t count)
+{
+    return makeSamples(count, 1);
+}
+
 // Reaches the graph's view update directly, the way a spin box or a resize does.
 class VornGraphBench
 {

@@ -1,6 +1,10 @@
+#include "summary.h"
+
 #include <QApplication>
 
 #include <benchmark/benchmark.h>
+
+std::vector<double> benchSamples(std::size_t count); // bench_graph.cpp
 
 // Some figures need widgets; without a display they run on the offscreen platform.
 int main(int argc, char *argv[])
@@ -13,5 +17,6 @@ int main(int argc, char *argv[])
         return 1;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    printSummary(benchSamples);
     return 0;
 }

@@ -1,0 +1,98 @@
+// The figures the project is judged by, measured in one run on the same data and printed after
+// Google Benchmark's table.
+
+#include "summary.h"
+
+#include "downsampling.h"
+#include "minmaxpyramid.h"
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <random>
+
+namespace {
+
+constexpr std::size_t LONG = 100'000'000;
+constexpr int MAX_POINTS = 5000;
+
+double bestMilliseconds(int repeats, const std::function<void()> &work)
+{
+    double best = INFINITY;
+    for (int i = 0; i < repeats; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        best = std::min(best, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+bool identical(const QVector<QPointF> &a, const QVector<QPointF> &b)
+{
+    return a.size() == b.size()
+        && std::equal(a.begin(), a.end(), b.begin(), [](QPointF p, QPointF q) { return p.x() == q.x() && p.y() == q.y(); });
+}
+
+void printReduction(const std::vector<double> &samples)
+{
+    const MinMaxPyramid pyramid(samples);
+    const SampleTimeBase time{1e-6, 0.0};
+    const auto view = [&](std::uint64_t first, std::uint64_t last, const char *label) {
+        QVector<QPointF> fast, plain;
+        const double fastMs = bestMilliseconds(9, [&] {
+            fast = downsampleVisibleRange(samples, time, first, last, MAX_POINTS, &pyramid);
+        });
+        const double plainMs = bestMilliseconds(3, [&] { plain = downsampleVisibleRange(samples, time, first, last, MAX_POINTS); });
+        if (label[0] == 'r')
+            std::printf("reduction 100M: pyramid %.3f ms, naive %.1f ms, ratio %.0f, identical %s\n", fastMs, plainMs,
+                        plainMs / fastMs, identical(fast, plain) ? "yes" : "no");
+        else
+            std::printf("zoom 100M: pyramid %.3f ms, naive %.1f ms\n", fastMs, plainMs);
+    };
+    view(0, samples.size() - 1, "reduction");
+    view(samples.size() * 45 / 100, samples.size() * 55 / 100 - 1, "zoom");
+}
+
+// Loading runs in a process of its own, so that its peak memory is the load's alone.
+void printLoad()
+{
+    const QString file = QStringLiteral("/tmp/vorn-bench-100M.sr");
+    if (!QFileInfo::exists(file)
+        && QProcess::execute(QStringLiteral(VORN_GENSR), {file, QString::number(LONG), "1"}) != 0) {
+        std::printf("load 100M: could not write %s\n", qPrintable(file));
+        return;
+    }
+    double ours = INFINITY, peak = 0, unzip = INFINITY;
+    for (int i = 0; i < 3; ++i) {
+        QProcess load;
+        load.start(QStringLiteral(VORN_LOADCAPTURE), {file});
+        load.waitForFinished(-1);
+        const auto m = QRegularExpression(QStringLiteral("in ([0-9.]+) s; peak [0-9]+ bytes, ([0-9.]+) bytes/sample"))
+                           .match(QString::fromUtf8(load.readAllStandardOutput()));
+        if (!m.hasMatch()) {
+            std::printf("load 100M: vorn_loadcapture failed\n");
+            return;
+        }
+        ours = std::min(ours, m.captured(1).toDouble());
+        peak = std::max(peak, m.captured(2).toDouble());
+        unzip = std::min(unzip, bestMilliseconds(1, [&] {
+                    QProcess::execute(QStringLiteral("sh"), {"-c", "unzip -p '" + file + "' > /dev/null"});
+                }) / 1000.0);
+    }
+    std::printf("load 100M: ours %.2f s, unzip %.2f s, ratio %.2f, peak %.2f bytes/sample\n", ours, unzip, ours / unzip, peak);
+}
+
+} // namespace
+
+void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples)
+{
+    std::printf("\n");
+    printReduction(makeSamples(LONG));
+    printLoad();
+    std::fflush(stdout);
+}
