@@ -1,6 +1,7 @@
 // The controller's scene graphics: markers, connector lines and fill polygons.
 #include "envelopeeditorcontroller.h"
 
+#include "boundedlineitem.h"
 #include "draggablepointmarker.h"
 #include "interactivechartview.h"
 
@@ -29,11 +30,47 @@ void removeAll(QGraphicsScene *scene, QVector<Item *> &items)
 
 QGraphicsLineItem *addConnector(QGraphicsScene *scene, const QPen &pen)
 {
-    auto *line = new QGraphicsLineItem;
+    auto *line = new BoundedLineItem;
     line->setPen(pen);
     line->setZValue(CONNECTOR_Z);
     scene->addItem(line);
     return line;
+}
+
+QGraphicsPolygonItem *addFill(QGraphicsScene *scene, const QColor &color)
+{
+    auto *item = new QGraphicsPolygonItem;
+    item->setBrush(QBrush(color, Qt::SolidPattern));
+    item->setPen(QPen(Qt::NoPen));
+    item->setZValue(FILL_Z);
+    scene->addItem(item);
+    return item;
+}
+
+// One polygon per run of two or more enabled markers: along the upper values, back along the lower.
+QVector<QPolygonF> fillPolygons(const QVector<DraggablePointMarker *> &markers, QChart *chart,
+                                QAbstractSeries *series)
+{
+    QVector<QPolygonF> polygons;
+    const auto at = [&](int k, double value) {
+        return chart->mapToPosition(QPointF(markers.at(k)->time(), value), series);
+    };
+    int runStart = 0;
+    for (int i = 0; i <= markers.size(); ++i) {
+        if (i < markers.size() && markers.at(i)->isPointEnabled())
+            continue;
+        if (i - runStart >= 2) {
+            QPolygonF polygon;
+            polygon.reserve(2 * (i - runStart));
+            for (int k = runStart; k < i; ++k)
+                polygon << at(k, markers.at(k)->upperValue());
+            for (int k = i - 1; k >= runStart; --k)
+                polygon << at(k, markers.at(k)->lowerValue());
+            polygons.append(polygon);
+        }
+        runStart = i + 1;
+    }
+    return polygons;
 }
 
 } // namespace
@@ -150,33 +187,21 @@ void EnvelopeEditorController::createFillArea()
 
 void EnvelopeEditorController::updateFillArea()
 {
-    removeFillArea();
     QGraphicsScene *s = scene();
-    if (!s || m_markers.size() < 2)
+    if (!s)
         return;
-    QChart *c = chart();
-    QColor fill = m_color;
-    fill.setAlpha(FILL_ALPHA);
-    int runStart = 0;
-    for (int i = 0; i <= m_markers.size(); ++i) {
-        if (i < m_markers.size() && m_markers.at(i)->isPointEnabled())
-            continue;
-        if (i - runStart >= 2) {
-            QPolygonF polygon;
-            polygon.reserve(2 * (i - runStart));
-            for (int k = runStart; k < i; ++k)
-                polygon << c->mapToPosition(QPointF(m_markers.at(k)->time(), m_markers.at(k)->upperValue()), m_series);
-            for (int k = i - 1; k >= runStart; --k)
-                polygon << c->mapToPosition(QPointF(m_markers.at(k)->time(), m_markers.at(k)->lowerValue()), m_series);
-            auto *item = new QGraphicsPolygonItem(polygon);
-            item->setBrush(QBrush(fill, Qt::SolidPattern));
-            item->setPen(QPen(Qt::NoPen));
-            item->setZValue(FILL_Z);
-            s->addItem(item);
-            m_fillAreas.append(item);
-        }
-        runStart = i + 1;
+    const QVector<QPolygonF> polygons = fillPolygons(m_markers, chart(), m_series);
+    // A drag leaves the runs as they are; reshaping their polygons draws the same as rebuilding
+    // them and spares the scene an item removal and insertion per mouse move.
+    if (polygons.size() != m_fillAreas.size()) {
+        removeFillArea();
+        QColor fill = m_color;
+        fill.setAlpha(FILL_ALPHA);
+        for (int i = 0; i < polygons.size(); ++i)
+            m_fillAreas.append(addFill(s, fill));
     }
+    for (int i = 0; i < polygons.size(); ++i)
+        m_fillAreas.at(i)->setPolygon(polygons.at(i));
 }
 
 void EnvelopeEditorController::removeFillArea()

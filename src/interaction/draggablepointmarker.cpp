@@ -1,5 +1,7 @@
 #include "draggablepointmarker.h"
 
+#include "boundedlineitem.h"
+
 #include <QBrush>
 #include <QChart>
 #include <QGraphicsEllipseItem>
@@ -19,6 +21,9 @@ QPen outlinePen(const QColor &color, double width)
 QGraphicsEllipseItem *addCircle(QGraphicsScene *scene, double diameter, double z)
 {
     auto *item = new QGraphicsEllipseItem(-diameter / 2, -diameter / 2, diameter, diameter);
+    // Handles and toggles move on every drag step; repainting them from a pixmap is much
+    // cheaper than stroking a circle, above all with antialiasing.
+    item->setCacheMode(QGraphicsItem::DeviceCoordinateCache);
     item->setZValue(z);
     scene->addItem(item);
     return item;
@@ -26,7 +31,7 @@ QGraphicsEllipseItem *addCircle(QGraphicsScene *scene, double diameter, double z
 
 QGraphicsLineItem *addLine(QGraphicsScene *scene, double z)
 {
-    auto *item = new QGraphicsLineItem;
+    auto *item = new BoundedLineItem;
     item->setZValue(z);
     scene->addItem(item);
     return item;
@@ -56,7 +61,7 @@ bool near(const QGraphicsItem *item, const QPointF &scenePos, double tolerance)
 void DraggablePointMarker::createMarkers(QGraphicsScene *scene, const QColor &color)
 {
     m_color = color;
-    m_linkLine = new QGraphicsLineItem;
+    m_linkLine = new BoundedLineItem;
     m_linkLine->setPen(QPen(QBrush(color, Qt::SolidPattern), 1.0, Qt::DashLine, Qt::SquareCap, Qt::BevelJoin));
     m_linkLine->setZValue(999.0);
     scene->addItem(m_linkLine);
