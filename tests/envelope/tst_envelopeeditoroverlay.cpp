@@ -1,6 +1,8 @@
 #include "envelopeeditoroverlay.h"
+#include "interactivechartview.h"
 
 #include <QApplication>
+#include <QChart>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPushButton>
@@ -38,7 +40,8 @@ private:
 
 void TstEnvelopeEditorOverlay::init()
 {
-    m_parent = std::make_unique<QWidget>();
+    // The panel lives on the chart view, a scroll area whose own children sit beside the viewport.
+    m_parent = std::make_unique<InteractiveChartView>(new QChart);
     m_parent->resize(800, 500);
     m_overlay = new EnvelopeEditorOverlay(m_parent.get());
     m_overlay->move(100, 100);
