@@ -84,6 +84,11 @@ struct ChartTestHarness
     {
         send(QEvent::MouseButtonRelease, pos, button, Qt::NoButton);
     }
+    void click(const QPoint &pos)
+    {
+        press(pos);
+        release(pos);
+    }
     void drag(const QPoint &from, const QPoint &to)
     {
         press(from);

@@ -10,28 +10,26 @@ namespace {
 
 const QColor BASE(40, 120, 200);
 
-QList<QGraphicsItem *> itemsAtZ(QGraphicsScene *scene, double z)
+QList<QGraphicsItem *> itemsAtZ(QGraphicsScene *scene, double z, bool visibleOnly = false)
 {
     QList<QGraphicsItem *> found;
     for (QGraphicsItem *item : scene->items())
-        if (item->zValue() == z)
+        if (item->zValue() == z && (!visibleOnly || item->isVisible()))
             found << item;
     return found;
 }
 
-// The upper handle sits higher on screen, so it has the smaller y.
-QPair<QGraphicsEllipseItem *, QGraphicsEllipseItem *> handles(QGraphicsScene *scene)
+QGraphicsEllipseItem *handleAt(QGraphicsScene *scene, const QPointF &pos)
 {
-    const QList<QGraphicsItem *> items = itemsAtZ(scene, 1001.0);
-    auto *a = qgraphicsitem_cast<QGraphicsEllipseItem *>(items.value(0));
-    auto *b = qgraphicsitem_cast<QGraphicsEllipseItem *>(items.value(1));
-    if (!a || !b)
-        return {nullptr, nullptr};
-    return a->pos().y() < b->pos().y() ? qMakePair(a, b) : qMakePair(b, a);
+    for (QGraphicsItem *item : itemsAtZ(scene, 1001.0))
+        if (item->pos() == pos)
+            return qgraphicsitem_cast<QGraphicsEllipseItem *>(item);
+    return nullptr;
 }
 
 } // namespace
 
+// One marker at 50 s between 1 and -1 on the waveform's axis.
 class TstDraggablePointMarker : public QObject
 {
     Q_OBJECT
@@ -41,13 +39,12 @@ private slots:
     void cleanup();
     void hitTestsIncludeTheToleranceBoundary_data();
     void hitTestsIncludeTheToleranceBoundary();
-    void hitTestsMissBeforeItemsExist();
-    void selectionBrightensBothHandles();
-    void disabledPointShowsOnlyAnOutlinedPlus();
+    void selectionAndEnablingRestyleTheItems();
     void itemsFollowTheDataThroughTheSeriesAxis();
-    void removeFromSceneTakesEveryItem();
 
 private:
+    QGraphicsScene *scene() const { return m_harness->chart->scene(); }
+
     std::unique_ptr<ChartTestHarness> m_harness;
     DraggablePointMarker m_marker;
 };
@@ -57,7 +54,7 @@ void TstDraggablePointMarker::init()
     m_harness = std::make_unique<ChartTestHarness>();
     QVERIFY(m_harness->ready());
     m_marker = DraggablePointMarker();
-    m_marker.createMarkers(m_harness->chart->scene(), BASE);
+    m_marker.createMarkers(scene(), BASE);
     m_marker.setSeries(m_harness->series);
     m_marker.setDataPosition(50.0, 1.0, -1.0);
     m_marker.updateScenePosition(m_harness->chart);
@@ -65,7 +62,9 @@ void TstDraggablePointMarker::init()
 
 void TstDraggablePointMarker::cleanup()
 {
-    m_marker.removeFromScene(m_harness->chart->scene());
+    const int items = scene()->items().size();
+    m_marker.removeFromScene(scene());
+    QCOMPARE(scene()->items().size(), items - 6);
     m_harness.reset();
 }
 
@@ -74,7 +73,7 @@ void TstDraggablePointMarker::hitTestsIncludeTheToleranceBoundary_data()
     QTest::addColumn<QString>("target");
     QTest::addColumn<QPointF>("offset");
     QTest::addColumn<bool>("hit");
-    for (const QString target : {"upper", "lower", "toggle"}) {
+    for (const QString &target : QStringList{"upper", "lower", "toggle"}) {
         const QByteArray name = target.toLatin1();
         QTest::newRow(name + "/exactly 10 across") << target << QPointF(10.0, 0.0) << true;
         QTest::newRow(name + "/exactly 10 diagonally") << target << QPointF(-6.0, 8.0) << true;
@@ -97,89 +96,50 @@ void TstDraggablePointMarker::hitTestsIncludeTheToleranceBoundary()
         QCOMPARE(m_marker.hitTestToggle((upper + lower) / 2 + offset, 10.0), hit);
 }
 
-void TstDraggablePointMarker::hitTestsMissBeforeItemsExist()
+void TstDraggablePointMarker::selectionAndEnablingRestyleTheItems()
 {
-    DraggablePointMarker bare;
-    QVERIFY(!bare.hitTestUpper(QPointF(0, 0), 10.0));
-    QVERIFY(!bare.hitTestLower(QPointF(0, 0), 10.0));
-    QVERIFY(!bare.hitTestToggle(QPointF(0, 0), 10.0));
-}
-
-void TstDraggablePointMarker::selectionBrightensBothHandles()
-{
-    const auto [upper, lower] = handles(m_harness->chart->scene());
-    QVERIFY(upper && lower);
-    QCOMPARE(upper->brush().color(), BASE.lighter(120));
-    QCOMPARE(lower->brush().color(), BASE.darker(120));
-    m_marker.setSelected(true);
-    QCOMPARE(upper->brush().color(), BASE.lighter(150));
-    QCOMPARE(lower->brush().color(), BASE.lighter(130));
-    m_marker.setSelected(false);
-    QCOMPARE(upper->brush().color(), BASE.lighter(120));
-    QCOMPARE(lower->brush().color(), BASE.darker(120));
+    QGraphicsEllipseItem *upper = handleAt(scene(), m_harness->scenePos(50.0, 1.0));
+    QGraphicsEllipseItem *lower = handleAt(scene(), m_harness->scenePos(50.0, -1.0));
+    auto *toggle = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAtZ(scene(), 1002.0).value(0));
+    QVERIFY(upper && lower && toggle);
     QCOMPARE(upper->pen().color(), QColor(Qt::white));
-}
+    const auto brushes = [&] { return qMakePair(upper->brush().color(), lower->brush().color()); };
+    QCOMPARE(brushes(), qMakePair(BASE.lighter(120), BASE.darker(120)));
+    m_marker.setSelected(true);
+    QCOMPARE(brushes(), qMakePair(BASE.lighter(150), BASE.lighter(130)));
+    m_marker.setSelected(false);
+    QCOMPARE(brushes(), qMakePair(BASE.lighter(120), BASE.darker(120)));
 
-void TstDraggablePointMarker::disabledPointShowsOnlyAnOutlinedPlus()
-{
-    QGraphicsScene *scene = m_harness->chart->scene();
-    auto *toggle = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAtZ(scene, 1002.0).value(0));
-    QVERIFY(toggle);
-    const auto countVisible = [scene](double z) {
-        int n = 0;
-        for (QGraphicsItem *item : itemsAtZ(scene, z))
-            n += item->isVisible();
-        return n;
-    };
     QCOMPARE(toggle->brush().color(), BASE);
-    QCOMPARE(countVisible(1003.0), 1); // minus
-
+    QCOMPARE(itemsAtZ(scene(), 1003.0, true).size(), 1); // a minus
     m_marker.setPointEnabled(false);
-    QCOMPARE(countVisible(1001.0), 0);
-    QCOMPARE(countVisible(999.0), 0);
+    QCOMPARE(itemsAtZ(scene(), 1001.0, true).size() + itemsAtZ(scene(), 999.0, true).size(), 0);
     QCOMPARE(toggle->brush().style(), Qt::NoBrush);
     QCOMPARE(toggle->pen().color(), BASE.darker(150));
-    QCOMPARE(countVisible(1003.0), 2); // plus
-
+    QCOMPARE(itemsAtZ(scene(), 1003.0, true).size(), 2); // a plus
     m_marker.setPointEnabled(true);
-    QCOMPARE(countVisible(1001.0), 2);
-    QCOMPARE(countVisible(999.0), 1);
-    QCOMPARE(countVisible(1003.0), 1);
+    QCOMPARE(itemsAtZ(scene(), 1001.0, true).size() + itemsAtZ(scene(), 999.0, true).size(), 3);
 }
 
 void TstDraggablePointMarker::itemsFollowTheDataThroughTheSeriesAxis()
 {
     m_marker.setUpperValue(1.5);
     m_marker.setLowerValue(0.5);
-    QGraphicsScene *scene = m_harness->chart->scene();
-    const auto [upperBefore, lowerBefore] = handles(scene);
-    const QPointF unmoved = upperBefore->pos();
-    QCOMPARE(unmoved, m_harness->scenePos(50.0, 1.0)); // setters store only
+    QVERIFY(handleAt(scene(), m_harness->scenePos(50.0, 1.0))); // setters only store
     m_marker.updateScenePosition(m_harness->chart);
 
     const QPointF upper = m_harness->scenePos(50.0, 1.5);
     const QPointF lower = m_harness->scenePos(50.0, 0.5);
-    const auto [upperHandle, lowerHandle] = handles(scene);
-    QCOMPARE(upperHandle->pos(), upper);
-    QCOMPARE(lowerHandle->pos(), lower);
-    auto *link = qgraphicsitem_cast<QGraphicsLineItem *>(itemsAtZ(scene, 999.0).value(0));
+    QVERIFY(handleAt(scene(), upper) && handleAt(scene(), lower));
+    const auto *link = qgraphicsitem_cast<QGraphicsLineItem *>(itemsAtZ(scene(), 999.0).value(0));
     QCOMPARE(link->line(), QLineF(upper, lower));
     const QPointF middle = (upper + lower) / 2;
-    QCOMPARE(itemsAtZ(scene, 1002.0).value(0)->pos(), middle);
-    for (QGraphicsItem *bar : itemsAtZ(scene, 1003.0)) {
+    QCOMPARE(itemsAtZ(scene(), 1002.0).value(0)->pos(), middle);
+    for (QGraphicsItem *bar : itemsAtZ(scene(), 1003.0)) {
         const QLineF line = qgraphicsitem_cast<QGraphicsLineItem *>(bar)->line();
         QCOMPARE(line.center(), middle);
         QCOMPARE(line.length(), 8.0);
     }
-}
-
-void TstDraggablePointMarker::removeFromSceneTakesEveryItem()
-{
-    QGraphicsScene *scene = m_harness->chart->scene();
-    const int before = scene->items().size();
-    m_marker.removeFromScene(scene);
-    QCOMPARE(scene->items().size(), before - 6);
-    QVERIFY(!m_marker.hitTestUpper(m_harness->scenePos(50.0, 1.0), 10.0));
 }
 
 QTEST_MAIN(TstDraggablePointMarker)

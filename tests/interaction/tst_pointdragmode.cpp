@@ -77,21 +77,15 @@ void TstPointDragMode::draggedHandleFollowsTheMouseOnTheWaveformAxis()
     QSignalSpy selected(m_mode, &PointDragMode::pointSelected);
     QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
     const QPoint start = upper ? upperAt(2) : lowerAt(2);
-    const double otherValue = upper ? -0.5 : 1.5;
-
     m_harness->press(start);
-    QCOMPARE(selected.size(), 1);
-    QCOMPARE(selected.at(0).at(0).toInt(), 2);
+    QCOMPARE(selected.value(0).value(0).toInt(), 2);
     QVERIFY(m_markers[2]->isSelected());
-    for (const QPoint &pos : {start + QPoint(0, dy / 2), start + QPoint(0, dy)}) {
-        m_harness->move(pos);
-        const double expected = m_harness->valueAt(pos);
-        QCOMPARE(moved.last().at(0).toInt(), 2);
-        QCOMPARE(moved.last().at(upper ? 1 : 2).toDouble(), expected);
-        QCOMPARE(moved.last().at(upper ? 2 : 1).toDouble(), otherValue);
-        QCOMPARE(m_markers[2]->time(), 80.0);
-    }
+    m_harness->move(start + QPoint(0, dy / 2));
+    m_harness->move(start + QPoint(0, dy));
+    const double value = m_harness->valueAt(start + QPoint(0, dy));
     QCOMPARE(moved.size(), 2);
+    QCOMPARE(moved.last(), QVariantList({2, upper ? value : 1.5, upper ? -0.5 : value}));
+    QCOMPARE(m_markers[2]->time(), 80.0);
     QCOMPARE(upper ? upperAt(2) : lowerAt(2), start + QPoint(0, dy));
 }
 
@@ -110,30 +104,25 @@ void TstPointDragMode::pressOnDisabledHandleOnlyDeselects()
 {
     QSignalSpy selected(m_mode, &PointDragMode::pointSelected);
     QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
-    m_harness->press(upperAt(2));
-    m_harness->release(upperAt(2));
+    m_harness->click(upperAt(2));
     m_markers[0]->setPointEnabled(false);
-    const QPoint lower = lowerAt(0);
-    m_harness->press(lower);
-    m_harness->move(lower + QPoint(0, 20));
+    m_harness->press(lowerAt(0));
+    m_harness->move(lowerAt(0) + QPoint(0, 20));
     QCOMPARE(selected.size(), 1);
     QCOMPARE(moved.size(), 0);
-    QVERIFY(!m_markers[2]->isSelected());
-    QVERIFY(!m_markers[0]->isSelected());
+    QVERIFY(!m_markers[2]->isSelected() && !m_markers[0]->isSelected());
 }
 
 void TstPointDragMode::rightButtonChangesNothing()
 {
     QSignalSpy toggled(m_mode, &PointDragMode::pointToggled);
     QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
-    m_harness->press(upperAt(0));
-    m_harness->release(upperAt(0));
+    m_harness->click(upperAt(0));
     m_harness->press(QPoint(5, 5), Qt::RightButton);
     m_harness->press(upperAt(1), Qt::RightButton);
     m_harness->move(upperAt(0) + QPoint(0, 30), Qt::RightButton);
     QVERIFY(m_markers[0]->isSelected());
-    QCOMPARE(toggled.size(), 0);
-    QCOMPARE(moved.size(), 0);
+    QCOMPARE(toggled.size() + moved.size(), 0);
 }
 
 void TstPointDragMode::releaseEndsTheDragButKeepsTheSelection()
@@ -141,9 +130,9 @@ void TstPointDragMode::releaseEndsTheDragButKeepsTheSelection()
     QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
     const QPoint start = lowerAt(0);
     m_harness->drag(start, start + QPoint(0, 20));
-    const int afterDrag = moved.size();
+    QCOMPARE(moved.size(), 2);
     m_harness->move(start + QPoint(0, 60));
-    QCOMPARE(moved.size(), afterDrag);
+    QCOMPARE(moved.size(), 2);
     QVERIFY(m_markers[0]->isSelected());
     m_harness->press(QPoint(3, 3));
     QVERIFY(!m_markers[0]->isSelected());
