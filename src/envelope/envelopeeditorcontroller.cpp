@@ -29,7 +29,8 @@ EnvelopeEditorController::EnvelopeEditorController(QObject *parent)
 
 EnvelopeEditorController::~EnvelopeEditorController()
 {
-    // The installed mode has two owners, the view and us; hand it back before QObject deletes it.
+    // Our installed mode is also our QObject child: let the view delete it now, or the view
+    // would delete it a second time after QObject has.
     releaseInteractionMode();
     removePointMarkers();
     forgetSceneItems();
