@@ -5,6 +5,10 @@
 #include <functional>
 #include <vector>
 
+// Milliseconds per mouse move while a handle of an envelope of this many points is dragged,
+// the repaint included (bench_drag.cpp).
+double dragMillisecondsPerMove(int points);
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif

@@ -1,0 +1,128 @@
+#ifndef ENVELOPEEDITORCONTROLLER_H
+#define ENVELOPEEDITORCONTROLLER_H
+
+#include "vorngraph_export.h"
+#include "vornwaveform.h"
+
+#include <QColor>
+#include <QObject>
+#include <QPointer>
+#include <QVector>
+
+#include <utility>
+
+class DraggablePointMarker;
+class InteractiveChartView;
+class PointDragMode;
+class QAbstractSeries;
+class QChart;
+class QGraphicsLineItem;
+class QGraphicsPolygonItem;
+class QGraphicsScene;
+class RegionSelectMode;
+
+// Runs one envelope edit of one waveform: region selection, point generation or loading, the
+// draggable markers with their connector lines and fill, and finally the envelope itself.
+// The point list is the truth; markers and lines mirror it.
+class VORNGRAPH_EXPORT EnvelopeEditorController : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum State { Idle, SelectingRegion, EditingPoints };
+    Q_ENUM(State)
+
+    explicit EnvelopeEditorController(QObject *parent = nullptr);
+    ~EnvelopeEditorController() override;
+
+    void setChartView(InteractiveChartView *view);
+
+    void startEditing(int waveformIndex, const WaveformData &waveform, const QColor &color,
+                      QAbstractSeries *series);
+    void startEditingExisting(int waveformIndex, const WaveformData &waveform,
+                              const EnvelopeData &envelope, const QColor &color,
+                              QAbstractSeries *series);
+    void finishEditing();
+    void cancelEditing();
+
+    void setPointCount(int count);
+    int pointCount() const { return m_pointCount; }
+    bool canFinish() const;
+    bool isEditing() const { return m_state != Idle; }
+    State state() const { return m_state; }
+    int waveformIndex() const { return m_waveformIndex; }
+    const QVector<EnvelopePoint> &points() const { return m_editData.points; }
+
+    EnvelopeData createEnvelopeData() const;
+    void updateMarkerPositions();
+    void removePointMarkers();
+
+    // The point rules, free of any scene so that they can be checked on plain data.
+    // A point enabled between disabled ones (or the list's ends) cannot bound a stretch.
+    static void disableLonelyPoints(QVector<EnvelopePoint> &points);
+    // One sample per point; disabled points become NaN gaps in both curves.
+    static EnvelopeData createEnvelopeData(const WaveformData &waveform, const EnvelopeEditData &editData);
+    // The curves assume uniform spacing, so the interval is the points' mean spacing.
+    static void updateSampleInterval(EnvelopeEditData &editData);
+    // Disabled points loaded from gaps have no values; park them at 90 % and 10 % of the y range.
+    static void initializeDisabledPointValues(QVector<EnvelopePoint> &points, double yMin, double yMax);
+
+signals:
+    void editingStarted(int waveformIndex);
+    void editingFinished(int waveformIndex, const EnvelopeData &envelope);
+    void editingCancelled();
+    void stateChanged(EnvelopeEditorController::State newState);
+    void pointsUpdated();
+    void pointCountChanged(int count);
+
+private slots:
+    void onRegionSelected(double startTime, double endTime);
+    void onPointMoved(int pointIndex, double newUpperValue, double newLowerValue);
+    void onPointToggled(int pointIndex);
+
+private:
+    void beginEdit(int waveformIndex, const WaveformData &waveform, const QColor &color,
+                   QAbstractSeries *series);
+    void endEdit();
+    void generateInitialPoints();
+    std::pair<double, double> getAxisYRange() const;
+    void loadExistingEnvelope(const EnvelopeData &envelope);
+    void disableLonelyPoints();
+    void initializeDisabledPointValues();
+    void updateSampleInterval();
+    void switchToPointDragMode();
+    void switchToRegionSelectMode();
+    void releaseInteractionMode();
+    void onChartViewDestroyed();
+
+    // Scene graphics, in envelopeeditorcontroller_scene.cpp.
+    QChart *chart() const;
+    QGraphicsScene *scene() const;
+    void createPointMarkers();
+    void updatePointMarkers();
+    void createConnectorLines();
+    void updateConnectorLines();
+    void placeConnectorLines();
+    void removeConnectorLines();
+    void createFillArea();
+    void updateFillArea();
+    void removeFillArea();
+    void forgetSceneItems();
+
+    QPointer<InteractiveChartView> m_chartView;
+    State m_state = Idle;
+    int m_waveformIndex = -1;
+    WaveformData m_waveform;
+    QColor m_color;
+    QAbstractSeries *m_series = nullptr;
+    EnvelopeEditData m_editData;
+    int m_pointCount = 10;
+    QVector<DraggablePointMarker *> m_markers;
+    QVector<QGraphicsLineItem *> m_upperLines;
+    QVector<QGraphicsLineItem *> m_lowerLines;
+    QVector<QGraphicsPolygonItem *> m_fillAreas;
+    QPointer<RegionSelectMode> m_regionSelectMode;
+    QPointer<PointDragMode> m_pointDragMode;
+};
+
+#endif

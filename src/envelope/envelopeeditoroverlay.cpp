@@ -1,0 +1,155 @@
+#include "envelopeeditoroverlay.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int PANEL_WIDTH = 220;
+constexpr int BUTTON_MIN_WIDTH = 80;
+
+} // namespace
+
+EnvelopeEditorOverlay::EnvelopeEditorOverlay(QWidget *parent)
+    : QFrame(parent)
+{
+    setupUi();
+    applyStylesheet();
+    connectSignals();
+}
+
+void EnvelopeEditorOverlay::setupUi()
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(12, 8, 12, 8);
+
+    m_statusLabel = new QLabel(tr("Select region on chart..."), this);
+    layout->addWidget(m_statusLabel);
+
+    auto *countRow = new QHBoxLayout;
+    countRow->addWidget(new QLabel(tr("Points:"), this));
+    m_pointCountSpinBox = new QSpinBox(this);
+    m_pointCountSpinBox->setRange(2, 100);
+    m_pointCountSpinBox->setValue(10);
+    m_pointCountSpinBox->setEnabled(false);
+    countRow->addWidget(m_pointCountSpinBox);
+    layout->addLayout(countRow);
+
+    auto *buttonRow = new QHBoxLayout;
+    buttonRow->setSpacing(8);
+    m_applyButton = new QPushButton(tr("Apply"), this);
+    m_applyButton->setEnabled(false);
+    m_applyButton->setMinimumWidth(BUTTON_MIN_WIDTH);
+    m_cancelButton = new QPushButton(tr("Cancel"), this);
+    m_cancelButton->setMinimumWidth(BUTTON_MIN_WIDTH);
+    buttonRow->addWidget(m_applyButton);
+    buttonRow->addWidget(m_cancelButton);
+    layout->addLayout(buttonRow);
+
+    setFixedWidth(PANEL_WIDTH);
+}
+
+void EnvelopeEditorOverlay::applyStylesheet()
+{
+    setStyleSheet(QStringLiteral(
+        "\n"
+        "        EnvelopeEditorOverlay {\n"
+        "            background: rgba(50, 50, 50, 220);\n"
+        "            border: 1px solid rgba(100, 100, 100, 200);\n"
+        "            border-radius: 8px;\n"
+        "        }\n"
+        "        QLabel { color: white; }\n"
+        "        QSpinBox {\n"
+        "            background: rgba(70, 70, 70, 255);\n"
+        "            border: 1px solid rgba(100, 100, 100, 255);\n"
+        "            border-radius: 3px;\n"
+        "            color: white;\n"
+        "            padding: 2px;\n"
+        "        }\n"
+        "        QPushButton {\n"
+        "            background: rgba(80, 80, 80, 255);\n"
+        "            border: 1px solid rgba(120, 120, 120, 255);\n"
+        "            border-radius: 4px;\n"
+        "            padding: 6px 20px;\n"
+        "            color: white;\n"
+        "        }\n"
+        "        QPushButton:hover { background: rgba(100, 100, 100, 255); }\n"
+        "        QPushButton:disabled { color: rgba(120, 120, 120, 255); }\n"
+        "    "));
+}
+
+void EnvelopeEditorOverlay::connectSignals()
+{
+    connect(m_pointCountSpinBox, &QSpinBox::valueChanged, this, &EnvelopeEditorOverlay::pointCountChanged);
+    connect(m_applyButton, &QPushButton::clicked, this, &EnvelopeEditorOverlay::applyClicked);
+    connect(m_cancelButton, &QPushButton::clicked, this, &EnvelopeEditorOverlay::cancelClicked);
+}
+
+int EnvelopeEditorOverlay::pointCount() const
+{
+    return m_pointCountSpinBox->value();
+}
+
+void EnvelopeEditorOverlay::setPointCount(int count)
+{
+    m_pointCountSpinBox->setValue(count);
+}
+
+void EnvelopeEditorOverlay::updateState(EnvelopeEditorController::State state)
+{
+    const bool editingPoints = state == EnvelopeEditorController::EditingPoints;
+    m_pointCountSpinBox->setEnabled(editingPoints);
+    m_applyButton->setEnabled(editingPoints);
+    if (state == EnvelopeEditorController::SelectingRegion)
+        m_statusLabel->setText(tr("Select region on chart..."));
+    else if (editingPoints)
+        m_statusLabel->setText(tr("Adjust envelope points"));
+}
+
+void EnvelopeEditorOverlay::clampToParent()
+{
+    const QWidget *parent = parentWidget();
+    if (!parent)
+        return;
+    const QRect area = parent->rect();
+    // The lower bound last: a panel larger than its parent sticks to the top-left corner.
+    const int x = std::max(std::min(area.width() - width(), pos().x()), 0);
+    const int y = std::max(std::min(area.height() - height(), pos().y()), 0);
+    move(x, y);
+}
+
+void EnvelopeEditorOverlay::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() != Qt::LeftButton) {
+        QFrame::mousePressEvent(event);
+        return;
+    }
+    m_dragging = true;
+    m_dragOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+    m_userPositioned = true;
+}
+
+void EnvelopeEditorOverlay::mouseMoveEvent(QMouseEvent *event)
+{
+    if (!m_dragging) {
+        QFrame::mouseMoveEvent(event);
+        return;
+    }
+    move(event->globalPosition().toPoint() - m_dragOffset);
+    clampToParent();
+}
+
+void EnvelopeEditorOverlay::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (event->button() != Qt::LeftButton) {
+        QFrame::mouseReleaseEvent(event);
+        return;
+    }
+    m_dragging = false;
+}

@@ -1,0 +1,67 @@
+#ifndef DRAGGABLEPOINTMARKER_H
+#define DRAGGABLEPOINTMARKER_H
+
+#include "vorngraph_export.h"
+
+#include <QColor>
+#include <QPointF>
+
+class QAbstractSeries;
+class QChart;
+class QGraphicsEllipseItem;
+class QGraphicsItem;
+class QGraphicsLineItem;
+class QGraphicsScene;
+
+// One envelope point in the chart's scene: an upper and a lower handle joined by a dashed link,
+// and a toggle half-way between them showing minus (enabled) or plus (disabled).
+// The marker owns its scene items from createMarkers() on; removeFromScene() is the only place
+// that deletes them, so the owner calls it before deleting the marker.
+class VORNGRAPH_EXPORT DraggablePointMarker
+{
+public:
+    void createMarkers(QGraphicsScene *scene, const QColor &color);
+    void removeFromScene(QGraphicsScene *scene);
+
+    void setSeries(QAbstractSeries *series) { m_series = series; }
+    void setDataPosition(double time, double upper, double lower);
+    void setUpperValue(double value) { m_upperValue = value; }
+    void setLowerValue(double value) { m_lowerValue = value; }
+
+    double time() const { return m_time; }
+    double upperValue() const { return m_upperValue; }
+    double lowerValue() const { return m_lowerValue; }
+    bool isSelected() const { return m_selected; }
+    bool isPointEnabled() const { return m_pointEnabled; }
+
+    void setSelected(bool selected);
+    void setPointEnabled(bool enabled);
+    void updateScenePosition(QChart *chart);
+
+    bool hitTestUpper(const QPointF &scenePos, double tolerance) const;
+    bool hitTestLower(const QPointF &scenePos, double tolerance) const;
+    bool hitTestToggle(const QPointF &scenePos, double tolerance) const;
+
+private:
+    static constexpr double MARKER_SIZE = 8.0;
+    static constexpr double TOGGLE_SIZE = 16.0;
+
+    void updateMarkerColors();
+    void updateToggleVisuals();
+
+    QGraphicsEllipseItem *m_upperHandle = nullptr;
+    QGraphicsEllipseItem *m_lowerHandle = nullptr;
+    QGraphicsLineItem *m_linkLine = nullptr;
+    QGraphicsEllipseItem *m_toggle = nullptr;
+    QGraphicsLineItem *m_toggleBar = nullptr;
+    QGraphicsLineItem *m_toggleCrossBar = nullptr;
+    QAbstractSeries *m_series = nullptr;
+    QColor m_color;
+    double m_time = 0.0;
+    double m_upperValue = 0.0;
+    double m_lowerValue = 0.0;
+    bool m_selected = false;
+    bool m_pointEnabled = true;
+};
+
+#endif
