@@ -5,11 +5,29 @@
 #include "vornwaveform.h"
 #include "waveform_sigrok.h"
 
-#include <sys/resource.h>
-
 #include <chrono>
 #include <cstdio>
 #include <vector>
+
+namespace {
+
+// The high-water mark of this program's memory. Unlike getrusage(), it starts afresh at exec,
+// so a large parent that started us does not count.
+double peakResidentBytes()
+{
+    std::FILE *status = std::fopen("/proc/self/status", "r");
+    char line[256];
+    double kib = 0;
+    while (status && std::fgets(line, sizeof line, status)) {
+        if (std::sscanf(line, "VmHWM: %lf kB", &kib) == 1)
+            break;
+    }
+    if (status)
+        std::fclose(status);
+    return kib * 1024.0;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -42,9 +60,7 @@ int main(int argc, char **argv)
         waveforms.push_back(w);
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    struct rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    const double peak = static_cast<double>(usage.ru_maxrss) * 1024.0;
+    const double peak = peakResidentBytes();
     std::printf("loaded %d waveforms, %llu samples in %.3f s; peak %.0f bytes, %.2f bytes/sample\n", count,
                 static_cast<unsigned long long>(samples), seconds, peak, samples ? peak / samples : 0.0);
     return 0;
