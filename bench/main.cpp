@@ -12,11 +12,16 @@ int main(int argc, char *argv[])
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
+    // The summary is the whole-run figure; a filtered run is after one benchmark only.
+    bool filtered = false;
+    for (int i = 1; i < argc; ++i)
+        filtered = filtered || QByteArray(argv[i]).startsWith("--benchmark_filter");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    printSummary(benchSamples);
+    if (!filtered)
+        printSummary(benchSamples);
     return 0;
 }
