@@ -47,6 +47,10 @@ view)
     build build RelWithDebInfo
     file=data/sample.sr
     if [ $# -gt 0 ] && [[ "$1" != --* ]]; then file=$1; shift; fi
+    # A screenshot needs no display; without one, render offscreen.
+    if [[ " $* " == *" --screenshot "* ]] && [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+        export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen}
+    fi
     exec build/apps/vornview/vornview "$file" "$@"
     ;;
 test)
