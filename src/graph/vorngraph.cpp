@@ -1,6 +1,8 @@
 #include "vorngraph.h"
 
+#include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
+#include "waveformitemdelegate.h"
 
 #include <QChart>
 #include <QHBoxLayout>
@@ -34,15 +36,17 @@ VornGraph::VornGraph(QWidget *parent)
     createChart();
 }
 
-VornGraph::~VornGraph() = default;
+VornGraph::~VornGraph()
+{
+    // The markers are not QObjects: they must leave the scene while the scene still exists.
+    if (m_envelopeEditor)
+        m_envelopeEditor->removePointMarkers();
+}
 
 void VornGraph::createChart()
 {
     m_splitter = new QSplitter(Qt::Horizontal, this);
-    m_infoTree = new QTreeWidget;
-    m_infoTree->setColumnCount(2);
-    m_infoTree->setHeaderLabels({tr("Name"), tr("Value")});
-    m_infoTree->setContextMenuPolicy(Qt::CustomContextMenu);
+    createInfoTree();
     m_splitter->addWidget(m_infoTree);
 
     createFrameWidgets();
@@ -51,8 +55,34 @@ void VornGraph::createChart()
     m_splitter->setStretchFactor(0, 0);
     m_splitter->setStretchFactor(1, 1);
 
+    createEnvelopeEditor();
+
     auto *layout = new QHBoxLayout(this);
     layout->addWidget(m_splitter);
+}
+
+void VornGraph::createInfoTree()
+{
+    m_infoTree = new QTreeWidget;
+    m_infoTree->setColumnCount(2);
+    m_infoTree->setHeaderLabels({tr("Name"), tr("Value")});
+    m_infoTree->setItemDelegateForColumn(0, new WaveformItemDelegate(m_infoTree));
+    m_infoTree->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_infoTree, &QTreeWidget::itemChanged, this, &VornGraph::onWaveformVisibilityChanged);
+    connect(m_infoTree, &QWidget::customContextMenuRequested, this, &VornGraph::onTreeContextMenu);
+    connect(m_infoTree, &QTreeWidget::itemSelectionChanged, this, &VornGraph::onTreeSelectionChanged);
+}
+
+void VornGraph::createEnvelopeEditor()
+{
+    using Controller = EnvelopeEditorController;
+    m_envelopeEditor = new Controller(this);
+    m_envelopeEditor->setChartView(m_chartView);
+    connect(m_envelopeEditor, &Controller::editingFinished, this, &VornGraph::onEnvelopeEditingFinished);
+    connect(m_envelopeEditor, &Controller::editingCancelled, this, &VornGraph::onEnvelopeEditingCancelled);
+    // The host hears of a new state before the panel and the tree show it.
+    connect(m_envelopeEditor, &Controller::stateChanged, this, &VornGraph::envelopeEditorStateChanged);
+    connect(m_envelopeEditor, &Controller::stateChanged, this, &VornGraph::onEditorStateChanged);
 }
 
 void VornGraph::createFrameWidgets()
@@ -61,7 +91,8 @@ void VornGraph::createFrameWidgets()
     m_chart->setTheme(QChart::ChartThemeDark);
     m_chart->setAnimationOptions(QChart::NoAnimation);
     // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
-    // the widget: lay the divisions out again whenever the plot area moves.
+    // the widget: lay the divisions out again whenever the plot area moves. The plot area also
+    // settles only after a resize event, and the editor's markers follow from there.
     connect(m_chart, &QChart::plotAreaChanged, this, &VornGraph::updateSquareDivisions);
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
@@ -95,7 +126,10 @@ void VornGraph::displayGraph()
     setupAxisX();
     for (const WaveformData &w : qAsConst(m_waveforms))
         createSeriesForWaveform(w);
+    for (int i = 0; i < m_waveforms.size(); ++i)
+        createEnvelopeSeries(i);
 
+    updateInfoTree();
     updateRangeDisplay();
     updateYAxisLabels();
     updateSquareDivisions();
@@ -120,7 +154,11 @@ bool VornGraph::showErrorForInvalidInterval()
 // series and axes on the first.
 void VornGraph::clearGraph()
 {
+    // Deletes the envelope series too: every one of them was added to the chart.
     m_chart->removeAllSeries();
+    m_envelopeUpperSeries.clear();
+    m_envelopeLowerSeries.clear();
+    m_envelopeAreaSeries.clear();
     const auto axes = m_chart->axes();
     for (QAbstractAxis *axis : axes) {
         m_chart->removeAxis(axis);
@@ -150,27 +188,6 @@ QString VornGraph::waveformName(int index) const
     return m_waveforms[index].name;
 }
 
-void VornGraph::setWaveformVisible(int index, bool visible)
-{
-    if (index < 0 || index >= m_waveformItems.size())
-        return;
-    m_waveformItems[index]->setCheckState(1, visible ? Qt::Checked : Qt::Unchecked);
-}
-
-int VornGraph::selectedWaveformIndex() const
-{
-    const QList<QTreeWidgetItem *> selected = m_infoTree->selectedItems();
-    if (!selected.isEmpty()) {
-        QTreeWidgetItem *row = selected.first();
-        if (row->parent())
-            row = row->parent();
-        const int k = m_infoTree->indexOfTopLevelItem(row) - 1;
-        if (k >= 0 && k < m_waveforms.size())
-            return k;
-    }
-    return m_waveforms.isEmpty() ? -1 : 0;
-}
-
 void VornGraph::setUseOpenGL(bool useOpenGL)
 {
     m_useOpenGL = useOpenGL;
@@ -190,4 +207,5 @@ void VornGraph::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
     updateSquareDivisions();
+    followPlotChanges();
 }

@@ -2,6 +2,7 @@
 #define VORNGRAPH_H
 
 #include "downsampling.h"
+#include "envelopeeditorcontroller.h"
 #include "vorngraph_export.h"
 #include "vornwaveform.h"
 
@@ -16,13 +17,16 @@
 #include <memory>
 #include <vector>
 
+class EnvelopeEditorOverlay;
 class InteractiveChartView;
 class MinMaxPyramid;
+class QAreaSeries;
 class QCategoryAxis;
 class QChart;
 class QDoubleSpinBox;
 class QLabel;
 class QLineSeries;
+class QPoint;
 class QSplitter;
 class QStackedWidget;
 class QTreeWidget;
@@ -58,6 +62,32 @@ public:
     void setUseOpenGL(bool useOpenGL);
     bool useOpenGL() const;
 
+    void setEnvelope(int index, const EnvelopeData &envelope);
+    const EnvelopeData &envelope(int index) const;
+    bool hasEnvelope(int index) const;
+    void clearEnvelope(int index);
+    void setEnvelopeVisible(int index, bool visible);
+
+    // Callers check that editing is enabled and that no edit runs yet.
+    void startEnvelopeEditing(int index);
+    void finishEnvelopeEditing();
+    void cancelEnvelopeEditing();
+    bool isEnvelopeEditing() const;
+    bool canFinishEnvelopeEditing() const;
+    EnvelopeEditorController::State envelopeEditorState() const;
+    // Only decides whether the tree's context menu is offered.
+    void setEnvelopeEditingEnabled(bool enabled);
+    void setEnvelopeEditorPointCount(int count);
+
+signals:
+    void envelopeEditingStarted(int waveformIndex);
+    void envelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope);
+    void envelopeEditingCancelled();
+    void envelopeEditorStateChanged();
+    void editEnvelopeRequested(int waveformIndex);
+    void deleteEnvelopeRequested(int waveformIndex);
+    void waveformSelectionChanged(int waveformIndex);
+
 protected:
     void resizeEvent(QResizeEvent *event) override;
 
@@ -66,14 +96,24 @@ private slots:
     void onTimeDivisionSpinBoxChanged(double value);
     void onTimeOffsetSpinBoxChanged(double value);
     void onWaveformOffsetSpinBoxChanged(double value);
+    void onWaveformVisibilityChanged(QTreeWidgetItem *item, int column);
+    void onEnvelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope);
+    void onEnvelopeEditingCancelled();
+    void onTreeContextMenu(const QPoint &pos);
+    void onTreeSelectionChanged();
+    void onEditorStateChanged();
 
 private:
     friend class TstVornGraph;
+    friend class TstVornGraphEnvelope;
+    friend class TstVornGraphTree;
     friend class VornGraphBench;
 
     // vorngraph.cpp: frame and life cycle
     void createChart();
+    void createInfoTree();
     void createFrameWidgets();
+    void createEnvelopeEditor();
     bool showErrorForInvalidInterval();
     void clearGraph();
     QColor getWaveformColor(int index) const;
@@ -119,6 +159,20 @@ private:
     QDoubleSpinBox *createTimeOffsetSpinBox();
     QDoubleSpinBox *createWaveformOffsetSpinBox(size_t waveformIndex);
 
+    // vorngraph_tree.cpp: the information tree
+    void updateInfoTree();
+    void addTimeRows();
+    void addWaveformRows(int index);
+
+    // vorngraph_envelope.cpp: envelope drawing and the editor's panel
+    void createEnvelopeSeries(int index);
+    void closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries *&lower);
+    void clearEnvelopeSeries(int index);
+    void connectOverlaySignals();
+    void positionEditorOverlay();
+    // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
+    void followPlotChanges();
+
     QSplitter *m_splitter = nullptr;
     QTreeWidget *m_infoTree = nullptr;
     QDoubleSpinBox *m_timeDivisionSpinBox = nullptr;
@@ -126,6 +180,8 @@ private:
     QList<QDoubleSpinBox *> m_offsetSpinBoxes;
     InteractiveChartView *m_chartView = nullptr;
     QChart *m_chart = nullptr;
+    EnvelopeEditorController *m_envelopeEditor = nullptr;
+    EnvelopeEditorOverlay *m_editorOverlay = nullptr;
     QVector<WaveformData> m_waveforms;
     QList<QLineSeries *> m_series;
     QList<QValueAxis *> m_yAxes;
@@ -148,10 +204,15 @@ private:
     QList<QTreeWidgetItem *> m_rangePlusItems;
     QList<QTreeWidgetItem *> m_rangeMinusItems;
     QList<QTreeWidgetItem *> m_waveformItems;
+    QList<QList<QLineSeries *>> m_envelopeUpperSeries;
+    QList<QList<QLineSeries *>> m_envelopeLowerSeries;
+    QList<QList<QAreaSeries *>> m_envelopeAreaSeries;
+    QVector<EnvelopeData> m_envelopes;
     bool m_useOpenGL = true;
     double m_divisionPixels = 0.0;
     QStackedWidget *m_stackedWidget = nullptr;
     QLabel *m_errorLabel = nullptr;
+    bool m_envelopeEditingEnabled = true;
     // One zero-delay retry of the layout at a time, however many resizes ask for it.
     bool m_squareDivisionsPending = false;
     // Min/max index of every long waveform, so that a view change costs the same at any length.

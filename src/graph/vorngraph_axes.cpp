@@ -121,6 +121,7 @@ void VornGraph::updateSquareDivisions()
     updateSeriesForViewport();
     updateCenterLines();
     updateRangeDisplay();
+    followPlotChanges();
 }
 
 void VornGraph::scheduleSquareDivisions()
@@ -165,6 +166,7 @@ void VornGraph::updateXAxis(double timePerDivision)
     updateSeriesForViewport();
     updateCenterLines();
     updateRangeDisplay();
+    followPlotChanges();
 }
 
 void VornGraph::updateXAxisLabels()
@@ -186,6 +188,7 @@ void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
     updateRangeDisplay();
     if (waveformIndex == selectedWaveformIndex())
         updateYAxisLabels();
+    followPlotChanges();
 }
 
 void VornGraph::updateYAxisLabels()

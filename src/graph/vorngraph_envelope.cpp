@@ -1,0 +1,291 @@
+#include "vorngraph.h"
+
+#include "envelopeeditoroverlay.h"
+#include "interactivechartview.h"
+
+#include <QAreaSeries>
+#include <QChart>
+#include <QLineSeries>
+#include <QPen>
+#include <QTreeWidget>
+#include <QValueAxis>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr int ENVELOPE_FILL_ALPHA = 25;
+constexpr int OVERLAY_MARGIN = 8;
+
+template<typename Series>
+void setAllVisible(const QList<QList<Series *>> &lists, int index, bool visible)
+{
+    if (index >= lists.size())
+        return;
+    for (Series *series : lists.at(index))
+        series->setVisible(visible);
+}
+
+template<typename Series>
+void growTo(QList<QList<Series *>> &lists, int size)
+{
+    while (lists.size() < size)
+        lists.append(QList<Series *>());
+}
+
+} // namespace
+
+void VornGraph::setEnvelope(int index, const EnvelopeData &envelope)
+{
+    if (index < 0 || index >= m_waveforms.size())
+        return;
+    if (m_envelopes.size() <= index)
+        m_envelopes.resize(index + 1);
+    m_envelopes[index] = envelope;
+    clearEnvelopeSeries(index);
+    createEnvelopeSeries(index);
+}
+
+const EnvelopeData &VornGraph::envelope(int index) const
+{
+    static const EnvelopeData none;
+    if (index < 0 || index >= m_envelopes.size())
+        return none;
+    return m_envelopes.at(index);
+}
+
+bool VornGraph::hasEnvelope(int index) const
+{
+    return index >= 0 && index < m_envelopes.size() && !m_envelopes.at(index).isEmpty();
+}
+
+void VornGraph::clearEnvelope(int index)
+{
+    if (!hasEnvelope(index))
+        return;
+    clearEnvelopeSeries(index);
+    m_envelopes[index] = EnvelopeData();
+}
+
+void VornGraph::setEnvelopeVisible(int index, bool visible)
+{
+    if (index < 0)
+        return;
+    setAllVisible(m_envelopeUpperSeries, index, visible);
+    setAllVisible(m_envelopeLowerSeries, index, visible);
+    setAllVisible(m_envelopeAreaSeries, index, visible);
+}
+
+void VornGraph::createEnvelopeSeries(int index)
+{
+    if (index < 0)
+        return;
+    growTo(m_envelopeUpperSeries, index + 1);
+    growTo(m_envelopeLowerSeries, index + 1);
+    growTo(m_envelopeAreaSeries, index + 1);
+    if (index >= m_envelopes.size() || index >= m_series.size() || index >= m_yAxes.size() || !m_axisX)
+        return;
+    const EnvelopeData &envelope = m_envelopes.at(index);
+    const std::vector<double> &upper = *envelope.upper.samples;
+    const std::vector<double> &lower = *envelope.lower.samples;
+    if (upper.empty() || lower.empty())
+        return;
+
+    const QColor colour = m_series.at(index)->color();
+    const QPen upperPen(colour.lighter(120), 1.0, Qt::DashLine);
+    const QPen lowerPen(colour.darker(120), 1.0, Qt::DotLine);
+    const size_t n = std::min(upper.size(), lower.size());
+    QLineSeries *upperSegment = nullptr;
+    QLineSeries *lowerSegment = nullptr;
+    for (size_t i = 0; i < n; ++i) {
+        if (std::isnan(upper[i]) || std::isnan(lower[i])) {
+            closeEnvelopeSegment(index, upperSegment, lowerSegment);
+            continue;
+        }
+        if (!upperSegment) {
+            upperSegment = new QLineSeries;
+            lowerSegment = new QLineSeries;
+            upperSegment->setPen(upperPen);
+            lowerSegment->setPen(lowerPen);
+            upperSegment->setPointsVisible(true);
+            lowerSegment->setPointsVisible(true);
+        }
+        // Both curves run on the upper curve's time base.
+        const double time = double(i) * envelope.upper.sampleInterval + envelope.upper.startTime;
+        upperSegment->append(time, upper[i]);
+        lowerSegment->append(time, lower[i]);
+    }
+    closeEnvelopeSegment(index, upperSegment, lowerSegment);
+}
+
+// Hands the open segment to the chart, which owns it from then on, and starts afresh.
+void VornGraph::closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries *&lower)
+{
+    if (!upper || !lower)
+        return;
+    QColor fill = m_series.at(index)->color();
+    fill.setAlpha(ENVELOPE_FILL_ALPHA);
+    auto *area = new QAreaSeries(upper, lower);
+    area->setBrush(QBrush(fill, Qt::SolidPattern));
+    area->setPen(QPen(Qt::NoPen));
+    for (QAbstractSeries *series : {static_cast<QAbstractSeries *>(area), static_cast<QAbstractSeries *>(upper),
+                                    static_cast<QAbstractSeries *>(lower)}) {
+        m_chart->addSeries(series);
+        series->attachAxis(m_axisX);
+        series->attachAxis(m_yAxes.at(index));
+    }
+    m_envelopeAreaSeries[index].append(area);
+    m_envelopeUpperSeries[index].append(upper);
+    m_envelopeLowerSeries[index].append(lower);
+    upper = nullptr;
+    lower = nullptr;
+}
+
+void VornGraph::clearEnvelopeSeries(int index)
+{
+    if (index < 0)
+        return;
+    QList<QLineSeries *> upper = index < m_envelopeUpperSeries.size() ? m_envelopeUpperSeries.at(index) : QList<QLineSeries *>();
+    QList<QLineSeries *> lower = index < m_envelopeLowerSeries.size() ? m_envelopeLowerSeries.at(index) : QList<QLineSeries *>();
+    QList<QAreaSeries *> areas = index < m_envelopeAreaSeries.size() ? m_envelopeAreaSeries.at(index) : QList<QAreaSeries *>();
+    for (QLineSeries *series : qAsConst(upper))
+        m_chart->removeSeries(series);
+    for (QLineSeries *series : qAsConst(lower))
+        m_chart->removeSeries(series);
+    for (QAreaSeries *series : qAsConst(areas))
+        m_chart->removeSeries(series);
+    // Detached series have no owner left. The fills go first: they point at their lines.
+    qDeleteAll(areas);
+    qDeleteAll(upper);
+    qDeleteAll(lower);
+    if (index < m_envelopeUpperSeries.size())
+        m_envelopeUpperSeries[index].clear();
+    if (index < m_envelopeLowerSeries.size())
+        m_envelopeLowerSeries[index].clear();
+    if (index < m_envelopeAreaSeries.size())
+        m_envelopeAreaSeries[index].clear();
+}
+
+void VornGraph::startEnvelopeEditing(int index)
+{
+    if (index < 0 || index >= m_waveforms.size() || index >= m_series.size())
+        return;
+    // The waveform being edited is always shown.
+    if (index < m_waveformItems.size())
+        m_waveformItems[index]->setCheckState(1, Qt::Checked);
+    setEnvelopeVisible(index, false);
+
+    const QColor colour = getWaveformColor(index);
+    if (hasEnvelope(index)) {
+        m_envelopeEditor->startEditingExisting(index, m_waveforms.at(index), m_envelopes.at(index),
+                                               colour, m_series.at(index));
+    } else {
+        m_envelopeEditor->startEditing(index, m_waveforms.at(index), colour, m_series.at(index));
+    }
+
+    if (!m_editorOverlay) {
+        m_editorOverlay = new EnvelopeEditorOverlay(m_chartView);
+        connectOverlaySignals();
+        m_editorOverlay->hide();
+    }
+    m_editorOverlay->updateState(m_envelopeEditor->state());
+    m_editorOverlay->resetUserPosition();
+    positionEditorOverlay();
+    m_editorOverlay->show();
+    m_editorOverlay->raise();
+    emit envelopeEditingStarted(index);
+}
+
+void VornGraph::connectOverlaySignals()
+{
+    connect(m_editorOverlay, &EnvelopeEditorOverlay::applyClicked, this, &VornGraph::finishEnvelopeEditing);
+    connect(m_editorOverlay, &EnvelopeEditorOverlay::cancelClicked, this, &VornGraph::cancelEnvelopeEditing);
+    connect(m_editorOverlay, &EnvelopeEditorOverlay::pointCountChanged, this,
+            &VornGraph::setEnvelopeEditorPointCount);
+    connect(m_envelopeEditor, &EnvelopeEditorController::pointCountChanged, m_editorOverlay,
+            &EnvelopeEditorOverlay::setPointCount);
+}
+
+void VornGraph::finishEnvelopeEditing()
+{
+    m_envelopeEditor->finishEditing();
+    if (m_editorOverlay)
+        m_editorOverlay->hide();
+}
+
+void VornGraph::cancelEnvelopeEditing()
+{
+    const int index = m_envelopeEditor->waveformIndex();
+    m_envelopeEditor->cancelEditing();
+    if (hasEnvelope(index))
+        setEnvelopeVisible(index, index < m_waveformVisible.size() ? m_waveformVisible.at(index) : true);
+    if (m_editorOverlay)
+        m_editorOverlay->hide();
+}
+
+bool VornGraph::isEnvelopeEditing() const
+{
+    return m_envelopeEditor->isEditing();
+}
+
+bool VornGraph::canFinishEnvelopeEditing() const
+{
+    return m_envelopeEditor->canFinish();
+}
+
+EnvelopeEditorController::State VornGraph::envelopeEditorState() const
+{
+    return m_envelopeEditor->state();
+}
+
+void VornGraph::setEnvelopeEditingEnabled(bool enabled)
+{
+    m_envelopeEditingEnabled = enabled;
+}
+
+void VornGraph::setEnvelopeEditorPointCount(int count)
+{
+    m_envelopeEditor->setPointCount(count);
+}
+
+void VornGraph::onEnvelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope)
+{
+    setEnvelope(waveformIndex, envelope);
+    emit envelopeEditingFinished(waveformIndex, envelope);
+}
+
+void VornGraph::onEnvelopeEditingCancelled()
+{
+    emit envelopeEditingCancelled();
+}
+
+void VornGraph::onEditorStateChanged()
+{
+    if (m_editorOverlay)
+        m_editorOverlay->updateState(m_envelopeEditor->state());
+    // While an edit runs, its waveform may not be hidden nor a second edit asked for.
+    if (m_infoTree)
+        m_infoTree->setEnabled(!m_envelopeEditor->isEditing());
+}
+
+void VornGraph::positionEditorOverlay()
+{
+    if (!m_editorOverlay || !m_chart)
+        return;
+    if (m_editorOverlay->hasUserPosition()) {
+        m_editorOverlay->clampToParent();
+        return;
+    }
+    const QRectF plot = m_chart->plotArea();
+    if (plot.isEmpty())
+        return;
+    m_editorOverlay->move(m_chartView->mapFromScene(plot.topLeft()) + QPoint(OVERLAY_MARGIN, OVERLAY_MARGIN));
+}
+
+void VornGraph::followPlotChanges()
+{
+    if (m_envelopeEditor)
+        m_envelopeEditor->updateMarkerPositions();
+    positionEditorOverlay();
+}
