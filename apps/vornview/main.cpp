@@ -1,9 +1,13 @@
-// vornview: shows the waveforms of a sigrok session file on one graph.
+// vornview: opens a sigrok session file in the library's waveform window.
+//   vornview [FILE.sr] [--edit N] [--screenshot OUT.png] [--timing]
 
 #include "vorngraph.h"
 #include "waveform_sigrok.h"
+#include "waveformwindow.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QGraphicsView>
 #include <QFileInfo>
 #include <QImage>
 #include <QPixmap>
@@ -26,54 +30,51 @@ struct Options
 {
     QString file;
     QString screenshot;
+    int edit = -1; // waveform whose envelope is edited once the window is up
+    bool timing = false;
+};
+
+// Reports how long the user waited for the first painted frame of the chart.
+class FirstPaintTimer : public QObject
+{
+public:
+    explicit FirstPaintTimer(const QElapsedTimer &sinceStart)
+        : m_sinceStart(sinceStart)
+    {
+    }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint) {
+            std::fprintf(stderr, "vornview: first frame after %lld ms\n", static_cast<long long>(m_sinceStart.elapsed()));
+            watched->removeEventFilter(this);
+        }
+        return false;
+    }
+
+private:
+    const QElapsedTimer &m_sinceStart;
 };
 
 bool parseOptions(const QStringList &args, Options &options)
 {
     for (int i = 1; i < args.size(); ++i) {
-        if (args[i] == QLatin1String("--screenshot") && i + 1 < args.size())
+        const bool hasValue = i + 1 < args.size();
+        if (args[i] == QLatin1String("--screenshot") && hasValue) {
             options.screenshot = args[++i];
-        else if (!args[i].startsWith(QLatin1String("--")) && options.file.isEmpty())
+        } else if (args[i] == QLatin1String("--edit") && hasValue) {
+            bool ok = false;
+            options.edit = args[++i].toInt(&ok);
+            if (!ok || options.edit < 0)
+                return false;
+        } else if (args[i] == QLatin1String("--timing")) {
+            options.timing = true;
+        } else if (!args[i].startsWith(QLatin1String("--")) && options.file.isEmpty()) {
             options.file = args[i];
-        else
+        } else {
             return false;
-    }
-    return true;
-}
-
-bool isEnvelopeCurve(const QString &name)
-{
-    return name.endsWith(QLatin1String(" [upper]")) || name.endsWith(QLatin1String(" [lower]"));
-}
-
-bool readWaveform(const std::string &path, int32_t index, WaveformData &w)
-{
-    SigrokWaveformInfo info{};
-    if (sigrok_read_waveform_info_by_index(path.c_str(), index, &info) != 0)
-        return false;
-    w.name = QString::fromUtf8(info.name);
-    w.unit = QString::fromUtf8(info.unit);
-    w.sampleInterval = info.sampleInterval;
-    w.startTime = info.startTime;
-    std::vector<double> &samples = w.samples.writable();
-    samples.resize(info.sampleCount);
-    return info.sampleCount == 0
-        || sigrok_read_waveform_data_by_index(path.c_str(), index, samples.data(), info.sampleCount) == 0;
-}
-
-// Adds every waveform of the file except envelope curves; false with the reader's reason set.
-bool loadFile(const QString &file, VornGraph &graph)
-{
-    const std::string path = file.toUtf8().toStdString();
-    int32_t count = 0;
-    if (sigrok_read_waveform_count(path.c_str(), &count) != 0)
-        return false;
-    for (int32_t i = 0; i < count; ++i) {
-        WaveformData w;
-        if (!readWaveform(path, i, w))
-            return false;
-        if (!isEnvelopeCurve(w.name))
-            graph.addWaveform(w);
+        }
     }
     return true;
 }
@@ -99,28 +100,40 @@ void saveWhenSettled(QWidget *window, const QString &out, int attemptsLeft, cons
 
 int main(int argc, char *argv[])
 {
+    QElapsedTimer sinceStart;
+    sinceStart.start();
     QApplication app(argc, argv);
     Options options;
     if (!parseOptions(app.arguments(), options)) {
-        std::fprintf(stderr, "usage: vornview [FILE.sr] [--screenshot OUT.png]\n");
+        std::fprintf(stderr, "usage: vornview [FILE.sr] [--edit N] [--screenshot OUT.png] [--timing]\n");
         return EXIT_USAGE;
     }
-
-    VornGraph graph;
-    if (!options.file.isEmpty() && !loadFile(options.file, graph)) {
+    // An unreadable file ends here with the reader's reason, before any window asks about it.
+    int32_t count = 0;
+    if (!options.file.isEmpty() && sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0) {
         std::fprintf(stderr, "vornview: %s\n", sigrok_get_last_error());
         return EXIT_FAILED;
     }
-    graph.setWindowTitle(options.file.isEmpty()
-                             ? QCoreApplication::translate("vornview", "VornView")
-                             : QCoreApplication::translate("vornview", "%1 - VornView")
-                                   .arg(QFileInfo(options.file).fileName()));
-    graph.resize(SCREENSHOT_WIDTH, SCREENSHOT_HEIGHT);
-    graph.displayGraph();
-    graph.show();
 
-    if (!options.screenshot.isEmpty()) {
-        QTimer::singleShot(0, &graph, [&] { saveWhenSettled(&graph, options.screenshot, SETTLE_ATTEMPTS, QImage()); });
+    const QString title = options.file.isEmpty()
+                              ? QCoreApplication::translate("vornview", "VornView")
+                              : QCoreApplication::translate("vornview", "%1 - VornView").arg(QFileInfo(options.file).fileName());
+    WaveformWindow window(options.file, title);
+    FirstPaintTimer firstPaint(sinceStart);
+    if (options.timing) {
+        if (auto *chartView = window.findChild<QGraphicsView *>())
+            chartView->viewport()->installEventFilter(&firstPaint);
     }
+    window.resize(SCREENSHOT_WIDTH, SCREENSHOT_HEIGHT);
+    window.showNonModal();
+    if (options.edit >= 0) {
+        if (options.edit >= window.graph()->waveformCount()) {
+            std::fprintf(stderr, "vornview: there is no waveform %d\n", options.edit);
+            return EXIT_USAGE;
+        }
+        QTimer::singleShot(0, &window, [&] { window.startEnvelopeEditing(options.edit); });
+    }
+    if (!options.screenshot.isEmpty())
+        QTimer::singleShot(0, &window, [&] { saveWhenSettled(&window, options.screenshot, SETTLE_ATTEMPTS, QImage()); });
     return app.exec();
 }
