@@ -170,6 +170,7 @@ private:
     void clearEnvelopeSeries(int index);
     void connectOverlaySignals();
     void positionEditorOverlay();
+    void holdBackOpenGL(bool hold);
     // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
     void followPlotChanges();
 
@@ -217,6 +218,7 @@ private:
     bool m_squareDivisionsPending = false;
     // Min/max index of every long waveform, so that a view change costs the same at any length.
     std::vector<std::shared_ptr<const MinMaxPyramid>> m_pyramids;
+    QList<QLineSeries *> m_openGLHeldBack; // series drawn by the scene only while an edit runs
 };
 
 #endif

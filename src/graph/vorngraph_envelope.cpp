@@ -267,6 +267,27 @@ void VornGraph::onEditorStateChanged()
     // While an edit runs, its waveform may not be hidden nor a second edit asked for.
     if (m_infoTree)
         m_infoTree->setEnabled(!m_envelopeEditor->isEditing());
+    holdBackOpenGL(m_envelopeEditor->isEditing());
+}
+
+// OpenGL series are painted over every item of the scene, the editor's handles included, so
+// they are drawn by the scene while an edit runs.
+void VornGraph::holdBackOpenGL(bool hold)
+{
+    if (hold) {
+        for (QLineSeries *series : qAsConst(m_series)) {
+            if (series->useOpenGL()) {
+                series->setUseOpenGL(false);
+                m_openGLHeldBack.append(series);
+            }
+        }
+        return;
+    }
+    for (QLineSeries *series : qAsConst(m_openGLHeldBack)) {
+        if (m_series.contains(series))
+            series->setUseOpenGL(true);
+    }
+    m_openGLHeldBack.clear();
 }
 
 void VornGraph::positionEditorOverlay()

@@ -2,11 +2,24 @@
 
 #include "chartinteractionmode.h"
 
+#include <QChildEvent>
 #include <QMouseEvent>
 
 InteractiveChartView::InteractiveChartView(QChart *chart, QWidget *parent)
     : QChartView(chart, parent)
 {
+    viewport()->installEventFilter(this);
+}
+
+bool InteractiveChartView::eventFilter(QObject *watched, QEvent *event)
+{
+    // Series drawn with OpenGL get a widget of their own over the viewport, which would take
+    // the mouse away from the installed mode: the viewport must see every press and drag.
+    if (watched == viewport() && event->type() == QEvent::ChildAdded) {
+        if (auto *child = qobject_cast<QWidget *>(static_cast<QChildEvent *>(event)->child()))
+            child->setAttribute(Qt::WA_TransparentForMouseEvents);
+    }
+    return QChartView::eventFilter(watched, event);
 }
 
 InteractiveChartView::~InteractiveChartView()

@@ -9,6 +9,7 @@
 #include <QMouseEvent>
 #include <QSignalSpy>
 #include <QTest>
+#include <QWindow>
 #include <QValueAxis>
 
 namespace {
@@ -47,6 +48,7 @@ private slots:
     void keepsBaseRubberBandOutWhileInstalled();
     void survivesReceiverReplacingTheMode();
     void deletesReplacedClearedAndViewOwnedModes();
+    void widgetOverTheViewportLeavesTheMouseToTheMode();
 
 private:
     QPoint pixelAt(double fraction) const;
@@ -201,6 +203,24 @@ void TstRegionSelectMode::deletesReplacedClearedAndViewOwnedModes()
     delete m_view;
     m_view = nullptr;
     QCOMPARE(deletions, 3);
+}
+
+void TstRegionSelectMode::widgetOverTheViewportLeavesTheMouseToTheMode()
+{
+    // OpenGL series paint in a widget of their own that covers the viewport and keeps the
+    // mouse events it gets.
+    auto *cover = new QWidget(m_view->viewport());
+    cover->setAttribute(Qt::WA_NoMousePropagation);
+    cover->setGeometry(m_view->viewport()->rect());
+    cover->show();
+    QSignalSpy selected(m_mode, &RegionSelectMode::regionSelected);
+    // Through the window, so that Qt picks the widget under the mouse.
+    QWindow *window = m_view->windowHandle();
+    const QPoint from = m_view->viewport()->mapTo(m_view, pixelAt(0.2));
+    const QPoint to = m_view->viewport()->mapTo(m_view, pixelAt(0.6));
+    QTest::mousePress(window, Qt::LeftButton, {}, from);
+    QTest::mouseRelease(window, Qt::LeftButton, {}, to);
+    QCOMPARE(selected.count(), 1);
 }
 
 QTEST_MAIN(TstRegionSelectMode)
