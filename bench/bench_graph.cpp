@@ -3,6 +3,7 @@
 
 #include <QChart>
 #include <QCoreApplication>
+#include <QDoubleSpinBox>
 #include <QElapsedTimer>
 #include <QValueAxis>
 
@@ -81,6 +82,18 @@ public:
     }
 
     bool laidOut() const { return m_graph.m_divisionPixels > 0.0; }
+    // One step of the time-per-division box, up or down, and the repaint it causes.
+    void stepTimeDivision(bool up)
+    {
+        QDoubleSpinBox *box = m_graph.m_timeDivisionSpinBox;
+        box->stepBy(up ? 1 : -1);
+        QCoreApplication::processEvents();
+    }
+    void resizeTo(int width, int height)
+    {
+        m_graph.resize(width, height);
+        QCoreApplication::processEvents();
+    }
     void updateSeriesForViewport() { m_graph.updateSeriesForViewport(); }
     // Shows all the data, as after loading, so that every sample is visible.
     void showEverything()
@@ -107,9 +120,38 @@ void BM_ViewChange(benchmark::State &state)
         graph.updateSeriesForViewport();
     state.SetItemsProcessed(state.iterations() * waveforms * state.range(1));
 }
+// What a user of the viewer waits for on a long capture: a time/div step or a resize, repaint
+// included.
+void BM_ViewerResponse(benchmark::State &state)
+{
+    VornGraphBench graph(4, std::size_t(state.range(1)));
+    if (!graph.laidOut()) {
+        state.SkipWithError("the graph was never laid out");
+        return;
+    }
+    bool flip = false;
+    for (auto _ : state) {
+        flip = !flip;
+        if (state.range(0) == 0)
+            graph.stepTimeDivision(flip);
+        else
+            graph.resizeTo(flip ? 1500 : 1600, flip ? 850 : 900);
+    }
+}
+// The short capture tells what the chart's own repaint costs whatever the length.
+BENCHMARK(BM_ViewerResponse)
+    ->ArgNames({"resize", "samples"})
+    ->Args({0, 25'000'000})
+    ->Args({1, 25'000'000})
+    ->Args({0, 10'000})
+    ->Args({1, 10'000})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(20);
+
 BENCHMARK(BM_ViewChange)
     ->ArgNames({"waveforms", "samples"})
     ->Args({4, 10'000'000})
+    ->Args({4, 25'000'000})
     ->Args({1, 100'000'000})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(10);
