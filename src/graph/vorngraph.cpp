@@ -203,6 +203,12 @@ QColor VornGraph::getWaveformColor(int index) const
     return WAVEFORM_PALETTE[index % 16];
 }
 
+void VornGraph::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    updateSquareDivisions();
+}
+
 void VornGraph::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);

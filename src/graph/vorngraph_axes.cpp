@@ -107,7 +107,9 @@ void VornGraph::updateSquareDivisions()
         return;
     const QRectF plot = m_chart->plotArea();
     if (plot.isEmpty() || plot.width() < MIN_PLOT_PIXELS || plot.height() < MIN_PLOT_PIXELS) {
-        scheduleSquareDivisions();
+        // A hidden graph is laid out when it is shown; retrying meanwhile would only spin.
+        if (isVisible())
+            scheduleSquareDivisions();
         return;
     }
     m_divisionPixels = plot.height() / Y_DIVISIONS;

@@ -59,6 +59,7 @@ private slots:
     void showsASingleSample();
     void ignoresAGridTooFineForItsPosition();
     void rebuildsOnASecondDisplay();
+    void waitsForBeingShownBeforeLayingOut();
     void divisionControlMovesOneStep_data();
     void divisionControlMovesOneStep();
     void timeDivisionControlMovesOneStep();
@@ -71,6 +72,19 @@ private:
 
     std::unique_ptr<VornGraph> m_graph;
 };
+
+void TstVornGraph::waitsForBeingShownBeforeLayingOut()
+{
+    m_graph = std::make_unique<VornGraph>();
+    m_graph->addWaveform(sine());
+    m_graph->resize(1000, 600);
+    m_graph->displayGraph();
+    // Hidden, it has no plot area to lay out; a retry would come back on every event loop pass.
+    QCoreApplication::processEvents();
+    QVERIFY(!m_graph->m_squareDivisionsPending);
+    m_graph->show();
+    QTRY_VERIFY(m_graph->m_divisionPixels > 0.0);
+}
 
 VornGraph *TstVornGraph::shownGraph(const QVector<WaveformData> &waveforms, QSizeF plotSize)
 {
