@@ -212,31 +212,35 @@ void TstVornGraphTree::switchHidesSeriesEnvelopeAndZeroLine()
 void TstVornGraphTree::contextMenuOffersEnvelopeRequests_data()
 {
     QTest::addColumn<QString>("path"); // empty: below the last row
-    QTest::addColumn<bool>("editingEnabled");
+    QTest::addColumn<QString>("setup");
     QTest::addColumn<QString>("choice");
     QTest::addColumn<QList<bool>>("entriesEnabled"); // empty: no menu
     QTest::addColumn<QString>("request");
 
     const QList<bool> none;
-    QTest::newRow("with envelope, delete") << "b" << true << "Delete Envelope" << QList<bool>{true, true} << "delete 1";
-    QTest::newRow("with envelope, edit") << "b" << true << "Edit Envelope" << QList<bool>{true, true} << "edit 1";
-    QTest::newRow("no envelope, edit") << "c" << true << "Edit Envelope" << QList<bool>{true, false} << "edit 2";
-    QTest::newRow("no envelope, delete disabled") << "a" << true << "Delete Envelope" << QList<bool>{true, false} << "";
-    QTest::newRow("closed without choice") << "b" << true << "" << QList<bool>{true, true} << "";
-    QTest::newRow("time row") << "Time" << true << "Edit Envelope" << none << "";
-    QTest::newRow("child row") << "b/Max" << true << "Edit Envelope" << none << "";
-    QTest::newRow("empty space") << "" << true << "Edit Envelope" << none << "";
-    QTest::newRow("editing disabled") << "b" << false << "Edit Envelope" << none << "";
+    QTest::newRow("with envelope, delete") << "b" << "" << "Delete Envelope" << QList<bool>{true, true} << "delete 1";
+    QTest::newRow("with envelope, edit") << "b" << "" << "Edit Envelope" << QList<bool>{true, true} << "edit 1";
+    QTest::newRow("no envelope, edit") << "c" << "" << "Edit Envelope" << QList<bool>{true, false} << "edit 2";
+    QTest::newRow("no envelope, delete disabled") << "a" << "" << "Delete Envelope" << QList<bool>{true, false} << "";
+    QTest::newRow("closed without choice") << "b" << "" << "" << QList<bool>{true, true} << "";
+    QTest::newRow("time row") << "Time" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("child row") << "b/Max" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("empty space") << "" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("editing disabled") << "b" << "editing disabled" << "Edit Envelope" << none << "";
+    // The tree takes no clicks while an edit runs.
+    QTest::newRow("edit running") << "b" << "edit running" << "Edit Envelope" << none << "";
 }
 
 void TstVornGraphTree::contextMenuOffersEnvelopeRequests()
 {
     QFETCH(QString, path);
-    QFETCH(bool, editingEnabled);
+    QFETCH(QString, setup);
     QFETCH(QString, choice);
     QFETCH(QList<bool>, entriesEnabled);
     QFETCH(QString, request);
-    graph()->setEnvelopeEditingEnabled(editingEnabled);
+    graph()->setEnvelopeEditingEnabled(setup != "editing disabled");
+    if (setup == "edit running")
+        graph()->startEnvelopeEditing(2);
     QStringList requests;
     connect(graph(), &VornGraph::editEnvelopeRequested, this, [&](int i) { requests << QString("edit %1").arg(i); });
     connect(graph(), &VornGraph::deleteEnvelopeRequested, this, [&](int i) { requests << QString("delete %1").arg(i); });
@@ -251,7 +255,7 @@ void TstVornGraphTree::contextMenuOffersEnvelopeRequests()
     QCOMPARE(seen.enabled, entriesEnabled);
     QCOMPARE(requests, request.isEmpty() ? QStringList() : QStringList{request});
     // The graph only asks; the host starts or deletes.
-    QVERIFY(!graph()->isEnvelopeEditing());
+    QCOMPARE(graph()->isEnvelopeEditing(), setup == "edit running");
     QVERIFY(graph()->hasEnvelope(1));
 }
 
