@@ -1,0 +1,263 @@
+// The information tree beside the chart, driven with mouse clicks on its rows.
+#include "graphharness.h"
+
+#include "waveformitemdelegate.h"
+
+#include <QAction>
+#include <QAreaSeries>
+#include <QCategoryAxis>
+#include <QContextMenuEvent>
+#include <QDoubleSpinBox>
+#include <QMenu>
+#include <QSignalSpy>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QValueAxis>
+#include <QtTest>
+
+namespace {
+
+// What a right-click offered, read from the open menu itself.
+struct MenuSeen
+{
+    bool shown = false;
+    QStringList texts;
+    QList<bool> enabled;
+};
+
+} // namespace
+
+// Waveforms "a" (1, 3, 3, 5), "b" and "c", each on its own scale; "b" has an envelope.
+class TstVornGraphTree : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup() { m_h.reset(); }
+
+    void showsEachWaveformWithItsMeasuredValues();
+    void paintsAMarkerInTheRowColour();
+    void clickedRowSelectsItsWaveform_data();
+    void clickedRowSelectsItsWaveform();
+    void switchHidesSeriesEnvelopeAndZeroLine();
+    void contextMenuOffersEnvelopeRequests_data();
+    void contextMenuOffersEnvelopeRequests();
+
+private:
+    VornGraph *graph() const { return m_h->graph.get(); }
+    QTreeWidget *tree() const { return graph()->m_infoTree; }
+    QTreeWidgetItem *row(const QString &path) const;
+    QPoint namePos(QTreeWidgetItem *item) const;
+    MenuSeen rightClick(const QPoint &pos, const QString &choice);
+
+    std::unique_ptr<GraphHarness> m_h;
+};
+
+void TstVornGraphTree::init()
+{
+    m_h = std::make_unique<GraphHarness>();
+    m_h->graph->addWaveform(makeWaveform(QStringLiteral("a"), {1, 3, 3, 5}, 2e-3));
+    QVERIFY(m_h->show({sineWave(QStringLiteral("b"), 2.0), sineWave(QStringLiteral("c"), 50.0)}));
+    EnvelopeData envelope;
+    envelope.upper = makeWaveform(QStringLiteral("b [upper]"), {2.5, 2.5, 2.5}, 0.01);
+    envelope.lower = makeWaveform(QStringLiteral("b [lower]"), {-2.5, -2.5, -2.5}, 0.01);
+    graph()->setEnvelope(1, envelope);
+}
+
+// "c" is waveform c's row, "c/Range-" and "c// Div" two of its children.
+QTreeWidgetItem *TstVornGraphTree::row(const QString &path) const
+{
+    const QList<QTreeWidgetItem *> tops = tree()->findItems(path.section('/', 0, 0), Qt::MatchExactly, 0);
+    const QString child = path.section('/', 1);
+    if (tops.isEmpty() || child.isEmpty())
+        return tops.value(0);
+    for (int i = 0; i < tops.first()->childCount(); ++i)
+        if (tops.first()->child(i)->text(0) == child)
+            return tops.first()->child(i);
+    return nullptr;
+}
+
+// On the name, clear of the check box and the controls in the value column.
+QPoint TstVornGraphTree::namePos(QTreeWidgetItem *item) const
+{
+    return {tree()->columnViewportPosition(0) + tree()->columnWidth(0) - 5, tree()->visualItemRect(item).center().y()};
+}
+
+// Right-clicks at pos and picks choice from the menu if one opens; a disabled or empty choice
+// closes it.
+MenuSeen TstVornGraphTree::rightClick(const QPoint &pos, const QString &choice)
+{
+    MenuSeen seen;
+    QTimer::singleShot(0, this, [&seen, choice] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        if (!menu)
+            return;
+        seen.shown = true;
+        for (QAction *action : menu->actions()) {
+            seen.texts << action->text();
+            seen.enabled << action->isEnabled();
+        }
+        for (QAction *action : menu->actions()) {
+            if (action->text() == choice)
+                QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(action).center());
+        }
+        if (menu->isVisible())
+            menu->close();
+    });
+    // The event a right-click turns into; QTest's click does not make one on this platform.
+    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, tree()->viewport()->mapToGlobal(pos));
+    QApplication::sendEvent(tree()->viewport(), &event);
+    QTest::qWait(20);
+    return seen;
+}
+
+void TstVornGraphTree::showsEachWaveformWithItsMeasuredValues()
+{
+    QStringList time;
+    for (int i = 0; i < row("Time")->childCount(); ++i)
+        time << row("Time")->child(i)->text(0);
+    QCOMPARE(time, QStringList({"/ Div", "Range+", "Offset", "Range-"}));
+    QCOMPARE(tree()->itemWidget(row("Time/Offset"), 1), graph()->m_timeOffsetSpinBox);
+    QCOMPARE(row("Time/Range+")->text(1), ValueFormatter::formatWithUnit(graph()->m_axisX->max(), "s"));
+
+    QTreeWidgetItem *a = row("a");
+    QCOMPARE(tree()->indexOfTopLevelItem(a), 1);
+    QCOMPARE(a->checkState(1), Qt::Checked);
+    QStringList names, values;
+    for (int i = 0; i < a->childCount(); ++i) {
+        names << a->child(i)->text(0);
+        values << a->child(i)->text(1);
+    }
+    QCOMPARE(names, QStringList({"/ Div", "Range+", "Offset", "Range-", QString::fromUtf8("\u0394Sample"),
+                                 "Samples", "Max", "Avg", "Min"}));
+    QCOMPARE(values.mid(4), QStringList({"2 ms", "4", "5 V", "3 V", "1 V"}));
+    QCOMPARE(values[1], "5.5 V"); // 0.5 V a division around 3 V
+    auto *division = qobject_cast<QDoubleSpinBox *>(tree()->itemWidget(row("a// Div"), 1));
+    QVERIFY(division);
+    QCOMPARE(division->value(), 0.5);
+    QCOMPARE(tree()->itemWidget(row("a/Offset"), 1), graph()->m_offsetSpinBoxes[0]);
+}
+
+void TstVornGraphTree::paintsAMarkerInTheRowColour()
+{
+    const QImage image = tree()->viewport()->grab().toImage();
+    const auto markerPixel = [&](QTreeWidgetItem *item) {
+        const QRect r = tree()->visualItemRect(item);
+        return image.pixelColor(r.left() + 6, r.center().y());
+    };
+    QCOMPARE(row("a")->data(0, WaveformItemDelegate::COLOR_ROLE).value<QColor>(), QColor(255, 224, 0));
+    QCOMPARE(markerPixel(row("a")), QColor(255, 224, 0));
+    QCOMPARE(markerPixel(row("b")), QColor(0, 255, 255));
+    QCOMPARE(markerPixel(row("Time")), QColor(Qt::black));
+    QVERIFY(markerPixel(row("b/Samples")) != QColor(0, 255, 255));
+}
+
+void TstVornGraphTree::clickedRowSelectsItsWaveform_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<int>("waveform");
+    QTest::addColumn<QString>("firstLabel");
+    QTest::newRow("waveform row") << "b" << 1 << "-2.5 V";
+    QTest::newRow("child row of the last waveform") << "c/Range-" << 2 << "-50 V";
+    QTest::newRow("time row means the first waveform") << "Time" << 0 << "500 mV";
+    QTest::newRow("time child row") << "Time/Range+" << 0 << "500 mV";
+}
+
+void TstVornGraphTree::clickedRowSelectsItsWaveform()
+{
+    QFETCH(QString, path);
+    QFETCH(int, waveform);
+    QFETCH(QString, firstLabel);
+    // Start from another waveform, so that every row changes the selection.
+    tree()->setCurrentItem(row(waveform == 1 ? "c" : "b"));
+    QSignalSpy selected(graph(), &VornGraph::waveformSelectionChanged);
+    QTest::mouseClick(tree()->viewport(), Qt::LeftButton, {}, namePos(row(path)));
+    QCOMPARE(graph()->selectedWaveformIndex(), waveform);
+    QCOMPARE(selected.size(), 1);
+    QCOMPARE(selected.first().first().toInt(), waveform);
+    const QColor colours[] = {{255, 224, 0}, {0, 255, 255}, {255, 0, 255}};
+    QCOMPARE(graph()->m_axisYLabels->labelsColor(), colours[waveform]);
+    QCOMPARE(graph()->m_axisYLabels->categoriesLabels().first(), firstLabel);
+}
+
+void TstVornGraphTree::switchHidesSeriesEnvelopeAndZeroLine()
+{
+    VornGraph *g = graph();
+    const auto drawn = [g](int i) {
+        QStringList shown;
+        shown << QString("series %1").arg(g->m_series[i]->isVisible());
+        for (QAbstractSeries *s : g->m_envelopeUpperSeries.value(i) + g->m_envelopeLowerSeries.value(i))
+            shown << QString("limit %1").arg(s->isVisible());
+        for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(i))
+            shown << QString("fill %1").arg(s->isVisible());
+        int zeroLines = 0;
+        for (QLineSeries *line : qAsConst(g->m_zeroLines))
+            zeroLines += line->attachedAxes().contains(g->m_yAxes[i]);
+        return shown << QString("zero line %1").arg(zeroLines);
+    };
+    QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
+    g->setWaveformVisible(1, false);
+    QCOMPARE(row("b")->checkState(1), Qt::Unchecked);
+    QCOMPARE(drawn(1), QStringList({"series 0", "limit 0", "limit 0", "fill 0", "zero line 0"}));
+    QCOMPARE(drawn(2).first(), "series 1");
+
+    // An edit always shows its waveform, but not the envelope it replaces.
+    g->startEnvelopeEditing(1);
+    QCOMPARE(drawn(1), QStringList({"series 1", "limit 0", "limit 0", "fill 0", "zero line 1"}));
+    g->cancelEnvelopeEditing();
+    QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
+}
+
+void TstVornGraphTree::contextMenuOffersEnvelopeRequests_data()
+{
+    QTest::addColumn<QString>("path"); // empty: below the last row
+    QTest::addColumn<QString>("setup");
+    QTest::addColumn<QString>("choice");
+    QTest::addColumn<QList<bool>>("entriesEnabled"); // empty: no menu
+    QTest::addColumn<QString>("request");
+
+    const QList<bool> none;
+    QTest::newRow("with envelope, delete") << "b" << "" << "Delete Envelope" << QList<bool>{true, true} << "delete 1";
+    QTest::newRow("with envelope, edit") << "b" << "" << "Edit Envelope" << QList<bool>{true, true} << "edit 1";
+    QTest::newRow("no envelope, edit") << "c" << "" << "Edit Envelope" << QList<bool>{true, false} << "edit 2";
+    QTest::newRow("no envelope, delete disabled") << "a" << "" << "Delete Envelope" << QList<bool>{true, false} << "";
+    QTest::newRow("closed without choice") << "b" << "" << "" << QList<bool>{true, true} << "";
+    QTest::newRow("time row") << "Time" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("child row") << "b/Max" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("empty space") << "" << "" << "Edit Envelope" << none << "";
+    QTest::newRow("editing disabled") << "b" << "editing disabled" << "Edit Envelope" << none << "";
+    // The tree takes no clicks while an edit runs.
+    QTest::newRow("edit running") << "b" << "edit running" << "Edit Envelope" << none << "";
+}
+
+void TstVornGraphTree::contextMenuOffersEnvelopeRequests()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, setup);
+    QFETCH(QString, choice);
+    QFETCH(QList<bool>, entriesEnabled);
+    QFETCH(QString, request);
+    graph()->setEnvelopeEditingEnabled(setup != "editing disabled");
+    if (setup == "edit running")
+        graph()->startEnvelopeEditing(2);
+    QStringList requests;
+    connect(graph(), &VornGraph::editEnvelopeRequested, this, [&](int i) { requests << QString("edit %1").arg(i); });
+    connect(graph(), &VornGraph::deleteEnvelopeRequested, this, [&](int i) { requests << QString("delete %1").arg(i); });
+
+    const QPoint below = tree()->viewport()->rect().bottomLeft() + QPoint(40, -4);
+    const QPoint pos = path.isEmpty() ? below : namePos(row(path));
+    QCOMPARE(tree()->itemAt(pos), path.isEmpty() ? nullptr : row(path));
+    const MenuSeen seen = rightClick(pos, choice);
+    QCOMPARE(seen.shown, !entriesEnabled.isEmpty());
+    if (seen.shown)
+        QCOMPARE(seen.texts, QStringList({"Edit Envelope", "Delete Envelope"}));
+    QCOMPARE(seen.enabled, entriesEnabled);
+    QCOMPARE(requests, request.isEmpty() ? QStringList() : QStringList{request});
+    // The graph only asks; the host starts or deletes.
+    QCOMPARE(graph()->isEnvelopeEditing(), setup == "edit running");
+    QVERIFY(graph()->hasEnvelope(1));
+}
+
+QTEST_MAIN(TstVornGraphTree)
+#include "tst_vorngraphtree.moc"
