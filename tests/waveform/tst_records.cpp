@@ -9,10 +9,8 @@ class TstRecords : public QObject
 private slots:
     void defaultWaveformResizesInPlace();
     void copiesShareSamplesUntilWritten();
-    void copyKeepsEveryField();
     void envelopeIsEmptyUntilBothCurvesHoldSamples_data();
     void envelopeIsEmptyUntilBothCurvesHoldSamples();
-    void clearEmptiesEditPoints();
 };
 
 void TstRecords::defaultWaveformResizesInPlace()
@@ -32,8 +30,16 @@ void TstRecords::defaultWaveformResizesInPlace()
 void TstRecords::copiesShareSamplesUntilWritten()
 {
     WaveformData source;
+    source.name = QStringLiteral("CH1");
+    source.unit = QStringLiteral("V");
+    source.sampleInterval = 1e-6;
+    source.startTime = -2e-3;
     source.samples.writable().assign({1.0, 2.0, 3.0});
     WaveformData copy = source;
+    QCOMPARE(copy.name, source.name);
+    QCOMPARE(copy.unit, source.unit);
+    QCOMPARE(copy.sampleInterval, source.sampleInterval);
+    QCOMPARE(copy.startTime, source.startTime);
     WaveformData assigned;
     assigned = source;
     QVERIFY(copy.samples.sharesStorageWith(source.samples));
@@ -56,29 +62,6 @@ void TstRecords::copiesShareSamplesUntilWritten()
     QCOMPARE(copy.samples.writable().data(), own);
 }
 
-void TstRecords::copyKeepsEveryField()
-{
-    WaveformData w;
-    w.name = QStringLiteral("CH1");
-    w.unit = QStringLiteral("V");
-    w.samples.writable().assign({0.5, -0.5});
-    w.sampleInterval = 1e-6;
-    w.startTime = -2e-3;
-    EnvelopeData e;
-    e.upper = w;
-    e.lower = w;
-    e.lower.name = QStringLiteral("low");
-    const EnvelopeData copy = e;
-    QCOMPARE(copy.upper.name, QStringLiteral("CH1"));
-    QCOMPARE(copy.upper.unit, QStringLiteral("V"));
-    QCOMPARE(*copy.upper.samples, (std::vector<double>{0.5, -0.5}));
-    QCOMPARE(copy.upper.sampleInterval, 1e-6);
-    QCOMPARE(copy.upper.startTime, -2e-3);
-    QCOMPARE(copy.lower.name, QStringLiteral("low"));
-    EnvelopeData moved = std::move(e);
-    QCOMPARE(*moved.lower.samples, (std::vector<double>{0.5, -0.5}));
-}
-
 void TstRecords::envelopeIsEmptyUntilBothCurvesHoldSamples_data()
 {
     QTest::addColumn<int>("upperCount");
@@ -99,15 +82,6 @@ void TstRecords::envelopeIsEmptyUntilBothCurvesHoldSamples()
     e.upper.samples.writable().resize(static_cast<size_t>(upperCount));
     e.lower.samples.writable().resize(static_cast<size_t>(lowerCount));
     QCOMPARE(e.isEmpty(), empty);
-}
-
-void TstRecords::clearEmptiesEditPoints()
-{
-    EnvelopeEditData edit;
-    edit.waveformIndex = 2;
-    edit.points.append(EnvelopePoint{1.0, 2.0, 0.0, true});
-    edit.clear();
-    QVERIFY(edit.points.isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TstRecords)
