@@ -1,5 +1,7 @@
 #include "envelopeeditoroverlay.h"
 
+#include <QSignalBlocker>
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMouseEvent>
@@ -98,6 +100,8 @@ int EnvelopeEditorOverlay::pointCount() const
 
 void EnvelopeEditorOverlay::setPointCount(int count)
 {
+    // Only the user's changes are reported back; the controller already knows its own count.
+    const QSignalBlocker blocker(m_pointCountSpinBox);
     m_pointCountSpinBox->setValue(count);
 }
 

@@ -188,6 +188,8 @@ void VornGraph::startEnvelopeEditing(int index)
         m_editorOverlay = new EnvelopeEditorOverlay(m_chartView);
         connectOverlaySignals();
         m_editorOverlay->hide();
+        // The controller announced the count of a loaded envelope before the panel existed.
+        m_editorOverlay->setPointCount(m_envelopeEditor->pointCount());
     }
     m_editorOverlay->updateState(m_envelopeEditor->state());
     m_editorOverlay->resetUserPosition();
