@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -32,6 +33,14 @@ void growTo(QList<QList<Series *>> &lists, int size)
 {
     while (lists.size() < size)
         lists.append(QList<Series *>());
+}
+
+template<typename Series>
+QList<Series *> takeEntry(QList<QList<Series *>> &lists, int index)
+{
+    if (index >= lists.size())
+        return {};
+    return std::exchange(lists[index], {});
 }
 
 } // namespace
@@ -129,8 +138,8 @@ void VornGraph::closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries
     auto *area = new QAreaSeries(upper, lower);
     area->setBrush(QBrush(fill, Qt::SolidPattern));
     area->setPen(QPen(Qt::NoPen));
-    for (QAbstractSeries *series : {static_cast<QAbstractSeries *>(area), static_cast<QAbstractSeries *>(upper),
-                                    static_cast<QAbstractSeries *>(lower)}) {
+    const QList<QAbstractSeries *> segment{area, upper, lower};
+    for (QAbstractSeries *series : segment) {
         m_chart->addSeries(series);
         series->attachAxis(m_axisX);
         series->attachAxis(m_yAxes.at(index));
@@ -146,25 +155,17 @@ void VornGraph::clearEnvelopeSeries(int index)
 {
     if (index < 0)
         return;
-    QList<QLineSeries *> upper = index < m_envelopeUpperSeries.size() ? m_envelopeUpperSeries.at(index) : QList<QLineSeries *>();
-    QList<QLineSeries *> lower = index < m_envelopeLowerSeries.size() ? m_envelopeLowerSeries.at(index) : QList<QLineSeries *>();
-    QList<QAreaSeries *> areas = index < m_envelopeAreaSeries.size() ? m_envelopeAreaSeries.at(index) : QList<QAreaSeries *>();
-    for (QLineSeries *series : qAsConst(upper))
+    const QList<QLineSeries *> upper = takeEntry(m_envelopeUpperSeries, index);
+    const QList<QLineSeries *> lower = takeEntry(m_envelopeLowerSeries, index);
+    const QList<QAreaSeries *> areas = takeEntry(m_envelopeAreaSeries, index);
+    for (QLineSeries *series : upper + lower)
         m_chart->removeSeries(series);
-    for (QLineSeries *series : qAsConst(lower))
-        m_chart->removeSeries(series);
-    for (QAreaSeries *series : qAsConst(areas))
+    for (QAreaSeries *series : areas)
         m_chart->removeSeries(series);
     // Detached series have no owner left. The fills go first: they point at their lines.
     qDeleteAll(areas);
     qDeleteAll(upper);
     qDeleteAll(lower);
-    if (index < m_envelopeUpperSeries.size())
-        m_envelopeUpperSeries[index].clear();
-    if (index < m_envelopeLowerSeries.size())
-        m_envelopeLowerSeries[index].clear();
-    if (index < m_envelopeAreaSeries.size())
-        m_envelopeAreaSeries[index].clear();
 }
 
 void VornGraph::startEnvelopeEditing(int index)

@@ -158,9 +158,9 @@ void VornGraph::onTreeContextMenu(const QPoint &pos)
         emit deleteEnvelopeRequested(k);
 }
 
-void VornGraph::onWaveformVisibilityChanged(QTreeWidgetItem *item, int column)
+// Any change of a waveform's row re-applies its switch, which is harmless.
+void VornGraph::onWaveformVisibilityChanged(QTreeWidgetItem *item, int)
 {
-    Q_UNUSED(column)
     const int k = m_waveformItems.indexOf(item);
     if (k < 0 || k >= m_series.size())
         return;
