@@ -3,12 +3,57 @@
 #include "vorngraph.h"
 #include "waveform_sigrok.h"
 
+#include <QEventLoop>
 #include <QMessageBox>
+#include <QProgressDialog>
+#include <QTimer>
+
+#include <atomic>
+#include <memory>
+#include <thread>
 
 namespace {
+
 const QString UPPER_SUFFIX = QStringLiteral(" [upper]");
 const QString LOWER_SUFFIX = QStringLiteral(" [lower]");
+
+// Shorter reads are over before a progress dialog could be seen.
+constexpr uint64_t BACKGROUND_SAMPLES = 4'000'000;
+constexpr int POLL_MS = 15;
+
+// Reads the samples of waveform index. A long read runs on a worker thread while the progress
+// dialog is kept painted; the reader's error text belongs to the thread that failed, so it is
+// taken there.
+bool readSamples(const QByteArray &path, int32_t index, std::vector<double> &samples, QString &error,
+                 bool inBackground)
+{
+    const auto read = [&] {
+        const bool ok = sigrok_read_waveform_data_by_index(path.constData(), index, samples.data(), samples.size()) == 0;
+        if (!ok)
+            error = QString::fromUtf8(sigrok_get_last_error());
+        return ok;
+    };
+    if (!inBackground)
+        return read();
+    std::atomic<bool> done{false};
+    bool ok = false;
+    std::thread worker([&] {
+        ok = read();
+        done = true;
+    });
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done)
+            loop.quit();
+    });
+    poll.start(POLL_MS);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    worker.join();
+    return ok;
 }
+
+} // namespace
 
 void WaveformWindow::loadWaveforms(const QString &filePath)
 {
@@ -19,10 +64,12 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
     }
     // Waveforms reach the graph only once all were read, so a failure leaves it empty.
     QVector<WaveformData> waveforms;
+    std::unique_ptr<QProgressDialog> progress;
     for (int32_t i = 0; i < count; ++i) {
         SigrokWaveformInfo info;
         if (sigrok_read_waveform_info_by_index(filePath.toUtf8().constData(), i, &info) != 0) {
             const QString reason = QString::fromUtf8(sigrok_get_last_error());
+            progress.reset();
             QMessageBox::critical(this, tr("Reading waveform file failed"),
                                   tr("Could not read info of waveform %1/%2: %3").arg(i + 1).arg(count).arg(reason),
                                   QMessageBox::Ok);
@@ -35,11 +82,21 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
         w.startTime = info.startTime;
         std::vector<double> &samples = w.samples.writable();
         samples.resize(info.sampleCount);
-        if (sigrok_read_waveform_data_by_index(filePath.toUtf8().constData(), i, samples.data(), info.sampleCount) != 0) {
-            showError(tr("Could not read data of waveform %1/%2: %3")
-                          .arg(i + 1)
-                          .arg(count)
-                          .arg(QString::fromUtf8(sigrok_get_last_error())));
+        const bool longRead = info.sampleCount >= BACKGROUND_SAMPLES;
+        if (longRead && !progress) {
+            // No steps inside one read to count: a busy bar shows that work goes on.
+            progress = std::make_unique<QProgressDialog>(QString(), QString(), 0, 0, this);
+            progress->setWindowModality(Qt::ApplicationModal);
+            progress->setMinimumDuration(0);
+        }
+        if (progress) {
+            progress->setLabelText(tr("Reading %1 (%2 of %3)").arg(w.name).arg(i + 1).arg(count));
+            progress->setValue(0);
+        }
+        QString error;
+        if (!readSamples(filePath.toUtf8(), i, samples, error, longRead)) {
+            progress.reset();
+            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(error));
             return;
         }
         waveforms.append(w);

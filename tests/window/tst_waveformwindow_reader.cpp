@@ -6,7 +6,9 @@
 #include "waveform_sigrok.h"
 #include "waveformwindow.h"
 
+#include <QProgressDialog>
 #include <QTest>
+#include <QThread>
 
 #include <cstring>
 
@@ -18,6 +20,9 @@ struct Script
     int failInfoAt = -1;
     int failDataAt = -1;
     int infoCalls = 0;
+    uint64_t longSamples = 0;  // waveform 2 has this many samples when set
+    bool longReadOffGuiThread = false;
+    bool progressShownDuringLongRead = false;
 } script;
 
 } // namespace
@@ -38,7 +43,7 @@ int sigrok_read_waveform_info_by_index(const char *, int32_t index, SigrokWavefo
     std::memset(info, 0, sizeof *info);
     std::snprintf(info->name, sizeof info->name, "W%d", index + 1);
     std::strcpy(info->unit, "V");
-    info->sampleCount = 4;
+    info->sampleCount = index == 1 && script.longSamples ? script.longSamples : 4;
     info->sampleInterval = 1e-3;
     return 0;
 }
@@ -47,6 +52,11 @@ int sigrok_read_waveform_data_by_index(const char *, int32_t index, double *samp
 {
     if (index == script.failDataAt)
         return -1;
+    if (count == script.longSamples) {
+        script.longReadOffGuiThread = QThread::currentThread() != qApp->thread();
+        for (QWidget *w : QApplication::topLevelWidgets())
+            script.progressShownDuringLongRead |= qobject_cast<QProgressDialog *>(w) && w->isVisible();
+    }
     for (uint64_t i = 0; i < count; ++i)
         samples[i] = double(index * 10 + int(i));
     return 0;
@@ -67,6 +77,7 @@ private slots:
     void failureAddsNothingAndSaysWhich_data();
     void failureAddsNothingAndSaysWhich();
     void readsEveryWaveformInOrder();
+    void readsLongWaveformsBehindAProgressDialog();
 };
 
 void TstWaveformWindowReader::failureAddsNothingAndSaysWhich_data()
@@ -102,6 +113,19 @@ void TstWaveformWindowReader::readsEveryWaveformInOrder()
     script = Script{0};
     WaveformWindow empty("any.sr", "t");
     QCOMPARE(empty.graph()->waveformCount(), 0);
+}
+
+void TstWaveformWindowReader::readsLongWaveformsBehindAProgressDialog()
+{
+    script = Script{};
+    script.longSamples = 5'000'000;
+    WaveformWindow window("any.sr", "t");
+    QVERIFY(script.longReadOffGuiThread);
+    QVERIFY(script.progressShownDuringLongRead);
+    QCOMPARE(window.graph()->waveformCount(), 5);
+    QCOMPARE(window.graph()->waveformName(1), QStringLiteral("W2"));
+    for (QWidget *w : QApplication::topLevelWidgets())
+        QVERIFY(!qobject_cast<QProgressDialog *>(w) || !w->isVisible());
 }
 
 QTEST_MAIN(TstWaveformWindowReader)
