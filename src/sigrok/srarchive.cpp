@@ -103,7 +103,9 @@ SrArchive::~SrArchive()
 std::unique_ptr<SrArchive> SrArchive::open(const std::string &path, std::string &error)
 {
     int code = 0;
-    zip_t *zip = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
+    // No ZIP_CHECKCONS: it seeks to every local header, seconds for the 100 k members of a long
+    // capture; sizes are checked here and CRCs by libzip as each member is read.
+    zip_t *zip = zip_open(path.c_str(), ZIP_RDONLY, &code);
     if (!zip) {
         zip_error_t zerror;
         zip_error_init_with_code(&zerror, code);
