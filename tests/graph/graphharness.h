@@ -57,21 +57,15 @@ struct GraphHarness
 
     InteractiveChartView *view() const { return graph->findChild<InteractiveChartView *>(); }
     QWidget *viewport() const { return view()->viewport(); }
-    QAbstractSeries *series(int i) const { return view()->chart()->series().at(i); }
     QPoint viewPos(int waveform, double time, double value) const
     {
-        return view()->mapFromChartValue({time, value}, series(waveform));
+        return view()->mapFromChartValue({time, value}, view()->chart()->series().at(waveform));
     }
 
     void press(const QPoint &pos) { send(QEvent::MouseButtonPress, pos, Qt::LeftButton, Qt::LeftButton); }
     // QTest::mouseMove does not carry the held button in Qt 6, so the event is sent as such.
     void move(const QPoint &pos) { send(QEvent::MouseMove, pos, Qt::NoButton, Qt::LeftButton); }
     void release(const QPoint &pos) { send(QEvent::MouseButtonRelease, pos, Qt::LeftButton, Qt::NoButton); }
-    void click(const QPoint &pos)
-    {
-        press(pos);
-        release(pos);
-    }
     void drag(const QPoint &from, const QPoint &to)
     {
         press(from);
@@ -80,11 +74,12 @@ struct GraphHarness
         release(to);
     }
 
-    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons)
+    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons,
+              QWidget *target = nullptr)
     {
-        QMouseEvent event(type, QPointF(pos), QPointF(viewport()->mapToGlobal(pos)), button, buttons,
-                          Qt::NoModifier);
-        QApplication::sendEvent(viewport(), &event);
+        target = target ? target : viewport();
+        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
     }
 };
 
