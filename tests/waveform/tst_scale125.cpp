@@ -46,19 +46,13 @@ void TstScale125::stepsHitTheNearestDoubleOfEachDecimalValue()
 
 void TstScale125::thirtyStepsReturnExactlyToOne()
 {
-    double v = 1.0;
-    for (int i = 0; i < 30; ++i)
-        v = Scale125::nextUp(v);
-    QCOMPARE(v, 1e10);
-    for (int i = 0; i < 30; ++i)
-        v = Scale125::nextDown(v);
-    QCOMPARE(v, 1.0);
-    for (int i = 0; i < 30; ++i)
-        v = Scale125::nextDown(v);
-    QCOMPARE(v, 1e-10);
-    for (int i = 0; i < 30; ++i)
-        v = Scale125::nextUp(v);
-    QCOMPARE(v, 1.0);
+    // Up then down, and down then up: no rounding error may pile up on the way.
+    for (int direction : {1, -1}) {
+        double v = 1.0;
+        for (int i = 0; i < 60; ++i)
+            v = (i < 30) == (direction > 0) ? Scale125::nextUp(v) : Scale125::nextDown(v);
+        QCOMPARE(v, 1.0);
+    }
 }
 
 void TstScale125::stepsFromValuesOffTheSeries_data()
