@@ -1,4 +1,4 @@
-// The editor's point rules, on plain data: no chart, no scene.
+// The editor's point rules, on plain data and without a chart view.
 #include "envelopeeditorcontroller.h"
 
 #include <QSignalSpy>
@@ -20,14 +20,6 @@ QVector<EnvelopePoint> pointsFromPattern(const QString &pattern)
     return points;
 }
 
-QString patternOf(const QVector<EnvelopePoint> &points)
-{
-    QString pattern;
-    for (const EnvelopePoint &point : points)
-        pattern += point.enabled ? 'E' : 'D';
-    return pattern;
-}
-
 } // namespace
 
 class TstEnvelopeEditorController : public QObject
@@ -40,9 +32,10 @@ private slots:
     void disabledPointsBecomeGapsInBothCurves();
     void envelopeIntervalIsTheMeanPointSpacing_data();
     void envelopeIntervalIsTheMeanPointSpacing();
+    void parksOnlyDisabledPointsWithoutValues_data();
     void parksOnlyDisabledPointsWithoutValues();
-    void pointCountIsAtLeastTwo_data();
     void pointCountIsAtLeastTwo();
+    void finishingWhileSelectingGivesOneEmptyEnvelope();
 };
 
 void TstEnvelopeEditorController::disablesLonelyPoints_data()
@@ -51,10 +44,8 @@ void TstEnvelopeEditorController::disablesLonelyPoints_data()
     QTest::addColumn<QString>("after");
     QTest::newRow("lonely at both ends") << "EDEEDE" << "DDEEDD";
     QTest::newRow("lonely in the middle") << "EEDEDEE" << "EEDDDEE";
-    QTest::newRow("all enabled") << "EEEE" << "EEEE";
     QTest::newRow("single point") << "E" << "D";
     QTest::newRow("pair") << "EE" << "EE";
-    QTest::newRow("all disabled") << "DDD" << "DDD";
     QTest::newRow("empty") << "" << "";
 }
 
@@ -64,44 +55,35 @@ void TstEnvelopeEditorController::disablesLonelyPoints()
     QFETCH(QString, after);
     QVector<EnvelopePoint> points = pointsFromPattern(before);
     EnvelopeEditorController::disableLonelyPoints(points);
-    QCOMPARE(patternOf(points), after);
+    QString pattern;
+    for (const EnvelopePoint &point : points)
+        pattern += point.enabled ? 'E' : 'D';
+    QCOMPARE(pattern, after);
 }
 
+// Start, interval and values are checked through the graph's Apply.
 void TstEnvelopeEditorController::disabledPointsBecomeGapsInBothCurves()
 {
     WaveformData waveform;
     waveform.name = "probe";
     waveform.unit = "A";
     EnvelopeEditData edit;
-    edit.startTime = 0.25;
-    edit.sampleInterval = 0.5;
     edit.points = pointsFromPattern("EEDE");
     const EnvelopeData envelope = EnvelopeEditorController::createEnvelopeData(waveform, edit);
     QCOMPARE(envelope.upper.name, QString("probe [upper]"));
     QCOMPARE(envelope.lower.name, QString("probe [lower]"));
     for (const WaveformData *curve : {&envelope.upper, &envelope.lower}) {
         QCOMPARE(curve->unit, QString("A"));
-        QCOMPARE(curve->startTime, 0.25);
-        QCOMPARE(curve->sampleInterval, 0.5);
         QCOMPARE(curve->samples->size(), size_t(4));
-        QVERIFY(std::isnan(curve->samples->at(2)));
+        QVERIFY(std::isnan(curve->samples->at(2)) && !std::isnan(curve->samples->at(3)));
     }
-    const std::vector<double> &upper = *envelope.upper.samples;
-    const std::vector<double> &lower = *envelope.lower.samples;
-    QCOMPARE(QVector<double>({upper[0], upper[1], upper[3]}), QVector<double>({1.0, 2.0, 4.0}));
-    QCOMPARE(QVector<double>({lower[0], lower[1], lower[3]}), QVector<double>({-1.0, -2.0, -4.0}));
-
-    edit.points.clear();
-    QVERIFY(EnvelopeEditorController::createEnvelopeData(waveform, edit).isEmpty());
 }
 
 void TstEnvelopeEditorController::envelopeIntervalIsTheMeanPointSpacing_data()
 {
     QTest::addColumn<QVector<double>>("times");
     QTest::addColumn<double>("interval");
-    QTest::newRow("no points keep the waveform's") << QVector<double>{} << 0.001;
     QTest::newRow("one point keeps the waveform's") << QVector<double>{5.0} << 0.001;
-    QTest::newRow("two points") << QVector<double>{1.0, 4.0} << 3.0;
     QTest::newRow("uneven points") << QVector<double>{0.0, 1.0, 5.0} << 2.5;
 }
 
@@ -117,35 +99,49 @@ void TstEnvelopeEditorController::envelopeIntervalIsTheMeanPointSpacing()
     QCOMPARE(edit.sampleInterval, interval);
 }
 
-void TstEnvelopeEditorController::parksOnlyDisabledPointsWithoutValues()
+void TstEnvelopeEditorController::parksOnlyDisabledPointsWithoutValues_data()
 {
-    QVector<EnvelopePoint> points = {{0, NaN, NaN, false}, {1, 3.0, 2.0, false}, {2, NaN, NaN, true}};
-    EnvelopeEditorController::initializeDisabledPointValues(points, -2.0, 8.0);
-    QCOMPARE(points[0].upperValue, 7.0);
-    QCOMPARE(points[0].lowerValue, -1.0);
-    QCOMPARE(points[1].upperValue, 3.0);
-    QCOMPARE(points[1].lowerValue, 2.0);
-    QVERIFY(std::isnan(points[2].upperValue));
+    QTest::addColumn<EnvelopePoint>("point");
+    QTest::addColumn<double>("upper");
+    QTest::addColumn<double>("lower");
+    // On an axis from -2 to 8: 90 % and 10 % of the way up.
+    QTest::newRow("disabled without values") << EnvelopePoint{0, NaN, NaN, false} << 7.0 << -1.0;
+    QTest::newRow("disabled with values") << EnvelopePoint{1, 3.0, 2.0, false} << 3.0 << 2.0;
+    QTest::newRow("enabled without values") << EnvelopePoint{2, NaN, NaN, true} << NaN << NaN;
 }
 
-void TstEnvelopeEditorController::pointCountIsAtLeastTwo_data()
+void TstEnvelopeEditorController::parksOnlyDisabledPointsWithoutValues()
 {
-    QTest::addColumn<int>("requested");
-    QTest::addColumn<int>("stored");
-    QTest::newRow("one") << 1 << 2;
-    QTest::newRow("negative") << -5 << 2;
-    QTest::newRow("fifty") << 50 << 50;
+    QFETCH(EnvelopePoint, point);
+    QFETCH(double, upper);
+    QFETCH(double, lower);
+    QVector<EnvelopePoint> points = {point};
+    EnvelopeEditorController::initializeDisabledPointValues(points, -2.0, 8.0);
+    QCOMPARE(points[0].upperValue, upper);
+    QCOMPARE(points[0].lowerValue, lower);
 }
 
 void TstEnvelopeEditorController::pointCountIsAtLeastTwo()
 {
-    QFETCH(int, requested);
-    QFETCH(int, stored);
     EnvelopeEditorController controller;
     QSignalSpy counted(&controller, &EnvelopeEditorController::pointCountChanged);
-    controller.setPointCount(requested);
-    QCOMPARE(controller.pointCount(), stored);
+    controller.setPointCount(1);
+    QCOMPARE(controller.pointCount(), 2);
+    controller.setPointCount(50);
+    QCOMPARE(controller.pointCount(), 50);
     QCOMPARE(counted.size(), 0);
+}
+
+void TstEnvelopeEditorController::finishingWhileSelectingGivesOneEmptyEnvelope()
+{
+    EnvelopeEditorController controller;
+    controller.startEditing(0, WaveformData(), Qt::darkCyan, nullptr);
+    QCOMPARE(controller.state(), EnvelopeEditorController::SelectingRegion);
+    QSignalSpy finished(&controller, &EnvelopeEditorController::editingFinished);
+    controller.finishEditing();
+    controller.finishEditing();
+    QCOMPARE(finished.size(), 1);
+    QVERIFY(finished.at(0).at(1).value<EnvelopeData>().isEmpty());
 }
 
 QTEST_MAIN(TstEnvelopeEditorController)

@@ -21,38 +21,34 @@
 struct ChartTestHarness
 {
     QChart *chart = new QChart;
-    QLineSeries *reference = new QLineSeries;
     QLineSeries *series = new QLineSeries;
-    QValueAxis *axisX = new QValueAxis;
-    QValueAxis *referenceAxisY = new QValueAxis;
-    QValueAxis *axisY = new QValueAxis;
     std::unique_ptr<InteractiveChartView> view;
     WaveformData waveform;
 
-    // 101 samples one second apart, a sine between -1 and 1, on axes 0..100 s and -2..2.
+    // 101 samples one second apart, a sine between -1 and 1, on axes -10..110 s and -2..2; the
+    // reference axis spans -100..100.
     ChartTestHarness()
     {
-        waveform.name = QStringLiteral("ch1");
-        waveform.unit = QStringLiteral("V");
         waveform.sampleInterval = 1.0;
         for (int i = 0; i <= 100; ++i) {
             waveform.samples.writable().push_back(std::sin(i / 8.0));
             series->append(i, waveform.samples->back());
         }
-        reference->append(0, 0);
-        reference->append(100, 50);
+        auto *reference = new QLineSeries;
+        reference->append({{0, 0}, {100, 50}});
+        const auto addAxis = [this](Qt::Alignment side, double min, double max) {
+            auto *axis = new QValueAxis;
+            axis->setRange(min, max);
+            chart->addAxis(axis, side);
+            return axis;
+        };
         chart->addSeries(reference);
         chart->addSeries(series);
-        chart->addAxis(axisX, Qt::AlignBottom);
-        chart->addAxis(referenceAxisY, Qt::AlignLeft);
-        chart->addAxis(axisY, Qt::AlignRight);
-        axisX->setRange(-10, 110);
-        referenceAxisY->setRange(-100, 100);
-        axisY->setRange(-2, 2);
+        QValueAxis *axisX = addAxis(Qt::AlignBottom, -10, 110);
         reference->attachAxis(axisX);
-        reference->attachAxis(referenceAxisY);
+        reference->attachAxis(addAxis(Qt::AlignLeft, -100, 100));
         series->attachAxis(axisX);
-        series->attachAxis(axisY);
+        series->attachAxis(addAxis(Qt::AlignRight, -2, 2));
         view = std::make_unique<InteractiveChartView>(chart);
         view->resize(1000, 600);
         view->show();
@@ -61,46 +57,30 @@ struct ChartTestHarness
     // Waits until the chart has laid out its plot area.
     bool ready()
     {
-        if (!QTest::qWaitForWindowExposed(view.get()))
-            return false;
-        return QTest::qWaitFor([this] { return chart->plotArea().width() > 50; });
+        return QTest::qWaitForWindowExposed(view.get())
+            && QTest::qWaitFor([this] { return chart->plotArea().width() > 50; });
     }
 
     QWidget *viewport() const { return view->viewport(); }
     QPointF scenePos(double time, double value) const { return chart->mapToPosition({time, value}, series); }
     QPoint viewPos(double time, double value) const { return view->mapFromChartValue({time, value}, series); }
-    double valueAt(const QPoint &pos) const { return view->mapToChartValue(pos, series).y(); }
 
-    void press(const QPoint &pos, Qt::MouseButton button = Qt::LeftButton)
-    {
-        send(QEvent::MouseButtonPress, pos, button, button);
-    }
+    void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
     // QTest::mouseMove does not carry the pressed button in Qt 6, so the event is sent as such.
-    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton)
+    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
+    void release(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonRelease, pos, b, {}); }
+    void click(const QPoint &pos) { press(pos); release(pos); }
+    void drag(const QPoint &from, const QPoint &to, Qt::MouseButton button = Qt::LeftButton)
     {
-        send(QEvent::MouseMove, pos, Qt::NoButton, held);
-    }
-    void release(const QPoint &pos, Qt::MouseButton button = Qt::LeftButton)
-    {
-        send(QEvent::MouseButtonRelease, pos, button, Qt::NoButton);
-    }
-    void click(const QPoint &pos)
-    {
-        press(pos);
-        release(pos);
-    }
-    void drag(const QPoint &from, const QPoint &to)
-    {
-        press(from);
-        move((from + to) / 2);
-        move(to);
-        release(to);
+        press(from, button);
+        move((from + to) / 2, button);
+        move(to, button);
+        release(to, button);
     }
 
     void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons)
     {
-        QMouseEvent event(type, QPointF(pos), QPointF(viewport()->mapToGlobal(pos)), button, buttons,
-                          Qt::NoModifier);
+        QMouseEvent event(type, QPointF(pos), QPointF(viewport()->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
         QApplication::sendEvent(viewport(), &event);
     }
 };
