@@ -87,7 +87,7 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
             // No steps inside one read to count: a busy bar shows that work goes on.
             progress = std::make_unique<QProgressDialog>(QString(), QString(), 0, 0, this);
             progress->setWindowModality(Qt::ApplicationModal);
-            progress->setMinimumDuration(0);
+            progress->show(); // the read is known to take long: no need to wait for an estimate
         }
         if (progress) {
             progress->setLabelText(tr("Reading %1 (%2 of %3)").arg(w.name).arg(i + 1).arg(count));

@@ -22,7 +22,6 @@ struct Script
     int infoCalls = 0;
     uint64_t longSamples = 0;  // waveform 2 has this many samples when set
     bool longReadOffGuiThread = false;
-    bool progressShownDuringLongRead = false;
 } script;
 
 } // namespace
@@ -54,8 +53,7 @@ int sigrok_read_waveform_data_by_index(const char *, int32_t index, double *samp
         return -1;
     if (count == script.longSamples) {
         script.longReadOffGuiThread = QThread::currentThread() != qApp->thread();
-        for (QWidget *w : QApplication::topLevelWidgets())
-            script.progressShownDuringLongRead |= qobject_cast<QProgressDialog *>(w) && w->isVisible();
+        QThread::msleep(200); // a read that takes long enough to be seen
     }
     for (uint64_t i = 0; i < count; ++i)
         samples[i] = double(index * 10 + int(i));
@@ -119,9 +117,17 @@ void TstWaveformWindowReader::readsLongWaveformsBehindAProgressDialog()
 {
     script = Script{};
     script.longSamples = 5'000'000;
+    // Looks from the GUI thread, whose event loop must keep running during the read.
+    bool progressShown = false;
+    QTimer look;
+    connect(&look, &QTimer::timeout, [&] {
+        for (QWidget *w : QApplication::topLevelWidgets())
+            progressShown |= qobject_cast<QProgressDialog *>(w) && w->isVisible();
+    });
+    look.start(10);
     WaveformWindow window("any.sr", "t");
     QVERIFY(script.longReadOffGuiThread);
-    QVERIFY(script.progressShownDuringLongRead);
+    QVERIFY(progressShown);
     QCOMPARE(window.graph()->waveformCount(), 5);
     QCOMPARE(window.graph()->waveformName(1), QStringLiteral("W2"));
     for (QWidget *w : QApplication::topLevelWidgets())
