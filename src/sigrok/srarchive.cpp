@@ -31,7 +31,7 @@ class MemberStream
 {
 public:
     MemberStream(zip_t *zip, const Member &member)
-        : m_name(member.name), m_file(zip_fopen_index(zip, member.index, 0))
+        : m_name(member.name), m_file(zip_fopen_index(zip, member.index, 0)), m_left(member.size)
     {
         if (!m_file)
             m_openError = zip_strerror(zip);
@@ -63,14 +63,31 @@ public:
             }
             out += got;
             bytes -= static_cast<uint64_t>(got);
+            m_left -= std::min<uint64_t>(m_left, static_cast<uint64_t>(got));
         }
         return true;
+    }
+
+    // libzip compares the checksum only when a read finds the end of the member, so a member
+    // read to its stated size is asked for one more byte: none may come, and no error.
+    bool finish(std::string &error)
+    {
+        if (m_left > 0 || !m_file)
+            return true;
+        char extra = 0;
+        const zip_int64_t got = zip_fread(m_file, &extra, 1);
+        if (got < 0)
+            error = "member " + m_name + " damaged: " + zip_file_strerror(m_file);
+        else if (got > 0)
+            error = "member " + m_name + " is longer than its stated size";
+        return got == 0;
     }
 
 private:
     std::string m_name;
     zip_file_t *m_file;
     std::string m_openError;
+    uint64_t m_left; // bytes of the member not read yet
 };
 
 bool parseChunkNumber(const std::string &text, uint64_t &number)
@@ -136,6 +153,11 @@ bool SrArchive::load(std::string &error)
         }
         const bool stored = st.comp_method == ZIP_CM_STORE;
         const bool deflated = st.comp_method == ZIP_CM_DEFLATE;
+        // Only these two bound the stated size by the bytes in the file; sigrok writes no other.
+        if (!stored && !deflated) {
+            error = std::string("member ") + st.name + " uses an unsupported compression method";
+            return false;
+        }
         if ((stored && st.size != st.comp_size)
             || (deflated && st.size / MAX_DEFLATE_RATIO > st.comp_size)) {
             error = std::string("member ") + st.name + " claims an impossible size";
@@ -174,7 +196,7 @@ bool SrArchive::readSmallMember(const std::string &name, uint64_t limit, std::st
     }
     text.assign(it->second.size, '\0');
     MemberStream stream(m_zip, it->second);
-    return stream.read(&text[0], text.size(), error);
+    return stream.read(&text[0], text.size(), error) && stream.finish(error);
 }
 
 bool SrArchive::loadDevice(std::string &error)
@@ -431,6 +453,8 @@ bool SrArchive::readAnalog(const Channel &channel, double *out, uint64_t count, 
             out += n;
             left -= n;
         }
+        if (!stream.finish(error))
+            return false;
         if (count == 0)
             break;
     }
@@ -456,6 +480,8 @@ bool SrArchive::readLogic(const Channel &channel, double *out, uint64_t count, s
                 *out++ = (*sample & mask) ? 1.0 : 0.0;
             left -= n;
         }
+        if (!stream.finish(error))
+            return false;
         if (count == 0)
             break;
     }
@@ -465,7 +491,7 @@ bool SrArchive::readLogic(const Channel &channel, double *out, uint64_t count, s
 bool SrArchive::readCurve(const Channel &channel, double *out, uint64_t count, std::string &error) const
 {
     MemberStream stream(m_zip, channel.members.front());
-    return stream.read(out, count * sizeof(double), error);
+    return stream.read(out, count * sizeof(double), error) && stream.finish(error);
 }
 
 } // namespace vornsr

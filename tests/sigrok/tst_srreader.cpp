@@ -64,6 +64,7 @@ private slots:
     void readsAPrefixButNotMoreThanThereIs();
     void cutsLongNamesAtACharacterBoundary();
     void parsesEachArchiveOnceWhileItIsUnchanged();
+    void refusesDataThatFailsItsChecksum();
     void refusesBadFilesWithAReason_data();
     void refusesBadFilesWithAReason();
 
@@ -173,6 +174,23 @@ void TstSrReader::parsesEachArchiveOnceWhileItIsUnchanged()
     QCOMPARE(utimes(QFile::encodeName(path).constData(), times), 0);
     QCOMPARE(readAll(utf8(path), 0, 4), (std::vector<double>{9, 9, 9, 7}));
     QCOMPARE(vornsr::archiveParseCount(), before + 2);
+}
+
+void TstSrReader::refusesDataThatFailsItsChecksum()
+{
+    const QString path = m_dir.filePath("bitrot.sr");
+    const QByteArray data = floats({1.25f, -2.5f});
+    QVERIFY(writeZip(path, withMember(sampleCapture(), {"analog-1-5-1", data})));
+    QByteArray bytes = readFile(path);
+    const qsizetype at = bytes.indexOf(data);
+    QVERIFY(at > 0);
+    bytes[at + 1] = static_cast<char>(bytes[at + 1] ^ 0x10); // one flipped bit, sizes intact
+    QVERIFY(writeFile(path, bytes));
+    int32_t count = 0;
+    QCOMPARE(sigrok_read_waveform_count(utf8(path), &count), 0);
+    std::vector<double> samples(2);
+    QVERIFY(sigrok_read_waveform_data_by_index(utf8(path), 1, samples.data(), 2) != 0);
+    QVERIFY2(QByteArray(sigrok_get_last_error()).startsWith("member analog-1-5-1 damaged"), sigrok_get_last_error());
 }
 
 void TstSrReader::refusesBadFilesWithAReason_data()
