@@ -1,5 +1,7 @@
 #include "vorngraph.h"
 
+#include "envelopeeditorcontroller.h"
+
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
 #include "waveformitemdelegate.h"
@@ -154,6 +156,10 @@ bool VornGraph::showErrorForInvalidInterval()
 // series and axes on the first.
 void VornGraph::clearGraph()
 {
+    // A running edit holds the series that are about to go.
+    if (m_envelopeEditor && m_envelopeEditor->isEditing())
+        cancelEnvelopeEditing();
+    m_openGLHeldBack.clear();
     // Deletes the envelope series too: every one of them was added to the chart.
     m_chart->removeAllSeries();
     m_envelopeUpperSeries.clear();

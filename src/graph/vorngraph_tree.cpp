@@ -10,6 +10,8 @@
 #include <QTreeWidget>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace {
 
@@ -22,15 +24,23 @@ struct SampleSummary
 
 SampleSummary summarise(const std::vector<double> &samples)
 {
+    // Gaps (NaN) are no values; a waveform of gaps only shows NaN.
     SampleSummary summary;
-    summary.min = summary.max = samples.front();
+    summary.min = std::numeric_limits<double>::infinity();
+    summary.max = -summary.min;
     double sum = 0.0;
+    size_t count = 0;
     for (const double v : samples) {
+        if (std::isnan(v))
+            continue;
         summary.min = std::min(summary.min, v);
         summary.max = std::max(summary.max, v);
         sum += v;
+        ++count;
     }
-    summary.mean = sum / double(samples.size());
+    if (count == 0)
+        summary.min = summary.max = std::numeric_limits<double>::quiet_NaN();
+    summary.mean = count ? sum / double(count) : std::numeric_limits<double>::quiet_NaN();
     return summary;
 }
 

@@ -265,6 +265,7 @@ void TstVornGraphEnvelope::editEndedMidwayLeavesTheStoredEnvelope_data()
     QTest::newRow("destroy while selecting") << false << "selecting" << true;
     QTest::newRow("destroy while dragging a handle") << false << "dragging" << true;
     QTest::newRow("destroy with a stored envelope") << true << "points" << true;
+    QTest::newRow("display again while dragging") << false << "dragging" << false;
 }
 
 void TstVornGraphEnvelope::editEndedMidwayLeavesTheStoredEnvelope()
@@ -292,6 +293,16 @@ void TstVornGraphEnvelope::editEndedMidwayLeavesTheStoredEnvelope()
         m_h->move(upperHandle(1) + QPoint(0, -20));
     }
 
+    if (stage == "dragging" && !destroy) {
+        // The series the edit holds go with a new display, which must end the edit first.
+        const QPoint handle = upperHandle(1);
+        g->displayGraph();
+        QVERIFY(!g->isEnvelopeEditing());
+        m_h->move(handle + QPoint(0, -30));
+        m_h->release(handle);
+        QVERIFY(toggles().isEmpty());
+        return;
+    }
     if (destroy) {
         QPointer<QObject> controller = g->m_envelopeEditor;
         m_h->graph.reset();

@@ -23,6 +23,7 @@ private slots:
     void cleanup() { m_h.reset(); }
 
     void showsEachWaveformWithItsMeasuredValues();
+    void leavesGapsOutOfTheMeasuredValues();
     void paintsAMarkerInTheRowColour();
     void clickedRowSelectsItsWaveform_data();
     void clickedRowSelectsItsWaveform();
@@ -108,6 +109,17 @@ void TstVornGraphTree::showsEachWaveformWithItsMeasuredValues()
     // 0.5 V a division around 3 V.
     QCOMPARE(shown, QStringList({"Range+ 5.5 V", "Range- 500 mV", QString::fromUtf8("\u0394Sample 2 ms"), "Samples 4",
                                  "Max 5 V", "Avg 3 V", "Min 1 V"}));
+}
+
+void TstVornGraphTree::leavesGapsOutOfTheMeasuredValues()
+{
+    m_h = std::make_unique<GraphHarness>();
+    const double gap = std::nan("");
+    QVERIFY(m_h->show({makeWaveform(QStringLiteral("g"), {gap, 1, 3, gap, 5}, 1e-3)}));
+    QStringList shown;
+    for (const char *name : {"g/Max", "g/Avg", "g/Min"})
+        shown << row(name)->text(1);
+    QCOMPARE(shown, QStringList({"5 V", "3 V", "1 V"}));
 }
 
 void TstVornGraphTree::paintsAMarkerInTheRowColour()
