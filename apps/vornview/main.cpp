@@ -1,5 +1,5 @@
 // vornview: opens a sigrok session file in the library's waveform window.
-//   vornview [FILE.sr] [--edit N] [--screenshot OUT.png] [--timing]
+//   vornview FILE.sr [--edit N] [--screenshot OUT.png] [--timing]
 
 #include "vorngraph.h"
 #include "waveform_sigrok.h"
@@ -104,20 +104,18 @@ int main(int argc, char *argv[])
     sinceStart.start();
     QApplication app(argc, argv);
     Options options;
-    if (!parseOptions(app.arguments(), options)) {
-        std::fprintf(stderr, "usage: vornview [FILE.sr] [--edit N] [--screenshot OUT.png] [--timing]\n");
+    if (!parseOptions(app.arguments(), options) || options.file.isEmpty()) {
+        std::fprintf(stderr, "usage: vornview FILE.sr [--edit N] [--screenshot OUT.png] [--timing]\n");
         return EXIT_USAGE;
     }
     // An unreadable file ends here with the reader's reason, before any window asks about it.
     int32_t count = 0;
-    if (!options.file.isEmpty() && sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0) {
+    if (sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0) {
         std::fprintf(stderr, "vornview: %s\n", sigrok_get_last_error());
         return EXIT_FAILED;
     }
 
-    const QString title = options.file.isEmpty()
-                              ? QCoreApplication::translate("vornview", "VornView")
-                              : QCoreApplication::translate("vornview", "%1 - VornView").arg(QFileInfo(options.file).fileName());
+    const QString title = QCoreApplication::translate("vornview", "%1 - VornView").arg(QFileInfo(options.file).fileName());
     WaveformWindow window(options.file, title);
     FirstPaintTimer firstPaint(sinceStart);
     if (options.timing) {

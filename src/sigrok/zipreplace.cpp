@@ -212,6 +212,12 @@ zip_t *openArchiveForUpdate(const std::string &path, std::string &error)
         error = errno == ENOENT ? "file not found" : std::string("cannot open file: ") + std::strerror(errno);
         return nullptr;
     }
+    // A capture the user made read-only stays as it is, even though the folder would allow
+    // a rename over it.
+    if (::access(resolved, W_OK) != 0) {
+        error = std::string("file is not writable: ") + std::strerror(errno);
+        return nullptr;
+    }
     auto *file = new ReplacingFile;
     file->path = resolved;
     zip_error_init(&file->error);

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <new>
 #include <thread>
 
 namespace {
@@ -81,7 +82,13 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
         w.sampleInterval = info.sampleInterval;
         w.startTime = info.startTime;
         std::vector<double> &samples = w.samples.writable();
-        samples.resize(info.sampleCount);
+        try {
+            samples.resize(info.sampleCount);
+        } catch (const std::bad_alloc &) {
+            progress.reset();
+            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(tr("not enough memory")));
+            return;
+        }
         const bool longRead = info.sampleCount >= BACKGROUND_SAMPLES;
         if (longRead && !progress) {
             // No steps inside one read to count: a busy bar shows that work goes on.

@@ -186,6 +186,7 @@ void TstEnvelopeFile::failedSaveLeavesTheFileUntouched_data()
     QTest::newRow("file missing") << "missing";
     QTest::newRow("not a capture") << "text";
     QTest::newRow("folder read-only") << "readonly";
+    QTest::newRow("file read-only in a writable folder") << "readonlyfile";
     QTest::newRow("disk full") << "full";
 }
 
@@ -204,9 +205,14 @@ void TstEnvelopeFile::failedSaveLeavesTheFileUntouched()
     const pid_t child = fork();
     QVERIFY(child >= 0);
     if (child == 0) {
-        if (failure == "readonly") {
-            chmod(QFile::encodeName(m_dir->path()).constData(), 0555);
-            // root writes anywhere: become nobody, who may read the capture but not the folder
+        if (failure == "readonlyfile") {
+            chmod(QFile::encodeName(path).constData(), 0444);
+            chmod(QFile::encodeName(m_dir->path()).constData(), 0777);
+        }
+        if (failure.startsWith("readonly")) {
+            if (failure == "readonly")
+                chmod(QFile::encodeName(m_dir->path()).constData(), 0555);
+            // root writes anywhere: become nobody, who may read the capture but not write it
             if (geteuid() == 0 && setuid(65534) != 0)
                 _exit(3);
         }
