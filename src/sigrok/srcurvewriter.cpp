@@ -9,6 +9,7 @@
 #include <zip.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cmath>
 #include <memory>
 
@@ -85,6 +86,35 @@ bool putMember(zip_t *zip, const std::string &name, const void *data, uint64_t s
     return true;
 }
 
+std::string keyValue(GKeyFile *file, const char *group, const char *key)
+{
+    gchar *raw = g_key_file_get_string(file, group, key, nullptr);
+    const std::string value = raw ? raw : "";
+    g_free(raw);
+    return value;
+}
+
+// Whether curve number of the archive already holds exactly this curve, so that saving an
+// unchanged envelope rewrites nothing.
+bool storedAsIs(zip_t *zip, GKeyFile *meta, const char *group, uint64_t number, const CurveData &curve)
+{
+    if (keyValue(meta, group, "unit") != curve.unit
+        || keyValue(meta, group, "samples") != std::to_string(curve.sampleCount)
+        || keyValue(meta, group, "start") != formatDouble(curve.startTime)
+        || keyValue(meta, group, "interval") != formatDouble(curve.sampleInterval))
+        return false;
+    const uint64_t bytes = curve.sampleCount * sizeof(double);
+    zip_stat_t st;
+    if (zip_stat(zip, curveMemberName(number).c_str(), 0, &st) != 0 || st.size != bytes)
+        return false;
+    std::vector<char> stored(bytes + 1);
+    zip_file_t *file = zip_fopen_index(zip, st.index, 0);
+    const bool read = file && zip_fread(file, stored.data(), bytes + 1) == static_cast<zip_int64_t>(bytes);
+    if (file)
+        zip_fclose(file);
+    return read && (bytes == 0 || std::memcmp(stored.data(), curve.samples, bytes) == 0);
+}
+
 bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
 {
     const zip_int64_t index = zip_name_locate(zip, name.c_str(), 0);
@@ -137,18 +167,21 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         g_free(raw);
         if (std::find(remove.begin(), remove.end(), name) == remove.end())
             continue;
-        changed = true;
         const auto replacement = std::find_if(curves.begin(), curves.end(), [&](const CurveData &c) {
             return c.name == name;
         });
         const size_t r = static_cast<size_t>(replacement - curves.begin());
         if (replacement != curves.end() && !placed[r]) {
             placed[r] = true;
+            if (storedAsIs(zip.get(), meta.get(), *group, number, *replacement))
+                continue;
+            changed = true;
             setCurveKeys(meta.get(), *group, *replacement);
             if (!putMember(zip.get(), curveMemberName(number), replacement->samples,
                            replacement->sampleCount * sizeof(double), error))
                 return false;
         } else {
+            changed = true;
             g_key_file_remove_group(meta.get(), *group, nullptr);
             if (!deleteMember(zip.get(), curveMemberName(number), error))
                 return false;

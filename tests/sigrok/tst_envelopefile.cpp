@@ -84,6 +84,7 @@ private slots:
     void savedCurvesReadBackBitExact();
     void saveLeavesEveryCaptureMemberAsItWas();
     void savingAgainReplacesInPlace();
+    void savingAnUnchangedEnvelopeWritesNothing();
     void removingTakesOutExactlyWhatSavingAdded();
     void keepsPermissionsAndSymbolicLinks();
     void failedSaveLeavesTheFileUntouched_data();
@@ -148,6 +149,22 @@ void TstEnvelopeFile::savingAgainReplacesInPlace()
     QCOMPARE(sigrok_read_waveform_count(m_path.toUtf8(), &count), 0);
     QCOMPARE(sigrok_read_waveform_info_by_index(m_path.toUtf8(), 4, &info), 0);
     QCOMPARE(info.name, "A0 [upper]");
+}
+
+void TstEnvelopeFile::savingAnUnchangedEnvelopeWritesNothing()
+{
+    QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(1.0)));
+    const auto inode = [this] {
+        struct stat st;
+        return stat(QFile::encodeName(m_path).constData(), &st) == 0 ? st.st_ino : ino_t(0);
+    };
+    const ino_t written = inode();
+    QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(1.0)));
+    QCOMPARE(inode(), written); // a save replaces the file, and none happened
+    EnvelopeData moved = envelopeOf(1.0);
+    moved.lower.startTime += 1e-9;
+    QVERIFY(saveEnvelope(m_path, "A0", moved));
+    QVERIFY(inode() != written);
 }
 
 void TstEnvelopeFile::removingTakesOutExactlyWhatSavingAdded()
