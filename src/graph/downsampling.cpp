@@ -78,21 +78,8 @@ VisibleRange calculateVisibleIndices(std::uint64_t sampleCount, SampleTimeBase t
 
 BucketExtremes scanBucketExtremes(const double *samples, std::uint64_t first, std::uint64_t last)
 {
-    BucketExtremes e;
-    e.minIndex = e.maxIndex = first;
-    e.minValue = e.maxValue = samples[first];
-    for (std::uint64_t i = first + 1; i < last; ++i) {
-        const double v = samples[i];
-        if (v < e.minValue) {
-            e.minValue = v;
-            e.minIndex = i;
-        }
-        if (v > e.maxValue) {
-            e.maxValue = v;
-            e.maxIndex = i;
-        }
-    }
-    return e;
+    const MinMaxPyramid::Extremes e = MinMaxPyramid::scan(samples, first, last);
+    return BucketExtremes{e.minIndex, e.maxIndex, e.min, e.max};
 }
 
 QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, SampleTimeBase time,

@@ -10,7 +10,7 @@ constexpr size_t PREFETCH_AHEAD = 4;               // ranges
 constexpr uint64_t THREADED_SAMPLES = 4'000'000;   // below this a second thread costs more than it saves
 constexpr size_t PREFETCHED_LEVELS = 3;            // the levels too large to stay in cache
 
-void scan(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::Extremes &e)
+void scanInto(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::Extremes &e)
 {
     for (uint64_t i = from; i < to; ++i) {
         const double v = samples[i];
@@ -27,24 +27,26 @@ void scan(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::Extr
 
 } // namespace
 
+MinMaxPyramid::Extremes MinMaxPyramid::scan(const double *samples, uint64_t first, uint64_t last)
+{
+    Extremes e{samples[first], samples[first], first, first};
+    scanInto(samples, first + 1, last, e);
+    return e;
+}
+
 MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
     : m_sampleCount(samples.size())
 {
+    // Block values leave NaN out: starting from +inf and -inf, a NaN never wins a comparison.
+    const auto toBlock = [](const Extremes &e, uint64_t start) {
+        return Block{e.min, e.max, static_cast<uint32_t>(e.minIndex - start), static_cast<uint32_t>(e.maxIndex - start)};
+    };
     std::vector<Block> base(samples.size() / BASE_BLOCK);
     for (size_t b = 0; b < base.size(); ++b) {
-        Block block{INF, -INF, 0, 0};
-        const double *p = samples.data() + b * BASE_BLOCK;
-        for (uint32_t i = 0; i < BASE_BLOCK; ++i) {
-            if (p[i] < block.min) {
-                block.min = p[i];
-                block.minOffset = i;
-            }
-            if (p[i] > block.max) {
-                block.max = p[i];
-                block.maxOffset = i;
-            }
-        }
-        base[b] = block;
+        const uint64_t start = b * BASE_BLOCK;
+        Extremes e{INF, -INF, start, start};
+        scanInto(samples.data(), start, start + BASE_BLOCK, e);
+        base[b] = toBlock(e, start);
     }
     m_levels.push_back(std::move(base));
 
@@ -53,20 +55,11 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
         const std::vector<Block> &children = m_levels.back();
         std::vector<Block> parents(children.size() / FAN_OUT);
         for (size_t b = 0; b < parents.size(); ++b) {
-            Block block{INF, -INF, 0, 0};
-            for (unsigned c = 0; c < FAN_OUT; ++c) {
-                const Block &child = children[b * FAN_OUT + c];
-                const uint32_t offset = static_cast<uint32_t>(c * childSize);
-                if (child.min < block.min) {
-                    block.min = child.min;
-                    block.minOffset = offset + child.minOffset;
-                }
-                if (child.max > block.max) {
-                    block.max = child.max;
-                    block.maxOffset = offset + child.maxOffset;
-                }
-            }
-            parents[b] = block;
+            const uint64_t start = b * FAN_OUT * childSize;
+            Extremes e{INF, -INF, start, start};
+            for (unsigned c = 0; c < FAN_OUT; ++c)
+                merge(e, children[b * FAN_OUT + c], start + c * childSize);
+            parents[b] = toBlock(e, start);
         }
         childSize *= FAN_OUT;
         if (childSize * FAN_OUT > std::numeric_limits<uint32_t>::max())
@@ -83,7 +76,7 @@ size_t MinMaxPyramid::memoryBytes() const
     return bytes;
 }
 
-void MinMaxPyramid::merge(Extremes &into, const Block &block, uint64_t blockStart) const
+void MinMaxPyramid::merge(Extremes &into, const Block &block, uint64_t blockStart)
 {
     if (block.min < into.min) {
         into.min = block.min;
@@ -102,10 +95,10 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
     const uint64_t alignedStart = (p + BASE_BLOCK - 1) / BASE_BLOCK * BASE_BLOCK;
     const uint64_t alignedEnd = last / BASE_BLOCK * BASE_BLOCK;
     if (m_levels.empty() || alignedStart >= alignedEnd || last > m_sampleCount) {
-        scan(samples, p, last, e);
+        scanInto(samples, p, last, e);
         return e;
     }
-    scan(samples, p, alignedStart, e);
+    scanInto(samples, p, alignedStart, e);
     p = alignedStart;
     // Left to right, each step the largest block that starts at p and ends by alignedEnd, so
     // ties keep the earliest index.
@@ -120,7 +113,7 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
         merge(e, m_levels[level][p / size], p);
         p += size;
     }
-    scan(samples, alignedEnd, last, e);
+    scanInto(samples, alignedEnd, last, e);
     return e;
 }
 

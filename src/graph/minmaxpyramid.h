@@ -29,6 +29,10 @@ public:
     MinMaxPyramid() = default;
     explicit MinMaxPyramid(const std::vector<double> &samples);
 
+    // The plain front-to-back scan of samples[first, last), first < last, that every answer
+    // must equal.
+    static Extremes scan(const double *samples, uint64_t first, uint64_t last);
+
     // Extremes of samples[first, last), first < last; samples must be the array it was built on.
     Extremes extremes(const double *samples, uint64_t first, uint64_t last) const;
 
@@ -52,7 +56,7 @@ private:
         uint32_t maxOffset;
     };
 
-    void merge(Extremes &into, const Block &block, uint64_t blockStart) const;
+    static void merge(Extremes &into, const Block &block, uint64_t blockStart);
     void prefetch(const double *samples, uint64_t first, uint64_t last) const;
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
