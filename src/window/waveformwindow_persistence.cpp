@@ -55,16 +55,35 @@ bool WaveformWindow::hasEnvelopeChanges() const
 
 void WaveformWindow::onSaveTriggered()
 {
-    // Every waveform is written or cleared, changed or not; a failed write is not reported.
+    // Every waveform is written or cleared, changed or not; a failed write is not reported here,
+    // only remembered for the host.
+    m_lastSaveError.clear();
     for (int i = 0; i < m_graph->waveformCount(); ++i) {
         const QString name = m_graph->waveformName(i);
-        if (m_graph->hasEnvelope(i))
-            saveEnvelope(m_filePath, name, m_graph->envelope(i));
-        else
-            removeEnvelope(m_filePath, name);
+        const bool saved = m_graph->hasEnvelope(i) ? saveEnvelope(m_filePath, name, m_graph->envelope(i))
+                                                   : removeEnvelope(m_filePath, name);
+        if (!saved && m_lastSaveError.isEmpty())
+            m_lastSaveError = lastEnvelopeFileError();
     }
     // A deleted envelope stays in the snapshot on purpose: the next close asks again.
     storeOriginalEnvelopes();
+    if (!m_lastSaveError.isEmpty())
+        emit saveFailed(m_lastSaveError);
+    updateModification();
+}
+
+bool WaveformWindow::hasUnsavedChanges() const
+{
+    return !m_lastSaveError.isEmpty() || hasEnvelopeChanges();
+}
+
+void WaveformWindow::updateModification()
+{
+    const bool modified = hasUnsavedChanges();
+    if (modified != m_modified) {
+        m_modified = modified;
+        emit modificationChanged(modified);
+    }
 }
 
 void WaveformWindow::deleteEnvelopeWithConfirmation(int waveformIndex)
@@ -72,6 +91,8 @@ void WaveformWindow::deleteEnvelopeWithConfirmation(int waveformIndex)
     const auto answer = QMessageBox::question(this, tr("Delete Envelope"),
                                               tr("Do you really want to delete the envelope?"),
                                               QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-    if (answer == QMessageBox::Yes)
+    if (answer == QMessageBox::Yes) {
         m_graph->clearEnvelope(waveformIndex);
+        updateModification();
+    }
 }
