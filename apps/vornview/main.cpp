@@ -113,6 +113,8 @@ int main(int argc, char *argv[])
 
     ViewerWindow window;
     window.resize(WINDOW_WIDTH, WINDOW_HEIGHT);
+    // Shown first, so that a file that cannot be read is reported over the window.
+    window.show();
     if (!file.isEmpty())
         window.openFile(file);
     FirstPaintTimer firstPaint(sinceStart);
@@ -120,7 +122,6 @@ int main(int argc, char *argv[])
         if (auto *chartView = window.document()->findChild<QGraphicsView *>())
             chartView->viewport()->installEventFilter(&firstPaint);
     }
-    window.show();
     if (edit >= 0) {
         if (!window.document() || edit >= window.document()->graph()->waveformCount())
             return fail(QCoreApplication::translate("vornview", "there is no waveform %1").arg(edit), EXIT_USAGE);
