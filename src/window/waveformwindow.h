@@ -42,7 +42,7 @@ public:
     QAction *saveAction() const { return m_saveAction; }
     QAction *closeAction() const { return m_closeAction; }
 
-    // True while the envelopes differ from the file, and after a save that failed.
+    // True while the envelopes differ from what the file holds, and after a save that failed.
     bool hasUnsavedChanges() const;
     // Why the last save failed; empty once a save succeeded.
     QString lastSaveError() const { return m_lastSaveError; }
@@ -82,6 +82,7 @@ private:
     // Change tracking and persistence (waveformwindow_persistence.cpp)
     void storeOriginalEnvelopes();
     bool hasEnvelopeChanges() const;
+    bool envelopesDifferFrom(const QVector<EnvelopeData> &snapshot) const;
     void deleteEnvelopeWithConfirmation(int waveformIndex);
     void updateModification();
 
@@ -96,6 +97,7 @@ private:
     QString m_filePath;
     QVector<EnvelopeData> m_originalEnvelopes;
     bool m_envelopeEditingEnabled = true;
+    QVector<EnvelopeData> m_fileEnvelopes;
     QString m_lastSaveError;
     bool m_modified = false;
 };

@@ -32,13 +32,23 @@ void WaveformWindow::storeOriginalEnvelopes()
         if (m_graph->hasEnvelope(i))
             m_originalEnvelopes[i] = m_graph->envelope(i);
     }
+    // What the file holds now, deletions included, for hosts that ask about unsaved changes.
+    m_fileEnvelopes.resize(count);
+    for (int i = 0; i < count; ++i)
+        m_fileEnvelopes[i] = m_graph->hasEnvelope(i) ? m_graph->envelope(i) : EnvelopeData();
 }
 
 bool WaveformWindow::hasEnvelopeChanges() const
 {
+    return envelopesDifferFrom(m_originalEnvelopes);
+}
+
+// An empty element of the snapshot stands for a waveform without an envelope.
+bool WaveformWindow::envelopesDifferFrom(const QVector<EnvelopeData> &snapshot) const
+{
     const int count = m_graph->waveformCount();
-    for (int i = 0; i < count && i < m_originalEnvelopes.size(); ++i) {
-        const EnvelopeData &original = m_originalEnvelopes[i];
+    for (int i = 0; i < count && i < snapshot.size(); ++i) {
+        const EnvelopeData &original = snapshot[i];
         const bool had = !original.isEmpty();
         const bool has = m_graph->hasEnvelope(i);
         if (had != has)
@@ -74,7 +84,7 @@ void WaveformWindow::onSaveTriggered()
 
 bool WaveformWindow::hasUnsavedChanges() const
 {
-    return !m_lastSaveError.isEmpty() || hasEnvelopeChanges();
+    return !m_lastSaveError.isEmpty() || envelopesDifferFrom(m_fileEnvelopes);
 }
 
 void WaveformWindow::updateModification()

@@ -21,6 +21,7 @@ private slots:
     void initTestCase();
     void init();
     void failedSaveIsReportedAndAskedAboutUntilItSucceeds();
+    void savedDeletionLeavesNothingToAsk();
     void unreadableFileKeepsTheOpenCapture();
     void droppedCaptureOpensAndLeadsRecentFiles();
     void showsGermanTextsUnderAGermanLocale_data();
@@ -75,6 +76,22 @@ void TstViewerWindow::failedSaveIsReportedAndAskedAboutUntilItSucceeds()
     QVERIFY(viewer.isWindowModified());
     QVERIFY(viewer.close()); // asked again, not saved
     QCOMPARE(answerer.asked, 4);
+}
+
+void TstViewerWindow::savedDeletionLeavesNothingToAsk()
+{
+    const QString path = capture("deleted.sr");
+    EnvelopeData envelope;
+    envelope.upper.samples.writable() = {1.0, 1.0};
+    envelope.lower.samples.writable() = {-1.0, -1.0};
+    QVERIFY(saveEnvelope(path, "A0", envelope));
+    ViewerWindow viewer;
+    QVERIFY(viewer.openFile(path));
+    viewer.document()->graph()->clearEnvelope(0);
+    viewer.document()->saveAction()->trigger();
+    MessageBoxAnswerer answerer({QMessageBox::Cancel});
+    QVERIFY(viewer.close());
+    QCOMPARE(answerer.asked, 0);
 }
 
 void TstViewerWindow::unreadableFileKeepsTheOpenCapture()
