@@ -71,6 +71,47 @@ int fail(const QString &reason, int code)
     return code;
 }
 
+// Texts of the command line, translated in the context "vornview".
+class Cli
+{
+    Q_DECLARE_TR_FUNCTIONS(vornview)
+};
+
+struct Options
+{
+    QString file;
+    QString screenshot;
+    int edit = -1; // waveform whose envelope is edited once the window is up
+    bool timing = false;
+};
+
+// Exits for --help and --version; false for arguments that make no sense.
+bool parseOptions(const QStringList &arguments, Options &options)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(Cli::tr("Shows sigrok captures and edits their tolerance envelopes."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument(QStringLiteral("file"), Cli::tr("The capture to open (.sr)."), QStringLiteral("[FILE.sr]"));
+    const QCommandLineOption edit(QStringLiteral("edit"), Cli::tr("Start editing the envelope of waveform <n>."), QStringLiteral("n"));
+    const QCommandLineOption screenshot(QStringLiteral("screenshot"), Cli::tr("Write the window to <png> and exit."), QStringLiteral("png"));
+    const QCommandLineOption timing(QStringLiteral("timing"), Cli::tr("Print when the chart is first painted."));
+    parser.addOptions({edit, screenshot, timing});
+    if (!parser.parse(arguments))
+        return false;
+    if (parser.isSet(QStringLiteral("help")))
+        parser.showHelp(0);
+    if (parser.isSet(QStringLiteral("version")))
+        parser.showVersion();
+    options.file = parser.positionalArguments().value(0);
+    options.screenshot = parser.value(screenshot);
+    options.timing = parser.isSet(timing);
+    bool editOk = true;
+    if (parser.isSet(edit))
+        options.edit = parser.value(edit).toInt(&editOk);
+    return parser.positionalArguments().size() <= 1 && editOk && (!parser.isSet(edit) || options.edit >= 0);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -83,51 +124,32 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(VORNVIEW_VERSION));
     installTranslators(app);
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QCoreApplication::translate("vornview", "Shows sigrok captures and edits their tolerance envelopes."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.addPositionalArgument(QStringLiteral("file"), QCoreApplication::translate("vornview", "The capture to open (.sr)."),
-                                 QStringLiteral("[FILE.sr]"));
-    const QCommandLineOption editOption(QStringLiteral("edit"), QCoreApplication::translate("vornview", "Start editing the envelope of waveform <n>."), QStringLiteral("n"));
-    const QCommandLineOption screenshotOption(QStringLiteral("screenshot"),
-                                              QCoreApplication::translate("vornview", "Write the window to <png> and exit."), QStringLiteral("png"));
-    const QCommandLineOption timingOption(QStringLiteral("timing"), QCoreApplication::translate("vornview", "Print when the chart is first painted."));
-    parser.addOptions({editOption, screenshotOption, timingOption});
-    if (!parser.parse(app.arguments()))
-        return fail(parser.errorText(), EXIT_USAGE);
-    if (parser.isSet(QStringLiteral("help")))
-        parser.showHelp(0);
-    if (parser.isSet(QStringLiteral("version")))
-        parser.showVersion();
-    const QString file = parser.positionalArguments().value(0);
-    const QString screenshot = parser.value(screenshotOption);
-    bool editOk = true;
-    const int edit = parser.isSet(editOption) ? parser.value(editOption).toInt(&editOk) : -1;
-    if (parser.positionalArguments().size() > 1 || !editOk || (parser.isSet(editOption) && edit < 0))
-        return fail(QCoreApplication::translate("vornview", "bad arguments; see --help"), EXIT_USAGE);
+    Options options;
+    if (!parseOptions(app.arguments(), options))
+        return fail(Cli::tr("bad arguments; see --help"), EXIT_USAGE);
     // Nobody is there to read a message box while a screenshot is taken: fail with the reason.
     int32_t count = 0;
-    if (!screenshot.isEmpty() && !file.isEmpty() && sigrok_read_waveform_count(file.toUtf8().constData(), &count) != 0)
+    if (!options.screenshot.isEmpty() && !options.file.isEmpty()
+        && sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0)
         return fail(QString::fromUtf8(sigrok_get_last_error()), EXIT_FAILED);
 
     ViewerWindow window;
     window.resize(WINDOW_WIDTH, WINDOW_HEIGHT);
     // Shown first, so that a file that cannot be read is reported over the window.
     window.show();
-    if (!file.isEmpty())
-        window.openFile(file);
+    if (!options.file.isEmpty())
+        window.openFile(options.file);
     FirstPaintTimer firstPaint(sinceStart);
-    if (parser.isSet(timingOption) && window.document()) {
+    if (options.timing && window.document()) {
         if (auto *chartView = window.document()->findChild<QGraphicsView *>())
             chartView->viewport()->installEventFilter(&firstPaint);
     }
-    if (edit >= 0) {
-        if (!window.document() || edit >= window.document()->graph()->waveformCount())
-            return fail(QCoreApplication::translate("vornview", "there is no waveform %1").arg(edit), EXIT_USAGE);
-        QTimer::singleShot(0, &window, [&] { window.document()->startEnvelopeEditing(edit); });
+    if (options.edit >= 0) {
+        if (!window.document() || options.edit >= window.document()->graph()->waveformCount())
+            return fail(Cli::tr("there is no waveform %1").arg(options.edit), EXIT_USAGE);
+        QTimer::singleShot(0, &window, [&] { window.document()->startEnvelopeEditing(options.edit); });
     }
-    if (!screenshot.isEmpty())
-        QTimer::singleShot(0, &window, [&] { saveWhenSettled(&window, screenshot, SETTLE_ATTEMPTS, QImage()); });
+    if (!options.screenshot.isEmpty())
+        QTimer::singleShot(0, &window, [&] { saveWhenSettled(&window, options.screenshot, SETTLE_ATTEMPTS, QImage()); });
     return app.exec();
 }
