@@ -10,6 +10,7 @@
 #include <QDropEvent>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -173,6 +174,11 @@ bool ViewerWindow::eventFilter(QObject *watched, QEvent *event)
         if (maybeLeaveDocument())
             closeDocument();
         return true;
+    }
+    // Enter confirms a value typed into the tree; in a viewer it must not close the capture.
+    if (watched == m_document && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        return key == Qt::Key_Return || key == Qt::Key_Enter;
     }
     return QMainWindow::eventFilter(watched, event);
 }

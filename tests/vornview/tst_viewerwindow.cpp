@@ -127,6 +127,8 @@ void TstViewerWindow::droppedCaptureOpensAndLeadsRecentFiles()
     QCoreApplication::sendEvent(&viewer, &drop);
     QCOMPARE(viewer.windowTitle(), "dropped.sr[*] - VornView");
     QCOMPARE(ViewerWindow::recentFiles(), (QStringList{dropped, first}));
+    QTest::keyClick(viewer.document(), Qt::Key_Return); // confirms a value, closes nothing
+    QVERIFY(viewer.document());
 }
 
 void TstViewerWindow::showsGermanTextsUnderAGermanLocale_data()
