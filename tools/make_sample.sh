@@ -1,17 +1,21 @@
 #!/usr/bin/env bash
-# Makes data/sample.sr: a sigrok-cli demo capture (square, sine, triangle and sawtooth on A0-A3,
-# four logic probes) with an envelope stored on A0 by vorn.
-#   tools/make_sample.sh [OUT.sr]     (needs sigrok-cli and a built build/apps/vorn/vorn)
+# Makes data/sample.sr: 100 ms at 100 kHz of a damped step response, a PWM output with ringing and
+# ripple, noisy 50 Hz mains with harmonics, and a 9600 baud serial line (TX, RTS) on logic probes,
+# written by vorn_gensample, with an envelope around the step response made by vorn.
+#   tools/make_sample.sh [OUT.sr]     (needs a build in build/: ./build.sh test)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=${1:-data/sample.sr}
-vorn=${VORN:-build/apps/vorn/vorn}
-[ -x "$vorn" ] || { echo "make_sample.sh: build vorn first (./build.sh test)" >&2; exit 1; }
+build=${BUILD:-build}
+for tool in "$build/tools/vorn_gensample" "$build/apps/vorn/vorn"; do
+    [ -x "$tool" ] || { echo "make_sample.sh: build $tool first (./build.sh test)" >&2; exit 1; }
+done
 
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-sigrok-cli -d demo --channels A0,A1,A2,A3,D0,D1,D2,D3 --config samplerate=1M --samples 250000 \
-    -o "$tmp/sample.sr"
-"$vorn" envelope "$tmp/sample.sr" A0 --points 20
+"$build/tools/vorn_gensample" "$tmp/sample.sr"
+"$build/apps/vorn/vorn" envelope "$tmp/sample.sr" Step --points 60
+# It must stay a capture that sigrok opens.
+sigrok-cli -i "$tmp/sample.sr" --show > /dev/null
 mv "$tmp/sample.sr" "$out"
-"$vorn" list "$out"
+"$build/apps/vorn/vorn" list "$out"

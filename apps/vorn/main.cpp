@@ -4,6 +4,7 @@
 #include "waveform_sigrok.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -64,14 +65,22 @@ uint64_t parseCount(const char *text, uint64_t min, uint64_t max)
     return n;
 }
 
+// The shortest text that reads back as the same double: 1e-06, not 9.9999999999999995e-07.
+std::string shortest(double value)
+{
+    char text[32];
+    const auto result = std::to_chars(text, text + sizeof text, value);
+    return std::string(text, result.ptr);
+}
+
 int list(const std::string &path)
 {
     const auto infos = readInfos(path);
     std::printf("index\tname\tsamples\tinterval\tstart\tunit\n");
     for (size_t i = 0; i < infos.size(); ++i) {
-        std::printf("%zu\t%s\t%llu\t%.17g\t%.17g\t%s\n", i, infos[i].name,
-                    static_cast<unsigned long long>(infos[i].sampleCount), infos[i].sampleInterval,
-                    infos[i].startTime, infos[i].unit);
+        std::printf("%zu\t%s\t%llu\t%s\t%s\t%s\n", i, infos[i].name,
+                    static_cast<unsigned long long>(infos[i].sampleCount), shortest(infos[i].sampleInterval).c_str(),
+                    shortest(infos[i].startTime).c_str(), infos[i].unit);
     }
     return 0;
 }
@@ -97,7 +106,7 @@ int dump(const std::string &path, const std::string &name, uint64_t count)
 {
     const WaveformData waveform = loadWaveform(path, name, count);
     for (double v : *waveform.samples)
-        std::printf("%.17g\n", v);
+        std::printf("%s\n", shortest(v).c_str());
     return 0;
 }
 

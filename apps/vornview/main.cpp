@@ -1,38 +1,29 @@
-// vornview: opens a sigrok session file in the library's waveform window.
-//   vornview FILE.sr [--edit N] [--screenshot OUT.png] [--timing]
+// vornview: opens sigrok session files in the library's waveform window.
 
+#include "translators.h"
+#include "viewerwindow.h"
 #include "vorngraph.h"
 #include "waveform_sigrok.h"
 #include "waveformwindow.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QGraphicsView>
-#include <QFileInfo>
 #include <QImage>
 #include <QPixmap>
-#include <QStringList>
 #include <QTimer>
 
 #include <cstdio>
-#include <string>
 
 namespace {
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_FAILED = 2;
-constexpr int SCREENSHOT_WIDTH = 1600;
-constexpr int SCREENSHOT_HEIGHT = 900;
+constexpr int WINDOW_WIDTH = 1600;
+constexpr int WINDOW_HEIGHT = 900;
 constexpr int SETTLE_INTERVAL_MS = 50;
 constexpr int SETTLE_ATTEMPTS = 100;
-
-struct Options
-{
-    QString file;
-    QString screenshot;
-    int edit = -1; // waveform whose envelope is edited once the window is up
-    bool timing = false;
-};
 
 // Reports how long the user waited for the first painted frame of the chart.
 class FirstPaintTimer : public QObject
@@ -57,28 +48,6 @@ private:
     const QElapsedTimer &m_sinceStart;
 };
 
-bool parseOptions(const QStringList &args, Options &options)
-{
-    for (int i = 1; i < args.size(); ++i) {
-        const bool hasValue = i + 1 < args.size();
-        if (args[i] == QLatin1String("--screenshot") && hasValue) {
-            options.screenshot = args[++i];
-        } else if (args[i] == QLatin1String("--edit") && hasValue) {
-            bool ok = false;
-            options.edit = args[++i].toInt(&ok);
-            if (!ok || options.edit < 0)
-                return false;
-        } else if (args[i] == QLatin1String("--timing")) {
-            options.timing = true;
-        } else if (!args[i].startsWith(QLatin1String("--")) && options.file.isEmpty()) {
-            options.file = args[i];
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
-
 // The graph lays itself out over several passes of the event loop; the picture is taken once
 // two grabs in a row come out the same.
 void saveWhenSettled(QWidget *window, const QString &out, int attemptsLeft, const QImage &previous)
@@ -96,6 +65,53 @@ void saveWhenSettled(QWidget *window, const QString &out, int attemptsLeft, cons
     QCoreApplication::exit(0);
 }
 
+int fail(const QString &reason, int code)
+{
+    std::fprintf(stderr, "vornview: %s\n", qPrintable(reason));
+    return code;
+}
+
+// Texts of the command line, translated in the context "vornview".
+class Cli
+{
+    Q_DECLARE_TR_FUNCTIONS(vornview)
+};
+
+struct Options
+{
+    QString file;
+    QString screenshot;
+    int edit = -1; // waveform whose envelope is edited once the window is up
+    bool timing = false;
+};
+
+// Exits for --help and --version; false for arguments that make no sense.
+bool parseOptions(const QStringList &arguments, Options &options)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(Cli::tr("Shows sigrok captures and edits their tolerance envelopes."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument(QStringLiteral("file"), Cli::tr("The capture to open (.sr)."), QStringLiteral("[FILE.sr]"));
+    const QCommandLineOption edit(QStringLiteral("edit"), Cli::tr("Start editing the envelope of waveform <n>."), QStringLiteral("n"));
+    const QCommandLineOption screenshot(QStringLiteral("screenshot"), Cli::tr("Write the window to <png> and exit."), QStringLiteral("png"));
+    const QCommandLineOption timing(QStringLiteral("timing"), Cli::tr("Print when the chart is first painted."));
+    parser.addOptions({edit, screenshot, timing});
+    if (!parser.parse(arguments))
+        return false;
+    if (parser.isSet(QStringLiteral("help")))
+        parser.showHelp(0);
+    if (parser.isSet(QStringLiteral("version")))
+        parser.showVersion();
+    options.file = parser.positionalArguments().value(0);
+    options.screenshot = parser.value(screenshot);
+    options.timing = parser.isSet(timing);
+    bool editOk = true;
+    if (parser.isSet(edit))
+        options.edit = parser.value(edit).toInt(&editOk);
+    return parser.positionalArguments().size() <= 1 && editOk && (!parser.isSet(edit) || options.edit >= 0);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -103,33 +119,35 @@ int main(int argc, char *argv[])
     QElapsedTimer sinceStart;
     sinceStart.start();
     QApplication app(argc, argv);
-    Options options;
-    if (!parseOptions(app.arguments(), options) || options.file.isEmpty()) {
-        std::fprintf(stderr, "usage: vornview FILE.sr [--edit N] [--screenshot OUT.png] [--timing]\n");
-        return EXIT_USAGE;
-    }
-    // An unreadable file ends here with the reader's reason, before any window asks about it.
-    int32_t count = 0;
-    if (sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0) {
-        std::fprintf(stderr, "vornview: %s\n", sigrok_get_last_error());
-        return EXIT_FAILED;
-    }
+    QCoreApplication::setOrganizationName(QStringLiteral("VornGraph"));
+    QCoreApplication::setApplicationName(QStringLiteral("vornview"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VORNVIEW_VERSION));
+    installTranslators(app);
 
-    const QString title = QCoreApplication::translate("vornview", "%1 - VornView").arg(QFileInfo(options.file).fileName());
-    WaveformWindow window(options.file, title);
+    Options options;
+    if (!parseOptions(app.arguments(), options))
+        return fail(Cli::tr("bad arguments; see --help"), EXIT_USAGE);
+    // Nobody is there to read a message box while a screenshot is taken: fail with the reason.
+    int32_t count = 0;
+    if (!options.screenshot.isEmpty() && !options.file.isEmpty()
+        && sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0)
+        return fail(QString::fromUtf8(sigrok_get_last_error()), EXIT_FAILED);
+
+    ViewerWindow window;
+    window.resize(WINDOW_WIDTH, WINDOW_HEIGHT);
+    // Shown first, so that a file that cannot be read is reported over the window.
+    window.show();
+    if (!options.file.isEmpty())
+        window.openFile(options.file);
     FirstPaintTimer firstPaint(sinceStart);
-    if (options.timing) {
-        if (auto *chartView = window.findChild<QGraphicsView *>())
+    if (options.timing && window.document()) {
+        if (auto *chartView = window.document()->findChild<QGraphicsView *>())
             chartView->viewport()->installEventFilter(&firstPaint);
     }
-    window.resize(SCREENSHOT_WIDTH, SCREENSHOT_HEIGHT);
-    window.showNonModal();
     if (options.edit >= 0) {
-        if (options.edit >= window.graph()->waveformCount()) {
-            std::fprintf(stderr, "vornview: there is no waveform %d\n", options.edit);
-            return EXIT_USAGE;
-        }
-        QTimer::singleShot(0, &window, [&] { window.startEnvelopeEditing(options.edit); });
+        if (!window.document() || options.edit >= window.document()->graph()->waveformCount())
+            return fail(Cli::tr("there is no waveform %1").arg(options.edit), EXIT_USAGE);
+        QTimer::singleShot(0, &window, [&] { window.document()->startEnvelopeEditing(options.edit); });
     }
     if (!options.screenshot.isEmpty())
         QTimer::singleShot(0, &window, [&] { saveWhenSettled(&window, options.screenshot, SETTLE_ATTEMPTS, QImage()); });

@@ -1,5 +1,6 @@
 #include "vorngraph.h"
 
+#include "samplesummary.h"
 #include "waveformitemdelegate.h"
 
 #include <QAction>
@@ -14,35 +15,6 @@
 #include <limits>
 
 namespace {
-
-struct SampleSummary
-{
-    double min = 0.0;
-    double max = 0.0;
-    double mean = 0.0;
-};
-
-SampleSummary summarise(const std::vector<double> &samples)
-{
-    // Gaps (NaN) are no values; a waveform of gaps only shows NaN.
-    SampleSummary summary;
-    summary.min = std::numeric_limits<double>::infinity();
-    summary.max = -summary.min;
-    double sum = 0.0;
-    size_t count = 0;
-    for (const double v : samples) {
-        if (std::isnan(v))
-            continue;
-        summary.min = std::min(summary.min, v);
-        summary.max = std::max(summary.max, v);
-        sum += v;
-        ++count;
-    }
-    if (count == 0)
-        summary.min = summary.max = std::numeric_limits<double>::quiet_NaN();
-    summary.mean = count ? sum / double(count) : std::numeric_limits<double>::quiet_NaN();
-    return summary;
-}
 
 QTreeWidgetItem *addRow(QTreeWidgetItem *parent, const QString &name, const QString &value = QString())
 {
@@ -108,7 +80,7 @@ void VornGraph::addWaveformRows(int index)
     addRow(row, tr("Samples"), QString::number(samples.size()));
     // A waveform without samples has no extremes or mean to show.
     if (!samples.empty()) {
-        const SampleSummary summary = summarise(samples);
+        const SampleSummary summary = summariseSamples(samples);
         addRow(row, tr("Max"), ValueFormatter::formatWithUnit(summary.max, w.unit));
         addRow(row, tr("Avg"), ValueFormatter::formatWithUnit(summary.mean, w.unit));
         addRow(row, tr("Min"), ValueFormatter::formatWithUnit(summary.min, w.unit));

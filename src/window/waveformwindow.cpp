@@ -143,6 +143,7 @@ void WaveformWindow::onDeleteEnvelopeRequested(int waveformIndex)
 void WaveformWindow::onEnvelopeStateChanged()
 {
     updateEnvelopeActions(m_graph->selectedWaveformIndex());
+    updateModification();
 }
 
 void WaveformWindow::onWaveformSelectionChanged(int index)

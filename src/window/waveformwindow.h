@@ -36,11 +36,24 @@ public:
     bool canFinishEnvelopeEditing() const;
 
     VornGraph *graph() const { return m_graph; }
+    // For hosts that extend the menus or give the actions keys.
+    QMenuBar *menuBar() const { return m_menuBar; }
+    QMenu *fileMenu() const { return m_fileMenu; }
+    QAction *saveAction() const { return m_saveAction; }
+    QAction *closeAction() const { return m_closeAction; }
+
+    // True while the envelopes differ from what the file holds, and after a save that failed.
+    bool hasUnsavedChanges() const;
+    // Why the last save failed; empty once a save succeeded.
+    QString lastSaveError() const { return m_lastSaveError; }
 
 signals:
     void closed();
     void envelopeEditingFinished(int waveformIndex);
     void envelopeEditorStateChanged();
+    // The window reports nothing itself; these let a host tell the user.
+    void saveFailed(const QString &reason);
+    void modificationChanged(bool modified);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
@@ -69,7 +82,9 @@ private:
     // Change tracking and persistence (waveformwindow_persistence.cpp)
     void storeOriginalEnvelopes();
     bool hasEnvelopeChanges() const;
+    bool envelopesDifferFrom(const QVector<EnvelopeData> &snapshot) const;
     void deleteEnvelopeWithConfirmation(int waveformIndex);
+    void updateModification();
 
     VornGraph *m_graph = nullptr;
     QMenuBar *m_menuBar = nullptr;
@@ -82,6 +97,9 @@ private:
     QString m_filePath;
     QVector<EnvelopeData> m_originalEnvelopes;
     bool m_envelopeEditingEnabled = true;
+    QVector<EnvelopeData> m_fileEnvelopes;
+    QString m_lastSaveError;
+    bool m_modified = false;
 };
 
 #endif

@@ -32,13 +32,23 @@ void WaveformWindow::storeOriginalEnvelopes()
         if (m_graph->hasEnvelope(i))
             m_originalEnvelopes[i] = m_graph->envelope(i);
     }
+    // What the file holds now, deletions included, for hosts that ask about unsaved changes.
+    m_fileEnvelopes.resize(count);
+    for (int i = 0; i < count; ++i)
+        m_fileEnvelopes[i] = m_graph->hasEnvelope(i) ? m_graph->envelope(i) : EnvelopeData();
 }
 
 bool WaveformWindow::hasEnvelopeChanges() const
 {
+    return envelopesDifferFrom(m_originalEnvelopes);
+}
+
+// An empty element of the snapshot stands for a waveform without an envelope.
+bool WaveformWindow::envelopesDifferFrom(const QVector<EnvelopeData> &snapshot) const
+{
     const int count = m_graph->waveformCount();
-    for (int i = 0; i < count && i < m_originalEnvelopes.size(); ++i) {
-        const EnvelopeData &original = m_originalEnvelopes[i];
+    for (int i = 0; i < count && i < snapshot.size(); ++i) {
+        const EnvelopeData &original = snapshot[i];
         const bool had = !original.isEmpty();
         const bool has = m_graph->hasEnvelope(i);
         if (had != has)
@@ -55,16 +65,35 @@ bool WaveformWindow::hasEnvelopeChanges() const
 
 void WaveformWindow::onSaveTriggered()
 {
-    // Every waveform is written or cleared, changed or not; a failed write is not reported.
+    // Every waveform is written or cleared, changed or not; a failed write is not reported here,
+    // only remembered for the host.
+    m_lastSaveError.clear();
     for (int i = 0; i < m_graph->waveformCount(); ++i) {
         const QString name = m_graph->waveformName(i);
-        if (m_graph->hasEnvelope(i))
-            saveEnvelope(m_filePath, name, m_graph->envelope(i));
-        else
-            removeEnvelope(m_filePath, name);
+        const bool saved = m_graph->hasEnvelope(i) ? saveEnvelope(m_filePath, name, m_graph->envelope(i))
+                                                   : removeEnvelope(m_filePath, name);
+        if (!saved && m_lastSaveError.isEmpty())
+            m_lastSaveError = lastEnvelopeFileError();
     }
     // A deleted envelope stays in the snapshot on purpose: the next close asks again.
     storeOriginalEnvelopes();
+    if (!m_lastSaveError.isEmpty())
+        emit saveFailed(m_lastSaveError);
+    updateModification();
+}
+
+bool WaveformWindow::hasUnsavedChanges() const
+{
+    return !m_lastSaveError.isEmpty() || envelopesDifferFrom(m_fileEnvelopes);
+}
+
+void WaveformWindow::updateModification()
+{
+    const bool modified = hasUnsavedChanges();
+    if (modified != m_modified) {
+        m_modified = modified;
+        emit modificationChanged(modified);
+    }
 }
 
 void WaveformWindow::deleteEnvelopeWithConfirmation(int waveformIndex)
@@ -72,6 +101,8 @@ void WaveformWindow::deleteEnvelopeWithConfirmation(int waveformIndex)
     const auto answer = QMessageBox::question(this, tr("Delete Envelope"),
                                               tr("Do you really want to delete the envelope?"),
                                               QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-    if (answer == QMessageBox::Yes)
+    if (answer == QMessageBox::Yes) {
         m_graph->clearEnvelope(waveformIndex);
+        updateModification();
+    }
 }

@@ -1,0 +1,264 @@
+#include "viewerwindow.h"
+
+#include "vorngraph.h"
+#include "waveformwindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDir>
+#include <QDropEvent>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QSettings>
+#include <QStackedWidget>
+#include <QUrl>
+
+namespace {
+
+const QString RECENT_FILES_KEY = QStringLiteral("recentFiles");
+const QString OPEN_FOLDER_KEY = QStringLiteral("openFolder");
+constexpr int MAX_RECENT_FILES = 8;
+
+// The first local .sr file among the dragged URLs, or an empty string.
+QString droppedCapture(const QMimeData *mime)
+{
+    for (const QUrl &url : mime->urls()) {
+        if (url.isLocalFile() && QFileInfo(url.toLocalFile()).suffix().compare(QLatin1String("sr"), Qt::CaseInsensitive) == 0)
+            return url.toLocalFile();
+    }
+    return QString();
+}
+
+} // namespace
+
+ViewerWindow::ViewerWindow(QWidget *parent)
+    : QMainWindow(parent)
+    , m_stack(new QStackedWidget(this))
+    , m_placeholder(new QLabel(this))
+{
+    m_placeholder->setAlignment(Qt::AlignCenter);
+    m_placeholder->setText(tr("Open a capture with File ▸ Open…, or drop a .sr file here."));
+    m_stack->addWidget(m_placeholder);
+    setCentralWidget(m_stack);
+    setAcceptDrops(true);
+    createActions();
+    updateTitle();
+}
+
+void ViewerWindow::createActions()
+{
+    m_openAction = new QAction(tr("Open…"), this);
+    m_openAction->setShortcut(QKeySequence::Open);
+    connect(m_openAction, &QAction::triggered, this, &ViewerWindow::onOpenTriggered);
+    m_recentMenu = new QMenu(tr("Open Recent"), this);
+    connect(m_recentMenu, &QMenu::aboutToShow, this, &ViewerWindow::onRecentMenuAboutToShow);
+    m_quitAction = new QAction(tr("Quit"), this);
+    m_quitAction->setShortcut(QKeySequence::Quit);
+    m_quitAction->setMenuRole(QAction::QuitRole);
+    connect(m_quitAction, &QAction::triggered, this, &QWidget::close);
+    m_helpMenu = new QMenu(tr("Help"), this);
+    m_helpMenu->addAction(tr("About VornView"), this, &ViewerWindow::onAboutTriggered);
+    m_helpMenu->addAction(tr("About Qt"), qApp, &QApplication::aboutQt);
+    // Keys work whichever menu bar shows the actions.
+    addActions({m_openAction, m_quitAction});
+
+    QMenu *fileMenu = menuBar()->addMenu(tr("File"));
+    fileMenu->addAction(m_openAction);
+    fileMenu->addMenu(m_recentMenu);
+    fileMenu->addSeparator();
+    fileMenu->addAction(m_quitAction);
+    menuBar()->addMenu(m_helpMenu);
+}
+
+// The capture's own menu bar takes the viewer's actions, so there is one bar with one File menu.
+void ViewerWindow::extendDocumentMenus(WaveformWindow *document)
+{
+    QMenu *fileMenu = document->fileMenu();
+    QAction *first = fileMenu->actions().value(0);
+    fileMenu->insertAction(first, m_openAction);
+    fileMenu->insertMenu(first, m_recentMenu);
+    fileMenu->insertSeparator(first);
+    fileMenu->addSeparator();
+    fileMenu->addAction(m_quitAction);
+    document->menuBar()->addMenu(m_helpMenu);
+    document->saveAction()->setShortcut(QKeySequence::Save);
+    document->closeAction()->setShortcut(QKeySequence::Close);
+}
+
+bool ViewerWindow::openFile(const QString &path)
+{
+    if (!maybeLeaveDocument())
+        return false;
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    // The window tells the user itself why a file cannot be read, and then holds no waveform.
+    auto *document = new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this);
+    QStringList recent = recentFiles();
+    recent.removeAll(absolute);
+    if (document->graph()->waveformCount() == 0) {
+        delete document;
+        storeRecentFiles(recent);
+        return false;
+    }
+    recent.prepend(absolute);
+    storeRecentFiles(recent);
+    setDocument(document, absolute);
+    return true;
+}
+
+void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
+{
+    closeDocument();
+    m_document = document;
+    m_filePath = path;
+    extendDocumentMenus(document);
+    document->installEventFilter(this);
+    connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
+    connect(document, &WaveformWindow::modificationChanged, this, &QWidget::setWindowModified);
+    m_stack->addWidget(document);
+    m_stack->setCurrentWidget(document);
+    menuBar()->hide();
+    updateTitle();
+}
+
+void ViewerWindow::closeDocument()
+{
+    if (!m_document)
+        return;
+    // Deferred: this may run inside the document's own close handling.
+    m_document->removeEventFilter(this);
+    m_document->disconnect(this);
+    m_stack->removeWidget(m_document);
+    m_document->deleteLater();
+    m_document = nullptr;
+    m_filePath.clear();
+    menuBar()->show();
+    updateTitle();
+}
+
+void ViewerWindow::updateTitle()
+{
+    setWindowModified(m_document && m_document->hasUnsavedChanges());
+    setWindowTitle(m_filePath.isEmpty() ? tr("VornView")
+                                        : tr("%1[*] - VornView").arg(QFileInfo(m_filePath).fileName()));
+}
+
+// Asks about unsaved envelopes; true when the capture may be left. A save that fails keeps it.
+bool ViewerWindow::maybeLeaveDocument()
+{
+    if (!m_document || !m_document->hasUnsavedChanges())
+        return true;
+    const auto answer = QMessageBox::question(this, tr("Unsaved Changes"),
+                                              tr("Envelope curves have been changed. Save changes?"),
+                                              QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel,
+                                              QMessageBox::Yes);
+    if (answer == QMessageBox::No)
+        return true;
+    if (answer != QMessageBox::Yes)
+        return false;
+    m_document->saveAction()->trigger();
+    return m_document->lastSaveError().isEmpty();
+}
+
+bool ViewerWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    // File ▸ Close and Return close the capture, not the viewer; the viewer asks, so that the
+    // window's own question cannot let a failed save through.
+    if (watched == m_document && event->type() == QEvent::Close) {
+        event->ignore();
+        if (maybeLeaveDocument())
+            closeDocument();
+        return true;
+    }
+    // Enter confirms a value typed into the tree; in a viewer it must not close the capture.
+    if (watched == m_document && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        return key == Qt::Key_Return || key == Qt::Key_Enter;
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void ViewerWindow::closeEvent(QCloseEvent *event)
+{
+    if (maybeLeaveDocument())
+        event->accept();
+    else
+        event->ignore();
+}
+
+void ViewerWindow::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!droppedCapture(event->mimeData()).isEmpty())
+        event->acceptProposedAction();
+}
+
+void ViewerWindow::dropEvent(QDropEvent *event)
+{
+    const QString path = droppedCapture(event->mimeData());
+    if (path.isEmpty())
+        return;
+    event->acceptProposedAction();
+    openFile(path);
+}
+
+void ViewerWindow::onOpenTriggered()
+{
+    QSettings settings;
+    const QString folder = m_filePath.isEmpty() ? settings.value(OPEN_FOLDER_KEY).toString()
+                                                : QFileInfo(m_filePath).absolutePath();
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open Capture"), folder,
+                                                      tr("sigrok sessions (*.sr);;All files (*)"));
+    if (path.isEmpty())
+        return;
+    settings.setValue(OPEN_FOLDER_KEY, QFileInfo(path).absolutePath());
+    openFile(path);
+}
+
+void ViewerWindow::onRecentMenuAboutToShow()
+{
+    m_recentMenu->clear();
+    const QStringList files = recentFiles();
+    for (int i = 0; i < files.size(); ++i) {
+        const QString path = files.at(i);
+        QAction *action = m_recentMenu->addAction(tr("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()),
+                                                  this, [this, path] { openFile(path); });
+        action->setToolTip(QDir::toNativeSeparators(path));
+        action->setStatusTip(QDir::toNativeSeparators(path));
+    }
+    if (files.isEmpty())
+        m_recentMenu->addAction(tr("No Recent Files"))->setEnabled(false);
+    else
+        m_recentMenu->addAction(tr("Clear Menu"), this, [this] { storeRecentFiles({}); });
+}
+
+QStringList ViewerWindow::recentFiles()
+{
+    return QSettings().value(RECENT_FILES_KEY).toStringList();
+}
+
+void ViewerWindow::storeRecentFiles(QStringList files)
+{
+    files.removeDuplicates();
+    while (files.size() > MAX_RECENT_FILES)
+        files.removeLast();
+    QSettings().setValue(RECENT_FILES_KEY, files);
+}
+
+void ViewerWindow::onAboutTriggered()
+{
+    QMessageBox::about(this, tr("About VornView"),
+                       tr("<h3>VornView %1</h3><p>Shows sigrok captures and edits their tolerance envelopes.</p>")
+                           .arg(QCoreApplication::applicationVersion()));
+}
+
+void ViewerWindow::onSaveFailed(const QString &reason)
+{
+    QMessageBox::critical(this, tr("Saving failed"),
+                          tr("The envelopes could not be saved in %1.\n\n%2")
+                              .arg(QDir::toNativeSeparators(m_filePath), reason));
+}

@@ -1,0 +1,58 @@
+#ifndef VIEWERWINDOW_H
+#define VIEWERWINDOW_H
+
+#include <QMainWindow>
+
+class QAction;
+class QLabel;
+class QMenu;
+class QStackedWidget;
+class WaveformWindow;
+
+// The viewer's top-level window: holds at most one capture in a WaveformWindow, opens others
+// (dialog, recent files, drop), and makes sure no edit is lost without the user's word.
+class ViewerWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit ViewerWindow(QWidget *parent = nullptr);
+
+    // Opens path in place of the current capture once the user agreed to leave it. A capture that
+    // cannot be read leaves the current one open; returns whether path is open now.
+    bool openFile(const QString &path);
+    WaveformWindow *document() const { return m_document; }
+    static QStringList recentFiles();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private slots:
+    void onOpenTriggered();
+    void onRecentMenuAboutToShow();
+    void onAboutTriggered();
+    void onSaveFailed(const QString &reason);
+
+private:
+    void createActions();
+    void setDocument(WaveformWindow *document, const QString &path);
+    void extendDocumentMenus(WaveformWindow *document);
+    bool maybeLeaveDocument();
+    void closeDocument();
+    void storeRecentFiles(QStringList files);
+    void updateTitle();
+
+    QAction *m_openAction = nullptr;
+    QAction *m_quitAction = nullptr;
+    QMenu *m_recentMenu = nullptr;
+    QMenu *m_helpMenu = nullptr;
+    QStackedWidget *m_stack = nullptr;
+    QLabel *m_placeholder = nullptr;
+    WaveformWindow *m_document = nullptr;
+    QString m_filePath;
+};
+
+#endif

@@ -1,0 +1,159 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="de_DE">
+<context>
+    <name>EnvelopeEditorOverlay</name>
+    <message>
+        <source>Select region on chart...</source>
+        <translation>Bereich im Diagramm auswählen …</translation>
+    </message>
+    <message>
+        <source>Points:</source>
+        <translation>Punkte:</translation>
+    </message>
+    <message>
+        <source>Apply</source>
+        <translation>Übernehmen</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Adjust envelope points</source>
+        <translation>Hüllkurvenpunkte anpassen</translation>
+    </message>
+</context>
+<context>
+    <name>VornGraph</name>
+    <message>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Value</source>
+        <translation>Wert</translation>
+    </message>
+    <message>
+        <source>Invalid sample interval in &apos;%1&apos;: %2 s
+(minimum: 1 ps)</source>
+        <translation>Ungültiges Abtastintervall in „%1“: %2 s
+(mindestens 1 ps)</translation>
+    </message>
+    <message>
+        <source>Time</source>
+        <translation>Zeit</translation>
+    </message>
+    <message>
+        <source>/ Div</source>
+        <translation>/ Div</translation>
+    </message>
+    <message>
+        <source>Range+</source>
+        <translation>Bereich+</translation>
+    </message>
+    <message>
+        <source>Offset</source>
+        <translation>Versatz</translation>
+    </message>
+    <message>
+        <source>Range-</source>
+        <translation>Bereich−</translation>
+    </message>
+    <message>
+        <source>ΔSample</source>
+        <translation>ΔAbtastung</translation>
+    </message>
+    <message>
+        <source>Samples</source>
+        <translation>Abtastwerte</translation>
+    </message>
+    <message>
+        <source>Max</source>
+        <translation>Max</translation>
+    </message>
+    <message>
+        <source>Avg</source>
+        <translation>Mittel</translation>
+    </message>
+    <message>
+        <source>Min</source>
+        <translation>Min</translation>
+    </message>
+    <message>
+        <source>Edit Envelope</source>
+        <translation>Hüllkurve bearbeiten</translation>
+    </message>
+    <message>
+        <source>Delete Envelope</source>
+        <translation>Hüllkurve löschen</translation>
+    </message>
+</context>
+<context>
+    <name>WaveformWindow</name>
+    <message>
+        <source>File</source>
+        <translation>Datei</translation>
+    </message>
+    <message>
+        <source>Save</source>
+        <translation>Speichern</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>Envelope</source>
+        <translation>Hüllkurve</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <translation>Bearbeiten</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Reading waveform file failed</source>
+        <translation>Lesen der Signaldatei fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Unsaved Changes</source>
+        <translation>Ungespeicherte Änderungen</translation>
+    </message>
+    <message>
+        <source>Envelope curves have been changed. Save changes?</source>
+        <translation>Hüllkurven wurden geändert. Änderungen speichern?</translation>
+    </message>
+    <message>
+        <source>Could not read from waveform file: %1</source>
+        <translation>Signaldatei konnte nicht gelesen werden: %1</translation>
+    </message>
+    <message>
+        <source>Could not read info of waveform %1/%2: %3</source>
+        <translation>Angaben zu Signal %1/%2 konnten nicht gelesen werden: %3</translation>
+    </message>
+    <message>
+        <source>Could not read data of waveform %1/%2: %3</source>
+        <translation>Daten von Signal %1/%2 konnten nicht gelesen werden: %3</translation>
+    </message>
+    <message>
+        <source>not enough memory</source>
+        <translation>nicht genug Speicher</translation>
+    </message>
+    <message>
+        <source>Reading %1 (%2 of %3)</source>
+        <translation>Lese %1 (%2 von %3)</translation>
+    </message>
+    <message>
+        <source>Delete Envelope</source>
+        <translation>Hüllkurve löschen</translation>
+    </message>
+    <message>
+        <source>Do you really want to delete the envelope?</source>
+        <translation>Wollen Sie die Hüllkurve wirklich löschen?</translation>
+    </message>
+</context>
+</TS>

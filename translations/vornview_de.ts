@@ -1,0 +1,122 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="de_DE">
+<context>
+    <name>ViewerWindow</name>
+    <message>
+        <source>Open a capture with File ▸ Open…, or drop a .sr file here.</source>
+        <translation>Öffnen Sie eine Aufzeichnung mit Datei ▸ Öffnen… oder ziehen Sie eine .sr-Datei hierher.</translation>
+    </message>
+    <message>
+        <source>Open…</source>
+        <translation>Öffnen…</translation>
+    </message>
+    <message>
+        <source>Open Recent</source>
+        <translation>Zuletzt geöffnet</translation>
+    </message>
+    <message>
+        <source>Quit</source>
+        <translation>Beenden</translation>
+    </message>
+    <message>
+        <source>Help</source>
+        <translation>Hilfe</translation>
+    </message>
+    <message>
+        <source>About VornView</source>
+        <translation>Über VornView</translation>
+    </message>
+    <message>
+        <source>About Qt</source>
+        <translation>Über Qt</translation>
+    </message>
+    <message>
+        <source>File</source>
+        <translation>Datei</translation>
+    </message>
+    <message>
+        <source>VornView</source>
+        <translation>VornView</translation>
+    </message>
+    <message>
+        <source>%1[*] - VornView</source>
+        <translation>%1[*] – VornView</translation>
+    </message>
+    <message>
+        <source>Unsaved Changes</source>
+        <translation>Ungespeicherte Änderungen</translation>
+    </message>
+    <message>
+        <source>Envelope curves have been changed. Save changes?</source>
+        <translation>Hüllkurven wurden geändert. Änderungen speichern?</translation>
+    </message>
+    <message>
+        <source>Open Capture</source>
+        <translation>Aufzeichnung öffnen</translation>
+    </message>
+    <message>
+        <source>sigrok sessions (*.sr);;All files (*)</source>
+        <translation>sigrok-Sitzungen (*.sr);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>&amp;%1 %2</source>
+        <translation>&amp;%1 %2</translation>
+    </message>
+    <message>
+        <source>No Recent Files</source>
+        <translation>Keine zuletzt geöffneten Dateien</translation>
+    </message>
+    <message>
+        <source>Clear Menu</source>
+        <translation>Liste leeren</translation>
+    </message>
+    <message>
+        <source>&lt;h3&gt;VornView %1&lt;/h3&gt;&lt;p&gt;Shows sigrok captures and edits their tolerance envelopes.&lt;/p&gt;</source>
+        <translation>&lt;h3&gt;VornView %1&lt;/h3&gt;&lt;p&gt;Zeigt sigrok-Aufzeichnungen und bearbeitet ihre Toleranzbänder.&lt;/p&gt;</translation>
+    </message>
+    <message>
+        <source>Saving failed</source>
+        <translation>Speichern fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>The envelopes could not be saved in %1.
+
+%2</source>
+        <translation>Die Hüllkurven konnten nicht in %1 gespeichert werden.
+
+%2</translation>
+    </message>
+</context>
+<context>
+    <name>vornview</name>
+    <message>
+        <source>Shows sigrok captures and edits their tolerance envelopes.</source>
+        <translation>Zeigt sigrok-Aufzeichnungen und bearbeitet ihre Toleranzbänder.</translation>
+    </message>
+    <message>
+        <source>The capture to open (.sr).</source>
+        <translation>Die zu öffnende Aufzeichnung (.sr).</translation>
+    </message>
+    <message>
+        <source>Start editing the envelope of waveform &lt;n&gt;.</source>
+        <translation>Die Hüllkurve von Signal &lt;n&gt; bearbeiten.</translation>
+    </message>
+    <message>
+        <source>Write the window to &lt;png&gt; and exit.</source>
+        <translation>Das Fenster als &lt;png&gt; speichern und beenden.</translation>
+    </message>
+    <message>
+        <source>Print when the chart is first painted.</source>
+        <translation>Ausgeben, wann das Diagramm zuerst gezeichnet ist.</translation>
+    </message>
+    <message>
+        <source>bad arguments; see --help</source>
+        <translation>falsche Argumente; siehe --help</translation>
+    </message>
+    <message>
+        <source>there is no waveform %1</source>
+        <translation>es gibt kein Signal %1</translation>
+    </message>
+</context>
+</TS>
