@@ -272,66 +272,51 @@ private:
         return QStringLiteral("panel %1, tree %2, %3 switches")
             .arg(overlay()->isVisible()).arg(graph()->m_infoTree->isEnabled()).arg(toggles().size());
     }
-    QList<QGraphicsItem *> toggles() const;
-    QPoint upperHandle(int point) const;
-    QPointF toggleScenePos(int point) const;
-    bool toggleDrawnAt(int point) const;
+    // The round on/off switches drawn above everything else.
+    QList<QGraphicsItem *> toggles() const
+    {
+        QList<QGraphicsItem *> found;
+        for (QGraphicsItem *item : graph()->m_chart->scene()->items())
+            if (item->zValue() == 1002.0)
+                found << item;
+        return found;
+    }
+    bool toggleDrawnAt(int point) const
+    {
+        const QList<QGraphicsItem *> items = toggles();
+        return std::any_of(items.begin(), items.end(),
+                           [&](QGraphicsItem *item) { return QLineF(item->pos(), toggleScenePos(point)).length() < 0.01; });
+    }
+    QPoint upperHandle(int i) const { return m_h->viewPos(1, point(i).time, point(i).upperValue); }
+    QPointF toggleScenePos(int i) const
+    {
+        return graph()->m_chart->mapToPosition({point(i).time, (point(i).upperValue + point(i).lowerValue) / 2},
+                                               graph()->m_series[1]);
+    }
+    const EnvelopePoint &point(int i) const { return graph()->m_envelopeEditor->points().at(i); }
     QPoint toggle(int point) const { return graph()->m_chartView->mapFromScene(toggleScenePos(point)); }
-    void click(const QString &button) const;
+    void click(const QString &button) const
+    {
+        for (QPushButton *b : overlay()->findChildren<QPushButton *>())
+            if (b->text() == button)
+                QTest::mouseClick(b, Qt::LeftButton);
+    }
     void selectRegion(double from, double to) { m_h->drag(m_h->viewPos(1, from, 0.0), m_h->viewPos(1, to, 0.0)); }
-    void record();
+    void record()
+    {
+        VornGraph *g = graph();
+        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
+        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
+            // The host hears of a new state before the tree follows it.
+            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
+        });
+    }
 
     std::unique_ptr<GraphHarness> m_h;
     QStringList m_events;
 };
-
-// The round on/off switches drawn above everything else.
-QList<QGraphicsItem *> TstVornGraphEnvelope::toggles() const
-{
-    QList<QGraphicsItem *> found;
-    for (QGraphicsItem *item : graph()->m_chart->scene()->items())
-        if (item->zValue() == 1002.0)
-            found << item;
-    return found;
-}
-
-bool TstVornGraphEnvelope::toggleDrawnAt(int point) const
-{
-    const QList<QGraphicsItem *> items = toggles();
-    return std::any_of(items.begin(), items.end(),
-                       [&](QGraphicsItem *item) { return QLineF(item->pos(), toggleScenePos(point)).length() < 0.01; });
-}
-
-QPoint TstVornGraphEnvelope::upperHandle(int point) const
-{
-    const EnvelopePoint &p = graph()->m_envelopeEditor->points().at(point);
-    return m_h->viewPos(1, p.time, p.upperValue);
-}
-
-QPointF TstVornGraphEnvelope::toggleScenePos(int point) const
-{
-    const EnvelopePoint &p = graph()->m_envelopeEditor->points().at(point);
-    return graph()->m_chart->mapToPosition({p.time, (p.upperValue + p.lowerValue) / 2}, graph()->m_series[1]);
-}
-
-void TstVornGraphEnvelope::click(const QString &button) const
-{
-    for (QPushButton *b : overlay()->findChildren<QPushButton *>())
-        if (b->text() == button)
-            QTest::mouseClick(b, Qt::LeftButton);
-}
-
-void TstVornGraphEnvelope::record()
-{
-    VornGraph *g = graph();
-    connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
-    connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
-    connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
-    connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
-        // The host hears of a new state before the tree follows it.
-        m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
-    });
-}
 
 QTEST_MAIN(TstVornGraphEnvelope)
 #include "tst_vorngraphenvelope.moc"
