@@ -12,23 +12,19 @@ Q_DECLARE_METATYPE(std::vector<ZipMember>)
 
 namespace {
 
-std::vector<ZipMember> withMember(std::vector<ZipMember> members, const ZipMember &extra)
-{
-    for (ZipMember &m : members) {
-        if (m.name == extra.name) {
-            m = extra;
-            return members;
-        }
-    }
-    members.push_back(extra);
-    return members;
-}
-
 std::vector<ZipMember> without(std::vector<ZipMember> members, const QByteArrayList &names)
 {
     members.erase(std::remove_if(members.begin(), members.end(), [&](const ZipMember &m) { return names.contains(m.name); }),
                   members.end());
     return members;
+}
+
+// The member replaced, or added, as the archive's last.
+std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const ZipMember &extra)
+{
+    std::vector<ZipMember> changed = without(members, {extra.name});
+    changed.push_back(extra);
+    return changed;
 }
 
 std::vector<ZipMember> withMetadata(const QByteArray &deviceKeys)
