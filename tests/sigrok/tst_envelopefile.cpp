@@ -30,7 +30,15 @@ EnvelopeData envelopeOf(double scale)
     return e;
 }
 
-// Every waveform the reader offers, in order: its name, then its sample bits, unit, interval and start.
+// The sample bits, unit, interval and start of a curve.
+QByteArray described(const WaveformData &w)
+{
+    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
+         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
+         + QByteArray::number(w.startTime, 'g', 17);
+}
+
+// Every waveform the reader offers, in order, by name and description.
 QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
 {
     QList<QPair<QString, QByteArray>> out;
@@ -39,20 +47,15 @@ QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
     for (int32_t i = 0; sigrok_read_waveform_count(p, &count) == 0 && i < count; ++i) {
         SigrokWaveformInfo info;
         sigrok_read_waveform_info_by_index(p, i, &info);
-        QByteArray bytes(qsizetype(info.sampleCount * sizeof(double)), '\0');
-        sigrok_read_waveform_data_by_index(p, i, reinterpret_cast<double *>(bytes.data()), info.sampleCount);
-        bytes += QByteArray(info.unit) + ' ' + QByteArray::number(info.sampleInterval, 'g', 17) + ' '
-               + QByteArray::number(info.startTime, 'g', 17);
-        out.append({QString::fromUtf8(info.name), bytes});
+        WaveformData w;
+        w.unit = QString::fromUtf8(info.unit);
+        w.sampleInterval = info.sampleInterval;
+        w.startTime = info.startTime;
+        w.samples.writable().resize(info.sampleCount);
+        sigrok_read_waveform_data_by_index(p, i, w.samples.writable().data(), info.sampleCount);
+        out.append({QString::fromUtf8(info.name), described(w)});
     }
     return out;
-}
-
-QByteArray described(const WaveformData &w)
-{
-    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
-         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
-         + QByteArray::number(w.startTime, 'g', 17);
 }
 
 QStringList entries(const QString &dir)
