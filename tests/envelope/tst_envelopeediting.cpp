@@ -28,6 +28,7 @@ struct Editor
                 found << item;
         return found;
     }
+    QString drawn() const { return QStringLiteral("%1 lines, %2 fills").arg(items(LINE_Z, true).size()).arg(items(FILL_Z).size()); }
     const EnvelopePoint &point(int i) const { return controller->points().at(i); }
     QPoint upperHandle(int i) const { return chart.viewPos(point(i).time, point(i).upperValue); }
     void clickToggle(int i)
@@ -49,102 +50,92 @@ class TstEnvelopeEditing : public QObject
     Q_OBJECT
 
 private slots:
-    void linesAndFillFollowDragsAndToggles();
-    void loadedEnvelopeParksItsGapInsideTheWaveformsAxisRange();
-    void destroyingEitherSideMidEditLeavesNothingBehind_data();
-    void destroyingEitherSideMidEditLeavesNothingBehind();
+    void linesAndFillFollowDragsAndToggles()
+    {
+        Editor editor;
+        QVERIFY(editor.chart.ready());
+        // From before the first sample: the points start on it.
+        editor.selectRegion(-6.0, 98.7);
+        QCOMPARE(QList<double>({editor.point(0).time, editor.point(9).time}), QList<double>({0.0, 99.0}));
+        QCOMPARE(editor.drawn(), "18 lines, 1 fills");
+
+        editor.chart.drag(editor.upperHandle(3), editor.upperHandle(3) + QPoint(0, -40));
+        const QPointF moved = editor.chart.scenePos(editor.point(3).time, editor.point(3).upperValue);
+        int lineEnds = 0;
+        for (QGraphicsItem *item : editor.items(LINE_Z)) {
+            const QLineF line = static_cast<QGraphicsLineItem *>(item)->line();
+            lineEnds += (line.p1() == moved) + (line.p2() == moved);
+        }
+        QCOMPARE(lineEnds, 2);
+        QVERIFY(static_cast<QGraphicsPolygonItem *>(editor.items(FILL_Z).value(0))->polygon().contains(moved));
+
+        // A switched-off point takes the four lines it ends and splits the fill in two.
+        editor.clickToggle(4);
+        QVERIFY(!editor.point(4).enabled);
+        QCOMPARE(editor.drawn(), "14 lines, 2 fills");
+        editor.clickToggle(4);
+        QCOMPARE(editor.drawn(), "18 lines, 1 fills");
+    }
+
+    void loadedEnvelopeParksItsGapInsideTheWaveformsAxisRange()
+    {
+        Editor editor;
+        QVERIFY(editor.chart.ready());
+        EnvelopeData envelope;
+        envelope.upper.sampleInterval = 10.0;
+        envelope.upper.samples.writable() = {1.0, 1.0, std::nan(""), 1.0};
+        envelope.lower.samples.writable() = {-1.0, -1.0, std::nan(""), -1.0};
+        editor.controller->startEditingExisting(0, editor.chart.waveform, envelope, Qt::red, editor.chart.series);
+        QCOMPARE(editor.controller->pointCount(), 4);
+        QCOMPARE(editor.point(3).time, 30.0);
+        QCOMPARE(editor.controller->createEnvelopeData().upper.sampleInterval, 10.0);
+        // Parked at 90 % and 10 % of the axis, -2..2.
+        QVERIFY(!editor.point(2).enabled && editor.point(2).upperValue == 1.6 && editor.point(2).lowerValue == -1.6);
+        QCOMPARE(editor.items(LINE_Z, true).size(), 2);
+        editor.clickToggle(2);
+        QVERIFY(editor.point(2).enabled);
+        QCOMPARE(editor.items(LINE_Z, true).size(), 6);
+    }
+
+    void destroyingEitherSideMidEditLeavesNothingBehind_data()
+    {
+        QTest::addColumn<bool>("view");
+        QTest::addColumn<int>("stage");
+        QTest::newRow("view, selecting a region") << true << 0;
+        QTest::newRow("view, dragging a handle") << true << 2;
+        QTest::newRow("controller, dragging a handle") << false << 2;
+    }
+
+    // The address sanitizer build also shows whatever is left or freed twice.
+    void destroyingEitherSideMidEditLeavesNothingBehind()
+    {
+        QFETCH(bool, view);
+        QFETCH(int, stage);
+        Editor editor;
+        QVERIFY(editor.chart.ready());
+        const int sceneItems = editor.chart.chart->scene()->items().size();
+        if (stage == 0) {
+            editor.start();
+            editor.chart.press(editor.chart.viewPos(20.0, 0.0));
+        } else {
+            editor.selectRegion(10.3, 36.8);
+        }
+        if (stage == 2)
+            editor.chart.press(editor.upperHandle(2));
+        if (view) {
+            QSignalSpy cancelled(editor.controller.get(), &EnvelopeEditorController::editingCancelled);
+            editor.chart.view.reset();
+            editor.controller->updateMarkerPositions();
+            editor.controller->setPointCount(4);
+            editor.controller->cancelEditing();
+            QCOMPARE(cancelled.size(), 1);
+        } else {
+            editor.controller.reset();
+            QVERIFY(!editor.chart.view->interactionMode());
+            QCOMPARE(editor.chart.chart->scene()->items().size(), sceneItems);
+        }
+    }
 };
-
-void TstEnvelopeEditing::linesAndFillFollowDragsAndToggles()
-{
-    Editor editor;
-    QVERIFY(editor.chart.ready());
-    // From before the first sample: the points start on it.
-    editor.selectRegion(-6.0, 98.7);
-    QCOMPARE(editor.point(0).time, 0.0);
-    QCOMPARE(editor.point(9).time, 99.0);
-    QCOMPARE(editor.items(LINE_Z, true).size(), 18);
-    QCOMPARE(editor.items(FILL_Z).size(), 1);
-
-    editor.chart.drag(editor.upperHandle(3), editor.upperHandle(3) + QPoint(0, -40));
-    const QPointF moved = editor.chart.scenePos(editor.point(3).time, editor.point(3).upperValue);
-    int lineEnds = 0;
-    for (QGraphicsItem *item : editor.items(LINE_Z)) {
-        const QLineF line = static_cast<QGraphicsLineItem *>(item)->line();
-        lineEnds += (line.p1() == moved) + (line.p2() == moved);
-    }
-    QCOMPARE(lineEnds, 2);
-    QVERIFY(static_cast<QGraphicsPolygonItem *>(editor.items(FILL_Z).value(0))->polygon().contains(moved));
-
-    // A switched-off point takes the four lines it ends and splits the fill in two.
-    editor.clickToggle(4);
-    QVERIFY(!editor.point(4).enabled);
-    QCOMPARE(editor.items(LINE_Z, true).size(), 14);
-    QCOMPARE(editor.items(FILL_Z).size(), 2);
-    editor.clickToggle(4);
-    QCOMPARE(editor.items(LINE_Z, true).size(), 18);
-    QCOMPARE(editor.items(FILL_Z).size(), 1);
-}
-
-void TstEnvelopeEditing::loadedEnvelopeParksItsGapInsideTheWaveformsAxisRange()
-{
-    Editor editor;
-    QVERIFY(editor.chart.ready());
-    EnvelopeData envelope;
-    envelope.upper.sampleInterval = 10.0;
-    envelope.upper.samples.writable() = {1.0, 1.0, std::nan(""), 1.0};
-    envelope.lower.samples.writable() = {-1.0, -1.0, std::nan(""), -1.0};
-    editor.controller->startEditingExisting(0, editor.chart.waveform, envelope, Qt::red, editor.chart.series);
-    QCOMPARE(editor.controller->pointCount(), 4);
-    QCOMPARE(editor.point(3).time, 30.0);
-    QCOMPARE(editor.controller->createEnvelopeData().upper.sampleInterval, 10.0);
-    QVERIFY(!editor.point(2).enabled);
-    QCOMPARE(editor.point(2).upperValue, 1.6); // 90 % and 10 % of the axis, -2..2
-    QCOMPARE(editor.point(2).lowerValue, -1.6);
-    QCOMPARE(editor.items(LINE_Z, true).size(), 2);
-    editor.clickToggle(2);
-    QVERIFY(editor.point(2).enabled);
-    QCOMPARE(editor.items(LINE_Z, true).size(), 6);
-}
-
-void TstEnvelopeEditing::destroyingEitherSideMidEditLeavesNothingBehind_data()
-{
-    QTest::addColumn<bool>("view");
-    QTest::addColumn<int>("stage");
-    QTest::newRow("view, selecting a region") << true << 0;
-    QTest::newRow("view, dragging a handle") << true << 2;
-    QTest::newRow("controller, dragging a handle") << false << 2;
-}
-
-// The address sanitizer build also shows whatever is left or freed twice.
-void TstEnvelopeEditing::destroyingEitherSideMidEditLeavesNothingBehind()
-{
-    QFETCH(bool, view);
-    QFETCH(int, stage);
-    Editor editor;
-    QVERIFY(editor.chart.ready());
-    const int sceneItems = editor.chart.chart->scene()->items().size();
-    if (stage == 0) {
-        editor.start();
-        editor.chart.press(editor.chart.viewPos(20.0, 0.0));
-    } else {
-        editor.selectRegion(10.3, 36.8);
-    }
-    if (stage == 2)
-        editor.chart.press(editor.upperHandle(2));
-    if (view) {
-        QSignalSpy cancelled(editor.controller.get(), &EnvelopeEditorController::editingCancelled);
-        editor.chart.view.reset();
-        editor.controller->updateMarkerPositions();
-        editor.controller->setPointCount(4);
-        editor.controller->cancelEditing();
-        QCOMPARE(cancelled.size(), 1);
-    } else {
-        editor.controller.reset();
-        QVERIFY(!editor.chart.view->interactionMode());
-        QCOMPARE(editor.chart.chart->scene()->items().size(), sceneItems);
-    }
-}
 
 QTEST_MAIN(TstEnvelopeEditing)
 #include "tst_envelopeediting.moc"

@@ -27,122 +27,97 @@ class TstEnvelopeEditorController : public QObject
     Q_OBJECT
 
 private slots:
-    void disablesLonelyPoints_data();
-    void disablesLonelyPoints();
-    void disabledPointsBecomeGapsInBothCurves();
-    void envelopeIntervalIsTheMeanPointSpacing_data();
-    void envelopeIntervalIsTheMeanPointSpacing();
-    void parksOnlyDisabledPointsWithoutValues_data();
-    void parksOnlyDisabledPointsWithoutValues();
-    void pointCountIsAtLeastTwo();
-    void finishingWhileSelectingGivesOneEmptyEnvelope();
-};
-
-void TstEnvelopeEditorController::disablesLonelyPoints_data()
-{
-    QTest::addColumn<QString>("before");
-    QTest::addColumn<QString>("after");
-    QTest::newRow("lonely at both ends") << "EDEEDE" << "DDEEDD";
-    QTest::newRow("lonely in the middle") << "EEDEDEE" << "EEDDDEE";
-    QTest::newRow("single point") << "E" << "D";
-    QTest::newRow("pair") << "EE" << "EE";
-    QTest::newRow("empty") << "" << "";
-}
-
-void TstEnvelopeEditorController::disablesLonelyPoints()
-{
-    QFETCH(QString, before);
-    QFETCH(QString, after);
-    QVector<EnvelopePoint> points = pointsFromPattern(before);
-    EnvelopeEditorController::disableLonelyPoints(points);
-    QString pattern;
-    for (const EnvelopePoint &point : points)
-        pattern += point.enabled ? 'E' : 'D';
-    QCOMPARE(pattern, after);
-}
-
-// Start, interval and values are checked through the graph's Apply.
-void TstEnvelopeEditorController::disabledPointsBecomeGapsInBothCurves()
-{
-    WaveformData waveform;
-    waveform.name = "probe";
-    waveform.unit = "A";
-    EnvelopeEditData edit;
-    edit.points = pointsFromPattern("EEDE");
-    const EnvelopeData envelope = EnvelopeEditorController::createEnvelopeData(waveform, edit);
-    QCOMPARE(envelope.upper.name, QString("probe [upper]"));
-    QCOMPARE(envelope.lower.name, QString("probe [lower]"));
-    for (const WaveformData *curve : {&envelope.upper, &envelope.lower}) {
-        QCOMPARE(curve->unit, QString("A"));
-        QCOMPARE(curve->samples->size(), size_t(4));
-        QVERIFY(std::isnan(curve->samples->at(2)) && !std::isnan(curve->samples->at(3)));
+    void disablesLonelyPoints_data()
+    {
+        QTest::addColumn<QString>("before");
+        QTest::addColumn<QString>("after");
+        QTest::newRow("lonely at both ends") << "EDEEDE" << "DDEEDD";
+        QTest::newRow("lonely in the middle") << "EEDEDEE" << "EEDDDEE";
+        QTest::newRow("single point") << "E" << "D";
+        QTest::newRow("pair") << "EE" << "EE";
+        QTest::newRow("empty") << "" << "";
     }
-}
 
-void TstEnvelopeEditorController::envelopeIntervalIsTheMeanPointSpacing_data()
-{
-    QTest::addColumn<QVector<double>>("times");
-    QTest::addColumn<double>("interval");
-    QTest::newRow("one point keeps the waveform's") << QVector<double>{5.0} << 0.001;
-    QTest::newRow("uneven points") << QVector<double>{0.0, 1.0, 5.0} << 2.5;
-}
+    void disablesLonelyPoints()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, after);
+        QVector<EnvelopePoint> points = pointsFromPattern(before);
+        EnvelopeEditorController::disableLonelyPoints(points);
+        QString pattern;
+        for (const EnvelopePoint &point : points)
+            pattern += point.enabled ? 'E' : 'D';
+        QCOMPARE(pattern, after);
+    }
 
-void TstEnvelopeEditorController::envelopeIntervalIsTheMeanPointSpacing()
-{
-    QFETCH(QVector<double>, times);
-    QFETCH(double, interval);
-    EnvelopeEditData edit;
-    edit.sampleInterval = 0.001;
-    for (double t : times)
-        edit.points.append({t, 1.0, 0.0, true});
-    EnvelopeEditorController::updateSampleInterval(edit);
-    QCOMPARE(edit.sampleInterval, interval);
-}
+    // Start, interval and values are checked through the graph's Apply.
+    void disabledPointsBecomeGapsInBothCurves()
+    {
+        WaveformData waveform;
+        waveform.name = "probe";
+        waveform.unit = "A";
+        EnvelopeEditData edit;
+        edit.points = pointsFromPattern("EEDE");
+        const EnvelopeData envelope = EnvelopeEditorController::createEnvelopeData(waveform, edit);
+        QStringList curves;
+        for (const WaveformData *curve : {&envelope.upper, &envelope.lower}) {
+            curves << curve->name + " in " + curve->unit + ":";
+            for (double v : *curve->samples)
+                curves.last() += std::isnan(v) ? " gap" : " value";
+        }
+        QCOMPARE(curves, QStringList({"probe [upper] in A: value value gap value", "probe [lower] in A: value value gap value"}));
+    }
 
-void TstEnvelopeEditorController::parksOnlyDisabledPointsWithoutValues_data()
-{
-    QTest::addColumn<EnvelopePoint>("point");
-    QTest::addColumn<double>("upper");
-    QTest::addColumn<double>("lower");
-    // On an axis from -2 to 8: 90 % and 10 % of the way up.
-    QTest::newRow("disabled without values") << EnvelopePoint{0, NaN, NaN, false} << 7.0 << -1.0;
-    QTest::newRow("disabled with values") << EnvelopePoint{1, 3.0, 2.0, false} << 3.0 << 2.0;
-    QTest::newRow("enabled without values") << EnvelopePoint{2, NaN, NaN, true} << NaN << NaN;
-}
+    // One point keeps the waveform's interval.
+    void envelopeIntervalIsTheMeanPointSpacing()
+    {
+        QList<double> intervals;
+        for (const QVector<double> &times : {QVector<double>{5.0}, QVector<double>{0.0, 1.0, 5.0}}) {
+            EnvelopeEditData edit;
+            edit.sampleInterval = 0.001;
+            for (double t : times)
+                edit.points.append({t, 1.0, 0.0, true});
+            EnvelopeEditorController::updateSampleInterval(edit);
+            intervals << edit.sampleInterval;
+        }
+        QCOMPARE(intervals, QList<double>({0.001, 2.5}));
+    }
 
-void TstEnvelopeEditorController::parksOnlyDisabledPointsWithoutValues()
-{
-    QFETCH(EnvelopePoint, point);
-    QFETCH(double, upper);
-    QFETCH(double, lower);
-    QVector<EnvelopePoint> points = {point};
-    EnvelopeEditorController::initializeDisabledPointValues(points, -2.0, 8.0);
-    QCOMPARE(points[0].upperValue, upper);
-    QCOMPARE(points[0].lowerValue, lower);
-}
+    // Disabled without values, disabled with values, enabled without values; on an axis from -2
+    // to 8 the parked limits are 90 % and 10 % of the way up.
+    void parksOnlyDisabledPointsWithoutValues()
+    {
+        QVector<EnvelopePoint> points = {{0, NaN, NaN, false}, {1, 3.0, 2.0, false}, {2, NaN, NaN, true}};
+        EnvelopeEditorController::initializeDisabledPointValues(points, -2.0, 8.0);
+        QStringList limits;
+        for (const EnvelopePoint &p : points)
+            limits << QStringLiteral("%1 %2").arg(p.upperValue).arg(p.lowerValue);
+        QCOMPARE(limits, QStringList({"7 -1", "3 2", "nan nan"}));
+    }
 
-void TstEnvelopeEditorController::pointCountIsAtLeastTwo()
-{
-    EnvelopeEditorController controller;
-    QSignalSpy counted(&controller, &EnvelopeEditorController::pointCountChanged);
-    controller.setPointCount(1);
-    QCOMPARE(controller.pointCount(), 2);
-    controller.setPointCount(50);
-    QCOMPARE(controller.pointCount(), 50);
-    QCOMPARE(counted.size(), 0);
-}
+    void pointCountIsAtLeastTwo()
+    {
+        EnvelopeEditorController controller;
+        QSignalSpy counted(&controller, &EnvelopeEditorController::pointCountChanged);
+        controller.setPointCount(1);
+        QCOMPARE(controller.pointCount(), 2);
+        controller.setPointCount(50);
+        QCOMPARE(controller.pointCount(), 50);
+        QCOMPARE(counted.size(), 0);
+    }
 
-void TstEnvelopeEditorController::finishingWhileSelectingGivesOneEmptyEnvelope()
-{
-    EnvelopeEditorController controller;
-    controller.startEditing(0, WaveformData(), Qt::darkCyan, nullptr);
-    QCOMPARE(controller.state(), EnvelopeEditorController::SelectingRegion);
-    QSignalSpy finished(&controller, &EnvelopeEditorController::editingFinished);
-    controller.finishEditing();
-    controller.finishEditing();
-    QCOMPARE(finished.size(), 1);
-    QVERIFY(finished.at(0).at(1).value<EnvelopeData>().isEmpty());
-}
+    void finishingWhileSelectingGivesOneEmptyEnvelope()
+    {
+        EnvelopeEditorController controller;
+        controller.startEditing(0, WaveformData(), Qt::darkCyan, nullptr);
+        QCOMPARE(controller.state(), EnvelopeEditorController::SelectingRegion);
+        QSignalSpy finished(&controller, &EnvelopeEditorController::editingFinished);
+        controller.finishEditing();
+        controller.finishEditing();
+        QCOMPARE(finished.size(), 1);
+        QVERIFY(finished.at(0).at(1).value<EnvelopeData>().isEmpty());
+    }
+};
 
 QTEST_MAIN(TstEnvelopeEditorController)
 #include "tst_envelopeeditorcontroller.moc"

@@ -18,116 +18,103 @@ class TstEnvelopeEditorOverlay : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
+    void init()
+    {
+        // The panel lives on the chart view, a scroll area whose own children sit beside the viewport.
+        m_view = std::make_unique<InteractiveChartView>(new QChart);
+        m_view->resize(800, 500);
+        m_overlay = new EnvelopeEditorOverlay(m_view.get());
+        m_overlay->move(100, 100);
+        m_view->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_view.get()));
+    }
     void cleanup() { m_view.reset(); }
-    void stateDecidesWhatCanBeUsed_data();
-    void stateDecidesWhatCanBeUsed();
-    void spinBoxRefusesCountsOutOfRange_data();
-    void spinBoxRefusesCountsOutOfRange();
-    void draggingStaysInsideTheView_data();
-    void draggingStaysInsideTheView();
+
+    // Cancel always answers; Apply and the count only while there are points to edit.
+    void stateDecidesWhatCanBeUsed_data()
+    {
+        QTest::addColumn<EnvelopeEditorController::State>("state");
+        QTest::addColumn<bool>("editable");
+        QTest::addColumn<QString>("hint");
+        QTest::newRow("selecting") << EnvelopeEditorController::SelectingRegion << false << "Select region on chart...";
+        QTest::newRow("editing") << EnvelopeEditorController::EditingPoints << true << "Adjust envelope points";
+        QTest::newRow("idle keeps the hint") << EnvelopeEditorController::Idle << false << "Adjust envelope points";
+    }
+    void stateDecidesWhatCanBeUsed()
+    {
+        QFETCH(EnvelopeEditorController::State, state);
+        QFETCH(bool, editable);
+        QFETCH(QString, hint);
+        m_overlay->updateState(EnvelopeEditorController::EditingPoints);
+        m_overlay->updateState(state);
+        QCOMPARE(m_overlay->findChild<QSpinBox *>()->isEnabled(), editable);
+        QCOMPARE(m_overlay->findChildren<QLabel *>().first()->text(), hint);
+        QSignalSpy applied(m_overlay, &EnvelopeEditorOverlay::applyClicked);
+        QSignalSpy cancelled(m_overlay, &EnvelopeEditorOverlay::cancelClicked);
+        for (QPushButton *button : m_overlay->findChildren<QPushButton *>())
+            QTest::mouseClick(button, Qt::LeftButton);
+        QCOMPARE(applied.size(), editable ? 1 : 0);
+        QCOMPARE(cancelled.size(), 1);
+    }
+
+    // Between 2 and 100 points: a typed 1 is refused, and so is the last digit of 101.
+    void countStaysBetweenTwoAndAHundred()
+    {
+        m_overlay->updateState(EnvelopeEditorController::EditingPoints);
+        auto *spinBox = m_overlay->findChild<QSpinBox *>();
+        QList<int> counts;
+        for (const char *typed : {"1", "2", "100", "101"}) {
+            spinBox->selectAll();
+            QTest::keyClicks(spinBox, typed);
+            QTest::keyClick(spinBox, Qt::Key_Return);
+            counts << m_overlay->pointCount();
+        }
+        QCOMPARE(counts, QList<int>({10, 2, 100, 10}));
+    }
+
+    // Sent as events with global positions, which is what the panel follows.
+    void draggingStaysInsideTheView_data()
+    {
+        QTest::addColumn<QPoint>("by");
+        QTest::addColumn<Qt::MouseButton>("button");
+        QTest::addColumn<QSize>("viewSize"); // the view shrinks to it after the drag
+        QTest::addColumn<QPoint>("expected"); // -1, -1: the bottom-right corner on the view's
+        QTest::newRow("inside") << QPoint(50, 30) << Qt::LeftButton << QSize() << QPoint(150, 130);
+        QTest::newRow("beyond the top left") << QPoint(-500, -500) << Qt::LeftButton << QSize() << QPoint(0, 0);
+        QTest::newRow("beyond the bottom right") << QPoint(3000, 3000) << Qt::LeftButton << QSize() << QPoint(-1, -1);
+        QTest::newRow("right button") << QPoint(50, 30) << Qt::RightButton << QSize() << QPoint(100, 100);
+        // Smaller than the panel: it sticks to the top-left corner rather than leaving it.
+        QTest::newRow("view smaller than the panel") << QPoint(300, 200) << Qt::LeftButton << QSize(100, 40) << QPoint(0, 0);
+    }
+    void draggingStaysInsideTheView()
+    {
+        QFETCH(QPoint, by);
+        QFETCH(Qt::MouseButton, button);
+        QFETCH(QSize, viewSize);
+        QFETCH(QPoint, expected);
+        const auto send = [this](QEvent::Type type, const QPoint &pos, Qt::MouseButton b, Qt::MouseButtons held) {
+            QMouseEvent event(type, QPointF(pos), QPointF(m_overlay->mapToGlobal(pos)), b, held, Qt::NoModifier);
+            QApplication::sendEvent(m_overlay, &event);
+        };
+        send(QEvent::MouseButtonPress, {10, 10}, button, button);
+        send(QEvent::MouseMove, QPoint(10, 10) + by, Qt::NoButton, button);
+        // The panel has moved under the mouse, so the release lands where the press did.
+        send(QEvent::MouseButtonRelease, {10, 10}, button, Qt::NoButton);
+        if (viewSize.isValid()) {
+            m_view->resize(viewSize);
+            m_overlay->clampToParent();
+        }
+        if (expected == QPoint(-1, -1))
+            QCOMPARE(m_overlay->geometry().bottomRight(), m_view->rect().bottomRight());
+        else
+            QCOMPARE(m_overlay->pos(), expected);
+        QCOMPARE(m_overlay->hasUserPosition(), button == Qt::LeftButton);
+    }
 
 private:
     std::unique_ptr<QWidget> m_view;
     EnvelopeEditorOverlay *m_overlay = nullptr;
 };
-
-void TstEnvelopeEditorOverlay::init()
-{
-    // The panel lives on the chart view, a scroll area whose own children sit beside the viewport.
-    m_view = std::make_unique<InteractiveChartView>(new QChart);
-    m_view->resize(800, 500);
-    m_overlay = new EnvelopeEditorOverlay(m_view.get());
-    m_overlay->move(100, 100);
-    m_view->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_view.get()));
-}
-
-void TstEnvelopeEditorOverlay::stateDecidesWhatCanBeUsed_data()
-{
-    QTest::addColumn<EnvelopeEditorController::State>("state");
-    QTest::addColumn<bool>("editable");
-    QTest::addColumn<QString>("hint");
-    QTest::newRow("selecting") << EnvelopeEditorController::SelectingRegion << false << "Select region on chart...";
-    QTest::newRow("editing") << EnvelopeEditorController::EditingPoints << true << "Adjust envelope points";
-    QTest::newRow("idle keeps the hint") << EnvelopeEditorController::Idle << false << "Adjust envelope points";
-}
-
-// Cancel always answers; Apply and the count only while there are points to edit.
-void TstEnvelopeEditorOverlay::stateDecidesWhatCanBeUsed()
-{
-    QFETCH(EnvelopeEditorController::State, state);
-    QFETCH(bool, editable);
-    QFETCH(QString, hint);
-    m_overlay->updateState(EnvelopeEditorController::EditingPoints);
-    m_overlay->updateState(state);
-    QCOMPARE(m_overlay->findChild<QSpinBox *>()->isEnabled(), editable);
-    QCOMPARE(m_overlay->findChildren<QLabel *>().first()->text(), hint);
-    QSignalSpy applied(m_overlay, &EnvelopeEditorOverlay::applyClicked);
-    QSignalSpy cancelled(m_overlay, &EnvelopeEditorOverlay::cancelClicked);
-    for (QPushButton *button : m_overlay->findChildren<QPushButton *>())
-        QTest::mouseClick(button, Qt::LeftButton);
-    QCOMPARE(applied.size(), editable ? 1 : 0);
-    QCOMPARE(cancelled.size(), 1);
-}
-
-void TstEnvelopeEditorOverlay::spinBoxRefusesCountsOutOfRange_data()
-{
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<int>("count");
-    QTest::newRow("1 is below the range") << "1" << 10;
-    QTest::newRow("101 stops at 10") << "101" << 10;
-    QTest::newRow("100 is the top") << "100" << 100;
-    QTest::newRow("2 is the bottom") << "2" << 2;
-}
-
-void TstEnvelopeEditorOverlay::spinBoxRefusesCountsOutOfRange()
-{
-    QFETCH(QString, typed);
-    QFETCH(int, count);
-    m_overlay->updateState(EnvelopeEditorController::EditingPoints);
-    auto *spinBox = m_overlay->findChild<QSpinBox *>();
-    spinBox->selectAll();
-    QTest::keyClicks(spinBox, typed);
-    QTest::keyClick(spinBox, Qt::Key_Return);
-    QCOMPARE(m_overlay->pointCount(), count);
-}
-
-void TstEnvelopeEditorOverlay::draggingStaysInsideTheView_data()
-{
-    QTest::addColumn<QPoint>("by");
-    QTest::addColumn<Qt::MouseButton>("button");
-    QTest::addColumn<QSize>("viewSize"); // the view shrinks to it after the drag
-    QTest::addColumn<QPoint>("expected");
-    QTest::newRow("inside") << QPoint(50, 30) << Qt::LeftButton << QSize() << QPoint(150, 130);
-    QTest::newRow("beyond the top left") << QPoint(-500, -500) << Qt::LeftButton << QSize() << QPoint(0, 0);
-    QTest::newRow("right button") << QPoint(50, 30) << Qt::RightButton << QSize() << QPoint(100, 100);
-    // Smaller than the panel: it sticks to the top-left corner rather than leaving it.
-    QTest::newRow("view smaller than the panel") << QPoint(300, 200) << Qt::LeftButton << QSize(100, 40) << QPoint(0, 0);
-}
-
-// Sent as events with global positions, which is what the panel follows.
-void TstEnvelopeEditorOverlay::draggingStaysInsideTheView()
-{
-    QFETCH(QPoint, by);
-    QFETCH(Qt::MouseButton, button);
-    QFETCH(QSize, viewSize);
-    QFETCH(QPoint, expected);
-    const auto send = [this](QEvent::Type type, const QPoint &pos, Qt::MouseButton b, Qt::MouseButtons held) {
-        QMouseEvent event(type, QPointF(pos), QPointF(m_overlay->mapToGlobal(pos)), b, held, Qt::NoModifier);
-        QApplication::sendEvent(m_overlay, &event);
-    };
-    send(QEvent::MouseButtonPress, {10, 10}, button, button);
-    send(QEvent::MouseMove, QPoint(10, 10) + by, Qt::NoButton, button);
-    // The panel has moved under the mouse, so the release lands where the press did.
-    send(QEvent::MouseButtonRelease, {10, 10}, button, Qt::NoButton);
-    if (viewSize.isValid()) {
-        m_view->resize(viewSize);
-        m_overlay->clampToParent();
-    }
-    QCOMPARE(m_overlay->pos(), expected);
-    QCOMPARE(m_overlay->hasUserPosition(), button == Qt::LeftButton);
-}
 
 QTEST_MAIN(TstEnvelopeEditorOverlay)
 #include "tst_envelopeeditoroverlay.moc"

@@ -53,50 +53,46 @@ class TstMinMaxPyramid : public QObject
     Q_OBJECT
 
 private slots:
-    void agreesWithAScanOnEveryRange_data();
-    void agreesWithAScanOnEveryRange();
-    void staysWithinAnEighthOfTheSamples();
-};
+    void agreesWithAScanOnEveryRange_data()
+    {
+        QTest::addColumn<QString>("shape");
+        for (const char *shape : {"random", "plateaus", "block-edge extremes", "with gaps", "infinities"})
+            QTest::newRow(shape) << shape;
+    }
 
-void TstMinMaxPyramid::agreesWithAScanOnEveryRange_data()
-{
-    QTest::addColumn<QString>("shape");
-    for (const char *shape : {"random", "plateaus", "block-edge extremes", "with gaps", "infinities"})
-        QTest::newRow(shape) << shape;
-}
-
-void TstMinMaxPyramid::agreesWithAScanOnEveryRange()
-{
-    QFETCH(QString, shape);
-    std::mt19937_64 random(42);
-    for (size_t n : {1ul, 63ul, 64ul, 65ul, 1000ul, 70000ul}) {
-        const std::vector<double> s = makeSamples(shape, n, random);
-        const MinMaxPyramid pyramid(s);
-        // Every start and end near the block edges, plus random ranges of every length.
-        std::vector<std::pair<uint64_t, uint64_t>> ranges;
-        for (uint64_t a : {0ul, 1ul, 62ul, 63ul, 64ul, 65ul, 127ul, 128ul, 255ul, 256ul, 1023ul, 1024ul})
-            for (uint64_t b : {1ul, 2ul, 63ul, 64ul, 65ul, 128ul, 129ul, 1024ul, 1025ul, 4097ul, 65537ul, n})
-                if (a < b && b <= n)
-                    ranges.emplace_back(a, b);
-        std::uniform_int_distribution<uint64_t> pick(0, n - 1);
-        for (int i = 0; i < 2000; ++i) {
-            uint64_t a = pick(random), b = pick(random);
-            if (a > b)
-                std::swap(a, b);
-            ranges.emplace_back(a, b + 1);
-        }
-        for (const auto &[a, b] : ranges) {
-            if (!same(pyramid.extremes(s.data(), a, b), scanned(s, a, b)))
-                QFAIL(qPrintable(QStringLiteral("n %1, range [%2, %3)").arg(n).arg(a).arg(b)));
+    void agreesWithAScanOnEveryRange()
+    {
+        QFETCH(QString, shape);
+        std::mt19937_64 random(42);
+        for (size_t n : {1ul, 63ul, 64ul, 65ul, 1000ul, 70000ul}) {
+            const std::vector<double> s = makeSamples(shape, n, random);
+            const MinMaxPyramid pyramid(s);
+            // Every start and end near the block edges, plus random ranges of every length.
+            std::vector<std::pair<uint64_t, uint64_t>> ranges;
+            for (uint64_t a : {0ul, 1ul, 62ul, 63ul, 64ul, 65ul, 127ul, 128ul, 255ul, 256ul, 1023ul, 1024ul})
+                for (uint64_t b : {1ul, 2ul, 63ul, 64ul, 65ul, 128ul, 129ul, 1024ul, 1025ul, 4097ul, 65537ul, n})
+                    if (a < b && b <= n)
+                        ranges.emplace_back(a, b);
+            std::uniform_int_distribution<uint64_t> pick(0, n - 1);
+            for (int i = 0; i < 2000; ++i) {
+                uint64_t a = pick(random), b = pick(random);
+                if (a > b)
+                    std::swap(a, b);
+                ranges.emplace_back(a, b + 1);
+            }
+            for (const auto &[a, b] : ranges) {
+                if (!same(pyramid.extremes(s.data(), a, b), scanned(s, a, b)))
+                    QFAIL(qPrintable(QStringLiteral("n %1, range [%2, %3)").arg(n).arg(a).arg(b)));
+            }
         }
     }
-}
 
-void TstMinMaxPyramid::staysWithinAnEighthOfTheSamples()
-{
-    const std::vector<double> s(1 << 20, 1.0);
-    QVERIFY(MinMaxPyramid(s).memoryBytes() <= s.size() * sizeof(double) / 8);
-}
+    void staysWithinAnEighthOfTheSamples()
+    {
+        const std::vector<double> s(1 << 20, 1.0);
+        QVERIFY(MinMaxPyramid(s).memoryBytes() <= s.size() * sizeof(double) / 8);
+    }
+};
 
 QTEST_APPLESS_MAIN(TstMinMaxPyramid)
 #include "tst_minmaxpyramid.moc"

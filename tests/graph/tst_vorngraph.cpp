@@ -21,6 +21,18 @@ WaveformData sine()
     return makeWaveform(QStringLiteral("sine"), v);
 }
 
+// "min..max, grid from anchor by interval"
+QString span(QValueAxis *axis)
+{
+    return QStringLiteral("%1..%2, grid from %3 by %4")
+        .arg(axis->min()).arg(axis->max()).arg(axis->tickAnchor()).arg(axis->tickInterval());
+}
+
+QStringList labels(QCategoryAxis *axis)
+{
+    return axis->categoriesLabels();
+}
+
 } // namespace
 
 class TstVornGraph : public QObject
@@ -30,313 +42,264 @@ class TstVornGraph : public QObject
 private slots:
     void cleanup() { m_graph.reset(); }
 
-    void showsErrorPageForTooShortInterval_data();
-    void showsErrorPageForTooShortInterval();
-    void colourAndFitEachWaveformIntoTenDivisions();
-    void laysOutSquareDivisionsAndLabels_data();
-    void laysOutSquareDivisionsAndLabels();
-    void keepsDivisionsSquareWhenLabelsTurnUpright();
-    void drawsLongEmptyAndFlatWaveforms();
-    void showsASingleSample();
-    void ignoresAGridTooFineForItsPosition();
-    void rebuildsOnASecondDisplay();
-    void waitsForBeingShownBeforeLayingOut();
-    void divisionControlsMoveOneStep_data();
-    void divisionControlsMoveOneStep();
-    void offsetsMoveTheViewAndItsReferenceLines();
+    void waitsForBeingShownBeforeLayingOut()
+    {
+        m_graph = std::make_unique<VornGraph>();
+        m_graph->addWaveform(sine());
+        m_graph->resize(1000, 600);
+        m_graph->displayGraph();
+        // Hidden, it has no plot area to lay out; a retry would come back on every event loop pass.
+        QCoreApplication::processEvents();
+        QVERIFY(!m_graph->m_squareDivisionsPending);
+        m_graph->show();
+        QTRY_VERIFY(m_graph->m_divisionPixels > 0.0);
+    }
+
+    void showsErrorPageForTooShortInterval_data()
+    {
+        QTest::addColumn<double>("interval");
+        QTest::addColumn<QString>("message"); // empty when accepted
+        QTest::newRow("one picosecond accepted") << 1e-12 << QString();
+        QTest::newRow("just below refused") << 9.99e-13 << "Invalid sample interval in 'bad': 9.99e-13 s\n(minimum: 1 ps)";
+        QTest::newRow("zero refused") << 0.0 << "Invalid sample interval in 'bad': 0.00e+00 s\n(minimum: 1 ps)";
+    }
+    void showsErrorPageForTooShortInterval()
+    {
+        QFETCH(double, interval);
+        QFETCH(QString, message);
+        VornGraph g;
+        g.addWaveform(sine());
+        g.addWaveform(makeWaveform(QStringLiteral("bad"), {1, 2, 3}, interval));
+        // Only the first bad waveform is named.
+        g.addWaveform(makeWaveform(QStringLiteral("worse"), {1, 2, 3}, message.isEmpty() ? 1.0 : -1.0));
+        g.displayGraph();
+        QCOMPARE(g.m_stackedWidget->currentIndex(), message.isEmpty() ? 0 : 1);
+        QCOMPARE(g.m_errorLabel->text(), message);
+        QCOMPARE(g.m_series.size(), message.isEmpty() ? 3 : 0);
+    }
+
+    void colourAndFitEachWaveformIntoTenDivisions()
+    {
+        VornGraph g;
+        g.setUseOpenGL(true);
+        g.addWaveform(sine());
+        g.addWaveform(makeWaveform(QStringLiteral("offset"), {3.12, 3.9, 3.7}));
+        for (int i = 2; i < 17; ++i)
+            g.addWaveform(sine());
+        g.displayGraph();
+        QCOMPARE(g.m_series[7]->color(), QColor(192, 192, 192));
+        QCOMPARE(g.m_series[16]->color(), QColor(255, 224, 0));
+        // No OpenGL context can be made offscreen, so no series may ask for one.
+        QVERIFY(!g.m_series[0]->useOpenGL());
+        // -1 .. 1: 0.5 per division around 0; 3.12 .. 3.9: 0.1 per division around 3.5.
+        QCOMPARE(QList<double>({g.m_divisionSizes[0], g.m_divisionSizes[1]}), QList<double>({0.5, 0.1}));
+        QCOMPARE(span(g.m_yAxes[0]), "-2.5..2.5, grid from 0 by 0.5");
+        QCOMPARE(span(g.m_yAxes[1]), "3..4, grid from 3.5 by 0.1");
+        // Only the selected waveform draws a grid.
+        QVERIFY(g.m_yAxes[0]->isGridLineVisible() && !g.m_yAxes[1]->isGridLineVisible());
+    }
+
+    void laysOutSquareDivisionsAndLabels_data()
+    {
+        QTest::addColumn<QSizeF>("plot");
+        QTest::addColumn<QString>("span");
+        QTest::addColumn<int>("angle");
+        QTest::addColumn<QStringList>("someLabels");
+        QTest::addColumn<int>("labelCount");
+        // 0 .. 0.999 s centred on -offset = 0.5 s after snapping to 50 ms per division.
+        QTest::newRow("1000x400: 25 divisions, upright labels") << QSizeF(1000, 400) << "-0.125..1.125" << -90
+            << QStringList{"-100 ms", "-50 ms", "0 s", "500 ms", "1.1 s"} << 25;
+        QTest::newRow("1000x500: 20 divisions, horizontal labels") << QSizeF(1000, 500) << "0..1" << 0
+            << QStringList{"0 s", "50 ms", "950 ms", "1 s"} << 21;
+    }
+    void laysOutSquareDivisionsAndLabels()
+    {
+        QFETCH(QSizeF, plot);
+        QFETCH(QString, span);
+        QFETCH(int, angle);
+        QFETCH(QStringList, someLabels);
+        QFETCH(int, labelCount);
+        VornGraph *g = shownGraph({sine()}, plot);
+        QVERIFY(g);
+        QCOMPARE(g->m_divisionPixels, plot.height() / 10);
+        QCOMPARE(g->m_timePerDivision, 0.05);
+        QCOMPARE(::span(g->m_axisX), span + ", grid from 0.5 by 0.05");
+        QCOMPARE(g->m_axisXLabels->labelsAngle(), angle);
+        QCOMPARE(QStringLiteral("%1..%2").arg(g->m_axisXLabels->min()).arg(g->m_axisXLabels->max()), span);
+        const QStringList time = labels(g->m_axisXLabels);
+        QCOMPARE(time.size(), labelCount);
+        for (const QString &label : someLabels)
+            QVERIFY2(time.contains(label), qPrintable(time.join(QLatin1Char('|'))));
+        const QStringList value = labels(g->m_axisYLabels);
+        QCOMPARE(value.size(), 11);
+        QCOMPARE(QStringList({value.first(), value[5], value.last()}), QStringList({"-2.5 V", "0 V", "2.5 V"}));
+        QCOMPARE(g->m_axisYLabels->labelsColor(), QColor(255, 224, 0));
+    }
+
+    void keepsDivisionsSquareWhenLabelsTurnUpright()
+    {
+        m_graph = std::make_unique<VornGraph>();
+        VornGraph *g = m_graph.get();
+        g->addWaveform(sine());
+        g->resize(1600, 420);
+        g->displayGraph();
+        g->show();
+        QVERIFY(QTest::qWaitForWindowExposed(g));
+        // Upright labels lower the plot after the first layout; once that has happened the
+        // divisions must follow.
+        QTest::qWait(200);
+        QTRY_VERIFY(g->m_axisXLabels->labelsAngle() == -90 && qFuzzyCompare(
+            (g->m_axisX->max() - g->m_axisX->min()) / g->m_timePerDivision,
+            g->m_chart->plotArea().width() / (g->m_chart->plotArea().height() / 10)));
+    }
+
+    void drawsLongEmptyFlatAndSingleSampleWaveforms()
+    {
+        std::vector<double> many(20000);
+        for (std::size_t i = 0; i < many.size(); ++i)
+            many[i] = double(i % 7);
+        VornGraph *g = shownGraph({makeWaveform(QStringLiteral("empty"), {}), sine(),
+                                   makeWaveform(QStringLiteral("flat"), {3.0, 3.0, 3.0}),
+                                   makeWaveform(QStringLiteral("zero"), {0.0, 0.0}),
+                                   makeWaveform(QStringLiteral("long"), many, 5e-5)});
+        QVERIFY(g);
+        QCOMPARE(QList<double>({g->m_globalXMin, g->m_globalXMax}), QList<double>({0.0, 0.99995}));
+        QList<int> drawn;
+        for (QLineSeries *series : qAsConst(g->m_series))
+            drawn << series->count();
+        QCOMPARE(drawn, QList<int>({0, 1000, 3, 2, VornGraph::MAX_DISPLAY_POINTS}));
+        // A flat trace sits in the middle of a division that can be stepped.
+        QVERIFY(g->m_divisionSizes[2] > 0.0);
+        QCOMPARE((g->m_yAxes[2]->min() + g->m_yAxes[2]->max()) / 2, 3.0);
+        QVERIFY(g->m_yAxes[3]->max() > g->m_yAxes[3]->min());
+        // Scrolled far past the data: only the first and last sample remain.
+        g->m_timeOffset = -100.0;
+        g->updateXAxis(g->m_timePerDivision);
+        QCOMPARE(g->m_series[1]->count(), 2);
+        QCOMPARE(g->m_series[1]->at(1), QPointF(0.999, -std::sin(2 * M_PI / 1000.0)));
+
+        g = shownGraph({makeWaveform(QStringLiteral("one"), {2.0}, 1e-3, 5.0)});
+        QVERIFY(g);
+        QVERIFY(g->m_axisX->min() < 5.0 && g->m_axisX->max() > 5.0);
+        QCOMPARE(g->m_series[0]->count(), 1);
+        QVERIFY(labels(g->m_axisXLabels).contains(QStringLiteral("5 s")));
+    }
+
+    void ignoresAGridTooFineForItsPosition()
+    {
+        VornGraph *g = shownGraph({sine()});
+        QVERIFY(g);
+        const QStringList before = labels(g->m_axisXLabels);
+        // A picosecond per division a million seconds from zero: the doubles there are coarser
+        // than the grid, and Qt's tick loop would never end.
+        g->m_timeOffset = -1e6;
+        g->m_timePerDivision = 1e-12;
+        g->updateXAxis(1e-12);
+        QTest::qWait(50);
+        QCOMPARE(g->m_axisX->tickInterval(), 0.05);
+        QCOMPARE(labels(g->m_axisXLabels), before);
+    }
+
+    void rebuildsOnASecondDisplay()
+    {
+        VornGraph *g = shownGraph({sine(), sine()});
+        QVERIFY(g);
+        g->addWaveform(sine());
+        g->displayGraph();
+        QTRY_VERIFY(!labels(g->m_axisXLabels).isEmpty());
+        QCOMPARE(g->m_series.size(), 3);
+        // Three waveforms, the centre cross, the time-zero line and three zero lines.
+        QCOMPARE(g->m_chart->series().size(), 3 + 3 + 3);
+        QCOMPARE(g->m_chart->axes().size(), 3 + 3);
+    }
+
+    void divisionControlsMoveOneStep_data()
+    {
+        QTest::addColumn<int>("waveform"); // -1: the time base
+        QTest::addColumn<double>("typed");
+        QTest::addColumn<double>("accepted");
+        QTest::addColumn<double>("again"); // the same typed a second time, one step from the first
+        // The sine stands at 0.5 V and 50 ms a division.
+        QTest::newRow("far up is one step") << 0 << 7.0 << 1.0 << 2.0;
+        QTest::newRow("a little down is one step") << 0 << 0.3 << 0.2 << 0.5;
+        QTest::newRow("a giant value is one step") << 0 << 1e9 << 1.0 << 2.0;
+        QTest::newRow("time: far up") << -1 << 3.0 << 0.1 << 0.2;
+        QTest::newRow("time: far down") << -1 << 1e-12 << 0.02 << 0.01;
+    }
+    void divisionControlsMoveOneStep()
+    {
+        QFETCH(int, waveform);
+        QFETCH(double, typed);
+        QFETCH(double, accepted);
+        QFETCH(double, again);
+        VornGraph *g = shownGraph({sine()});
+        QVERIFY(g);
+        const bool time = waveform < 0;
+        auto *box = time ? g->m_timeDivisionSpinBox
+                         : qobject_cast<QDoubleSpinBox *>(g->m_infoTree->itemWidget(g->m_waveformItems[0]->child(0), 1));
+        QVERIFY(box);
+        auto *offset = static_cast<LinearSpinBox *>(time ? g->m_timeOffsetSpinBox : g->m_offsetSpinBoxes[0]);
+        box->setValue(typed);
+        QCOMPARE(box->value(), accepted);
+        QCOMPARE(time ? g->m_timePerDivision : g->m_divisionSizes[0], accepted);
+        QCOMPARE((time ? g->m_axisX : g->m_yAxes[0])->tickInterval(), accepted);
+        QCOMPARE(offset->step(), accepted);
+        box->setValue(typed);
+        QCOMPARE(box->value(), again);
+    }
+
+    void offsetsMoveTheViewAndItsReferenceLines()
+    {
+        VornGraph *g = shownGraph({sine(), makeWaveform(QStringLiteral("positive"), {3.12, 3.9}), sine()});
+        QVERIFY(g);
+        const auto lines = [g] {
+            return QStringLiteral("centre %1 %2, zero at t %3, %4 zero lines").arg(g->m_centerLineV->at(0).x())
+                .arg(g->m_centerLineH->at(0).y()).arg(g->m_timeZeroLine->isVisible()).arg(g->m_zeroLines.size());
+        };
+        // Waveform 1 never reaches 0.
+        QCOMPARE(lines(), "centre 0.5 0, zero at t 1, 2 zero lines");
+        QCOMPARE(g->m_timeOffsetSpinBox->value(), -0.5);
+        g->m_timeOffsetSpinBox->setValue(-0.7);
+        QCOMPARE(span(g->m_axisX).section(',', 1), " grid from 0.7 by 0.05");
+        QCOMPARE((g->m_axisX->min() + g->m_axisX->max()) / 2, 0.7);
+        QCOMPARE(lines(), "centre 0.7 0, zero at t 0, 2 zero lines");
+        QLineSeries *zero = g->m_timeZeroLine;
+        g->m_timeOffsetSpinBox->setValue(-5.0);
+        QVERIFY(!zero->isVisible());
+        g->m_timeOffsetSpinBox->setValue(-0.5);
+        QCOMPARE(g->m_timeZeroLine, zero);
+        QVERIFY(zero->isVisible());
+
+        static_cast<LinearSpinBox *>(g->m_offsetSpinBoxes[0])->stepBy(1);
+        QCOMPARE(g->m_offsets[0], 0.5);
+        QCOMPARE(g->m_yAxes[0]->min(), -3.0);
+        QCOMPARE(labels(g->m_axisYLabels).first(), QStringLiteral("-3 V"));
+        // A hidden waveform loses its zero line.
+        g->setWaveformVisible(0, false);
+        QCOMPARE(g->m_zeroLines.size(), 1);
+    }
 
 private:
-    VornGraph *shownGraph(const QVector<WaveformData> &waveforms, QSizeF plotSize = QSizeF(1000, 400));
-    static QStringList labels(QCategoryAxis *axis) { return axis->categoriesLabels(); }
+    VornGraph *shownGraph(const QVector<WaveformData> &waveforms, QSizeF plotSize = QSizeF(1000, 400))
+    {
+        m_graph = std::make_unique<VornGraph>();
+        VornGraph *g = m_graph.get();
+        g->resize(int(plotSize.width()) + 500, int(plotSize.height()) + 200);
+        g->m_chart->setPlotArea(QRectF(QPointF(60, 20), plotSize));
+        for (const WaveformData &w : waveforms)
+            g->addWaveform(w);
+        g->displayGraph();
+        g->show();
+        // The layout retries itself until the plot area has its final size.
+        if (!QTest::qWaitForWindowExposed(g)
+            || !QTest::qWaitFor([&] { return g->m_divisionPixels > 0 && g->m_chart->plotArea().size() == plotSize; }))
+            return nullptr;
+        g->updateSquareDivisions();
+        return g;
+    }
 
     std::unique_ptr<VornGraph> m_graph;
 };
-
-void TstVornGraph::waitsForBeingShownBeforeLayingOut()
-{
-    m_graph = std::make_unique<VornGraph>();
-    m_graph->addWaveform(sine());
-    m_graph->resize(1000, 600);
-    m_graph->displayGraph();
-    // Hidden, it has no plot area to lay out; a retry would come back on every event loop pass.
-    QCoreApplication::processEvents();
-    QVERIFY(!m_graph->m_squareDivisionsPending);
-    m_graph->show();
-    QTRY_VERIFY(m_graph->m_divisionPixels > 0.0);
-}
-
-VornGraph *TstVornGraph::shownGraph(const QVector<WaveformData> &waveforms, QSizeF plotSize)
-{
-    m_graph = std::make_unique<VornGraph>();
-    VornGraph *g = m_graph.get();
-    g->resize(int(plotSize.width()) + 500, int(plotSize.height()) + 200);
-    g->m_chart->setPlotArea(QRectF(QPointF(60, 20), plotSize));
-    for (const WaveformData &w : waveforms)
-        g->addWaveform(w);
-    g->displayGraph();
-    g->show();
-    if (!QTest::qWaitForWindowExposed(g))
-        return nullptr;
-    // The layout retries itself until the plot area has its final size.
-    if (!QTest::qWaitFor([&] { return g->m_divisionPixels > 0 && g->m_chart->plotArea().size() == plotSize; }))
-        return nullptr;
-    g->updateSquareDivisions();
-    return g;
-}
-
-void TstVornGraph::showsErrorPageForTooShortInterval_data()
-{
-    QTest::addColumn<double>("interval");
-    QTest::addColumn<QString>("message"); // empty when accepted
-
-    QTest::newRow("one picosecond accepted") << 1e-12 << QString();
-    QTest::newRow("just below refused") << 9.99e-13 << "Invalid sample interval in 'bad': 9.99e-13 s\n(minimum: 1 ps)";
-    QTest::newRow("zero refused") << 0.0 << "Invalid sample interval in 'bad': 0.00e+00 s\n(minimum: 1 ps)";
-}
-
-void TstVornGraph::showsErrorPageForTooShortInterval()
-{
-    QFETCH(double, interval);
-    QFETCH(QString, message);
-    VornGraph g;
-    g.addWaveform(sine());
-    g.addWaveform(makeWaveform(QStringLiteral("bad"), {1, 2, 3}, interval));
-    // Only the first bad waveform is named.
-    g.addWaveform(makeWaveform(QStringLiteral("worse"), {1, 2, 3}, message.isEmpty() ? 1.0 : -1.0));
-    g.displayGraph();
-
-    QCOMPARE(g.m_stackedWidget->currentIndex(), message.isEmpty() ? 0 : 1);
-    QCOMPARE(g.m_errorLabel->text(), message);
-    QCOMPARE(g.m_series.size(), message.isEmpty() ? 3 : 0);
-}
-
-void TstVornGraph::colourAndFitEachWaveformIntoTenDivisions()
-{
-    VornGraph g;
-    g.setUseOpenGL(true);
-    g.addWaveform(sine());
-    g.addWaveform(makeWaveform(QStringLiteral("offset"), {3.12, 3.9, 3.7}));
-    for (int i = 2; i < 17; ++i)
-        g.addWaveform(sine());
-    g.displayGraph();
-    QCOMPARE(g.m_series[7]->color(), QColor(192, 192, 192));
-    QCOMPARE(g.m_series[16]->color(), QColor(255, 224, 0));
-    // No OpenGL context can be made offscreen, so no series may ask for one.
-    QVERIFY(!g.m_series[0]->useOpenGL());
-
-    // -1 .. 1: 0.5 per division around 0; 3.12 .. 3.9: 0.1 per division around 3.5.
-    const double sizes[] = {0.5, 0.1};
-    const double centres[] = {0.0, 3.5};
-    for (int i = 0; i < 2; ++i) {
-        QCOMPARE(g.m_divisionSizes[i], sizes[i]);
-        QCOMPARE(g.m_yAxes[i]->min(), centres[i] - 5 * sizes[i]);
-        QCOMPARE(g.m_yAxes[i]->max(), centres[i] + 5 * sizes[i]);
-        QCOMPARE(g.m_yAxes[i]->tickAnchor(), centres[i]);
-        QCOMPARE(g.m_yAxes[i]->tickInterval(), sizes[i]);
-    }
-    // Only the selected waveform draws a grid.
-    QVERIFY(g.m_yAxes[0]->isGridLineVisible());
-    QVERIFY(!g.m_yAxes[1]->isGridLineVisible());
-}
-
-void TstVornGraph::laysOutSquareDivisionsAndLabels_data()
-{
-    QTest::addColumn<QSizeF>("plot");
-    QTest::addColumn<double>("min");
-    QTest::addColumn<double>("max");
-    QTest::addColumn<int>("angle");
-    QTest::addColumn<QStringList>("someLabels");
-    QTest::addColumn<int>("labelCount");
-
-    // 0 .. 0.999 s centred on -offset = 0.5 s after snapping to 50 ms per division.
-    QTest::newRow("1000x400: 25 divisions, upright labels")
-        << QSizeF(1000, 400) << -0.125 << 1.125 << -90
-        << QStringList{"-100 ms", "-50 ms", "0 s", "500 ms", "1.1 s"} << 25;
-    QTest::newRow("1000x500: 20 divisions, horizontal labels")
-        << QSizeF(1000, 500) << 0.0 << 1.0 << 0
-        << QStringList{"0 s", "50 ms", "950 ms", "1 s"} << 21;
-}
-
-void TstVornGraph::laysOutSquareDivisionsAndLabels()
-{
-    QFETCH(QSizeF, plot);
-    QFETCH(double, min);
-    QFETCH(double, max);
-    QFETCH(int, angle);
-    QFETCH(QStringList, someLabels);
-    QFETCH(int, labelCount);
-
-    VornGraph *g = shownGraph({sine()}, plot);
-    QVERIFY(g);
-    QCOMPARE(g->m_divisionPixels, plot.height() / 10);
-    QCOMPARE(g->m_timePerDivision, 0.05);
-    QCOMPARE(g->m_axisX->min(), min);
-    QCOMPARE(g->m_axisX->max(), max);
-    QCOMPARE(g->m_axisX->tickAnchor(), 0.5);
-    QCOMPARE(g->m_axisX->tickInterval(), 0.05);
-    QCOMPARE(g->m_axisXLabels->labelsAngle(), angle);
-    QCOMPARE(g->m_axisXLabels->min(), min);
-    QCOMPARE(g->m_axisXLabels->max(), max);
-
-    const QStringList time = labels(g->m_axisXLabels);
-    QCOMPARE(time.size(), labelCount);
-    for (const QString &label : someLabels)
-        QVERIFY2(time.contains(label), qPrintable(time.join(QLatin1Char('|'))));
-    const QStringList value = labels(g->m_axisYLabels);
-    QCOMPARE(value.size(), 11);
-    QCOMPARE(QStringList({value.first(), value[5], value.last()}), QStringList({"-2.5 V", "0 V", "2.5 V"}));
-    QCOMPARE(g->m_axisYLabels->labelsColor(), QColor(255, 224, 0));
-}
-
-void TstVornGraph::keepsDivisionsSquareWhenLabelsTurnUpright()
-{
-    m_graph = std::make_unique<VornGraph>();
-    VornGraph *g = m_graph.get();
-    g->addWaveform(sine());
-    g->resize(1600, 420);
-    g->displayGraph();
-    g->show();
-    QVERIFY(QTest::qWaitForWindowExposed(g));
-    // Upright labels lower the plot after the first layout; once that has happened the
-    // divisions must follow.
-    QTest::qWait(200);
-    QTRY_VERIFY(g->m_axisXLabels->labelsAngle() == -90 && qFuzzyCompare(
-        (g->m_axisX->max() - g->m_axisX->min()) / g->m_timePerDivision,
-        g->m_chart->plotArea().width() / (g->m_chart->plotArea().height() / 10)));
-}
-
-void TstVornGraph::drawsLongEmptyAndFlatWaveforms()
-{
-    std::vector<double> many(20000);
-    for (std::size_t i = 0; i < many.size(); ++i)
-        many[i] = double(i % 7);
-    VornGraph *g = shownGraph({makeWaveform(QStringLiteral("empty"), {}), sine(),
-                               makeWaveform(QStringLiteral("flat"), {3.0, 3.0, 3.0}),
-                               makeWaveform(QStringLiteral("zero"), {0.0, 0.0}),
-                               makeWaveform(QStringLiteral("long"), many, 5e-5)});
-    QVERIFY(g);
-    QCOMPARE(g->m_globalXMin, 0.0);
-    QCOMPARE(g->m_globalXMax, 0.99995);
-    const int drawn[] = {0, 1000, 3, 2, VornGraph::MAX_DISPLAY_POINTS};
-    for (int i = 0; i < 5; ++i)
-        QCOMPARE(g->m_series[i]->count(), drawn[i]);
-    // A flat trace sits in the middle of a division that can be stepped.
-    QVERIFY(g->m_divisionSizes[2] > 0.0);
-    QCOMPARE((g->m_yAxes[2]->min() + g->m_yAxes[2]->max()) / 2, 3.0);
-    QVERIFY(g->m_yAxes[3]->max() > g->m_yAxes[3]->min());
-
-    // Scrolled far past the data: only the first and last sample remain.
-    g->m_timeOffset = -100.0;
-    g->updateXAxis(g->m_timePerDivision);
-    QCOMPARE(g->m_series[1]->count(), 2);
-    QCOMPARE(g->m_series[1]->at(1), QPointF(0.999, -std::sin(2 * M_PI / 1000.0)));
-}
-
-void TstVornGraph::showsASingleSample()
-{
-    VornGraph *g = shownGraph({makeWaveform(QStringLiteral("one"), {2.0}, 1e-3, 5.0)});
-    QVERIFY(g);
-    QVERIFY(g->m_axisX->min() < 5.0 && g->m_axisX->max() > 5.0);
-    QCOMPARE(g->m_series[0]->count(), 1);
-    QVERIFY(labels(g->m_axisXLabels).contains(QStringLiteral("5 s")));
-}
-
-void TstVornGraph::ignoresAGridTooFineForItsPosition()
-{
-    VornGraph *g = shownGraph({sine()});
-    QVERIFY(g);
-    const QStringList before = labels(g->m_axisXLabels);
-    // A picosecond per division a million seconds from zero: the doubles there are coarser than
-    // the grid, and Qt's tick loop would never end.
-    g->m_timeOffset = -1e6;
-    g->m_timePerDivision = 1e-12;
-    g->updateXAxis(1e-12);
-    QTest::qWait(50);
-    QCOMPARE(g->m_axisX->tickInterval(), 0.05);
-    QCOMPARE(labels(g->m_axisXLabels), before);
-}
-
-void TstVornGraph::rebuildsOnASecondDisplay()
-{
-    VornGraph *g = shownGraph({sine(), sine()});
-    QVERIFY(g);
-    g->addWaveform(sine());
-    g->displayGraph();
-    QTRY_VERIFY(!labels(g->m_axisXLabels).isEmpty());
-    QCOMPARE(g->m_series.size(), 3);
-    // Three waveforms, the centre cross, the time-zero line and three zero lines.
-    QCOMPARE(g->m_chart->series().size(), 3 + 3 + 3);
-    QCOMPARE(g->m_chart->axes().size(), 3 + 3);
-}
-
-void TstVornGraph::divisionControlsMoveOneStep_data()
-{
-    QTest::addColumn<int>("waveform"); // -1: the time base
-    QTest::addColumn<double>("typed");
-    QTest::addColumn<double>("accepted");
-    QTest::addColumn<double>("again"); // the same typed a second time, one step from the first
-    // The sine stands at 0.5 V and 50 ms a division.
-    QTest::newRow("far up is one step") << 0 << 7.0 << 1.0 << 2.0;
-    QTest::newRow("a little down is one step") << 0 << 0.3 << 0.2 << 0.5;
-    QTest::newRow("a giant value is one step") << 0 << 1e9 << 1.0 << 2.0;
-    QTest::newRow("time: far up") << -1 << 3.0 << 0.1 << 0.2;
-    QTest::newRow("time: far down") << -1 << 1e-12 << 0.02 << 0.01;
-}
-
-void TstVornGraph::divisionControlsMoveOneStep()
-{
-    QFETCH(int, waveform);
-    QFETCH(double, typed);
-    QFETCH(double, accepted);
-    QFETCH(double, again);
-    VornGraph *g = shownGraph({sine()});
-    QVERIFY(g);
-    const bool time = waveform < 0;
-    auto *box = time ? g->m_timeDivisionSpinBox
-                     : qobject_cast<QDoubleSpinBox *>(g->m_infoTree->itemWidget(g->m_waveformItems[0]->child(0), 1));
-    QVERIFY(box);
-    QValueAxis *axis = time ? g->m_axisX : g->m_yAxes[0];
-    auto *offset = static_cast<LinearSpinBox *>(time ? g->m_timeOffsetSpinBox : g->m_offsetSpinBoxes[0]);
-
-    box->setValue(typed);
-    QCOMPARE(box->value(), accepted);
-    QCOMPARE(time ? g->m_timePerDivision : g->m_divisionSizes[0], accepted);
-    QCOMPARE(axis->tickInterval(), accepted);
-    QCOMPARE(offset->step(), accepted);
-    box->setValue(typed);
-    QCOMPARE(box->value(), again);
-}
-
-void TstVornGraph::offsetsMoveTheViewAndItsReferenceLines()
-{
-    VornGraph *g = shownGraph({sine(), makeWaveform(QStringLiteral("positive"), {3.12, 3.9}), sine()});
-    QVERIFY(g);
-    QCOMPARE(g->m_centerLineV->at(0).x(), 0.5);
-    QCOMPARE(g->m_centerLineH->at(0).y(), 0.0);
-    QLineSeries *zero = g->m_timeZeroLine;
-    QVERIFY(zero && zero->isVisible());
-    // Waveform 1 never reaches 0.
-    QCOMPARE(g->m_zeroLines.size(), 2);
-
-    QCOMPARE(g->m_timeOffsetSpinBox->value(), -0.5);
-    g->m_timeOffsetSpinBox->setValue(-0.7);
-    QCOMPARE((g->m_axisX->min() + g->m_axisX->max()) / 2, 0.7);
-    QCOMPARE(g->m_axisX->tickAnchor(), 0.7);
-    QCOMPARE(g->m_centerLineV->at(0).x(), 0.7);
-    g->m_timeOffsetSpinBox->setValue(-5.0);
-    QVERIFY(!zero->isVisible());
-    g->m_timeOffsetSpinBox->setValue(-0.5);
-    QCOMPARE(g->m_timeZeroLine, zero);
-    QVERIFY(zero->isVisible());
-
-    static_cast<LinearSpinBox *>(g->m_offsetSpinBoxes[0])->stepBy(1);
-    QCOMPARE(g->m_offsets[0], 0.5);
-    QCOMPARE(g->m_yAxes[0]->min(), -3.0);
-    QCOMPARE(labels(g->m_axisYLabels).first(), QStringLiteral("-3 V"));
-    // A hidden waveform loses its zero line.
-    g->setWaveformVisible(0, false);
-    QCOMPARE(g->m_zeroLines.size(), 1);
-}
 
 QTEST_MAIN(TstVornGraph)
 #include "tst_vorngraph.moc"

@@ -44,311 +44,279 @@ class TstVornGraphEnvelope : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
     void cleanup() { m_h.reset(); }
 
-    void drawsOneSegmentPerRunBetweenGaps_data();
-    void drawsOneSegmentPerRunBetweenGaps();
-    void ignoresIndicesOutsideTheWaveforms();
-    void editOfANewEnvelopeDeliversWhatThePointsSay();
-    void editEndedMidwayLeavesTheStoredEnvelope_data();
-    void editEndedMidwayLeavesTheStoredEnvelope();
-    void panelKeepsItsDraggedPlaceUntilTheNextEdit();
+    void init()
+    {
+        m_h = std::make_unique<GraphHarness>();
+        QVERIFY(m_h->show({sineWave(QStringLiteral("wide"), 100.0), sineWave(QStringLiteral("ch"), 1.0)}));
+        m_events.clear();
+    }
+
+    void drawsOneSegmentPerRunBetweenGaps_data()
+    {
+        QTest::addColumn<EnvelopeData>("envelope");
+        QTest::addColumn<QStringList>("segments"); // upper and lower points, first time
+
+        const std::vector<double> up(10, 0.8), down(10, -0.8);
+        std::vector<double> gapped = up;
+        gapped[3] = gapped[4] = gapped[5] = NaN;
+        QTest::newRow("gap at samples 3 to 5 of 10") << makeEnvelope(gapped, down) << QStringList{"3 3 at 0.02", "4 4 at 0.05"};
+        std::vector<double> ends = down;
+        ends[0] = ends[9] = NaN;
+        QTest::newRow("gaps at both ends, lower only") << makeEnvelope(up, ends) << QStringList{"8 8 at 0.025"};
+        QTest::newRow("lower curve shorter") << makeEnvelope(up, {-1, -1, -1, -1, -1, -1, -1}) << QStringList{"7 7 at 0.02"};
+        QTest::newRow("all gaps") << makeEnvelope({NaN, NaN}, {NaN, NaN}) << QStringList();
+    }
+
+    void drawsOneSegmentPerRunBetweenGaps()
+    {
+        QFETCH(EnvelopeData, envelope);
+        QFETCH(QStringList, segments);
+        VornGraph *g = graph();
+        const int seriesBefore = g->m_chart->series().size();
+
+        // Set twice: the second drawing replaces the first.
+        g->setEnvelope(1, flatEnvelope(4));
+        g->setEnvelope(1, envelope);
+        const QList<QLineSeries *> upper = g->m_envelopeUpperSeries.at(1), lower = g->m_envelopeLowerSeries.at(1);
+        const QList<QAreaSeries *> areas = g->m_envelopeAreaSeries.at(1);
+        QCOMPARE(g->m_chart->series().size(), seriesBefore + 3 * segments.size());
+        QStringList drawn;
+        for (int k = 0; k < areas.size(); ++k) {
+            drawn << QStringLiteral("%1 %2 at %3").arg(upper[k]->count()).arg(lower[k]->count()).arg(upper[k]->at(0).x());
+            QVERIFY(areas[k]->upperSeries() == upper[k] && areas[k]->lowerSeries() == lower[k]
+                    && areas[k]->attachedAxes().contains(g->m_yAxes[1]));
+        }
+        QCOMPARE(drawn, segments);
+
+        g->clearEnvelope(1);
+        QVERIFY(!g->hasEnvelope(1));
+        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+    }
+
+    void ignoresIndicesOutsideTheWaveforms()
+    {
+        VornGraph *g = graph();
+        const int seriesBefore = g->m_chart->series().size();
+        g->setEnvelope(2, flatEnvelope(3));
+        g->setEnvelope(-1, flatEnvelope(3));
+        g->startEnvelopeEditing(2);
+        QVERIFY(!g->isEnvelopeEditing());
+        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+        QCOMPARE(&g->envelope(-1), &g->envelope(99));
+        QVERIFY(g->envelope(-1).isEmpty());
+    }
+
+    void editOfANewEnvelopeDeliversWhatThePointsSay()
+    {
+        VornGraph *g = graph();
+        record();
+        g->startEnvelopeEditing(1);
+        QCOMPARE(m_events, QStringList({"state 1, tree 1", "started 1"}));
+        QCOMPARE(shown(), "panel 1, tree 0, 0 switches");
+
+        // Ten points on the 1 ms sample grid, from the first sample in the region to the last.
+        selectRegion(0.0103, 0.0368);
+        QCOMPARE(shown(), "panel 1, tree 0, 10 switches");
+        for (const EnvelopePoint &p : g->m_envelopeEditor->points())
+            QCOMPARE(p.time, std::round(p.time * 1000) / 1000);
+        QCOMPARE(g->m_envelopeEditor->points().first().time, 0.010);
+        QCOMPARE(g->m_envelopeEditor->points().last().time, 0.037);
+
+        // The panel's count regenerates the points over the same region.
+        auto *count = overlay()->findChild<QSpinBox *>();
+        count->selectAll();
+        QTest::keyClicks(count, "6");
+        QCOMPARE(toggles().size(), 6);
+        QCOMPARE(g->m_envelopeEditor->points().last().time, 0.037);
+
+        // The markers move with each axis: the handle and the switch are only hit where the axes
+        // now put them.
+        static_cast<ScaledSpinBox *>(g->m_timeDivisionSpinBox)->stepBy(1);
+        auto *mode = dynamic_cast<PointDragMode *>(g->m_chartView->interactionMode());
+        QVERIFY(mode);
+        QSignalSpy moved(mode, &PointDragMode::pointMoved);
+        const QPoint to = upperHandle(2) + QPoint(0, -37);
+        m_h->drag(upperHandle(2), to);
+        QCOMPARE(moved.size(), 2);
+        const double dragged = g->m_chartView->mapToChartValue(to, g->m_series[1]).y();
+        QCOMPARE(moved.last().at(1).toDouble(), dragged);
+        QVERIFY(dragged < 2.0);
+
+        static_cast<ScaledSpinBox *>(g->m_offsetSpinBoxes[1])->stepBy(2);
+        m_h->press(toggle(4));
+        m_h->release(toggle(4));
+        const QVector<EnvelopePoint> points = g->m_envelopeEditor->points();
+        QSignalSpy finished(g, &VornGraph::envelopeEditingFinished);
+        m_events.clear();
+        click("Apply");
+        QCOMPARE(m_events, QStringList({"state 0, tree 0", "finished 1"}));
+        QCOMPARE(shown(), "panel 0, tree 1, 0 switches");
+
+        const EnvelopeData envelope = finished.first().at(1).value<EnvelopeData>();
+        QCOMPARE(envelope.upper.startTime, 0.010);
+        QCOMPARE(envelope.upper.sampleInterval, (0.037 - 0.010) / 5);
+        QCOMPARE(envelope.upper.samples->size(), size_t(6));
+        // Point 4 switched off leaves a gap from it to the end.
+        for (int i = 0; i < 6; ++i) {
+            QCOMPARE(std::isnan(envelope.upper.samples->at(size_t(i))), i >= 4);
+            QCOMPARE(envelope.lower.samples->at(size_t(i)), i >= 4 ? NaN : points[i].lowerValue);
+        }
+        QCOMPARE(envelope.upper.samples->at(2), dragged);
+        QVERIFY(g->envelope(1).upper.samples.sharesStorageWith(envelope.upper.samples));
+        QCOMPARE(g->m_envelopeAreaSeries.at(1).size(), 1);
+        QVERIFY(g->m_envelopeAreaSeries.at(1).first()->isVisible());
+    }
+
+    void editEndedMidwayLeavesTheStoredEnvelope_data()
+    {
+        QTest::addColumn<bool>("stored");
+        QTest::addColumn<QString>("stage");
+        QTest::addColumn<bool>("destroy"); // the graph goes away instead of a Cancel
+
+        QTest::newRow("cancel the points of a stored envelope") << true << "points" << false;
+        QTest::newRow("cancel while selecting") << false << "selecting" << false;
+        QTest::newRow("cancel placed points") << false << "points" << false;
+        // The address sanitizer build tells whether anything was left or freed twice.
+        QTest::newRow("destroy while selecting") << false << "selecting" << true;
+        QTest::newRow("destroy while dragging a handle") << false << "dragging" << true;
+        QTest::newRow("destroy with a stored envelope") << true << "points" << true;
+        QTest::newRow("display again while dragging") << false << "dragging" << false;
+    }
+
+    void editEndedMidwayLeavesTheStoredEnvelope()
+    {
+        QFETCH(bool, stored);
+        QFETCH(QString, stage);
+        QFETCH(bool, destroy);
+        VornGraph *g = graph();
+        if (stored)
+            g->setEnvelope(1, flatEnvelope(8));
+        const int seriesBefore = g->m_chart->series().size();
+        record();
+        g->startEnvelopeEditing(1);
+        if (stored) {
+            // The stored envelope gives the points and steps aside while they are edited.
+            QCOMPARE(toggles().size(), 8);
+            QVERIFY(!g->m_envelopeUpperSeries.at(1).first()->isVisible());
+        } else if (stage != "selecting") {
+            selectRegion(0.02, 0.05);
+        }
+        if (stage == "selecting" && destroy)
+            m_h->press(m_h->viewPos(1, 0.03, 0.0));
+        if (stage == "dragging") {
+            m_h->press(upperHandle(1));
+            m_h->move(upperHandle(1) + QPoint(0, -20));
+        }
+
+        if (stage == "dragging" && !destroy) {
+            // The series the edit holds go with a new display, which must end the edit first.
+            const QPoint handle = upperHandle(1);
+            g->displayGraph();
+            QVERIFY(!g->isEnvelopeEditing());
+            m_h->move(handle + QPoint(0, -30));
+            m_h->release(handle);
+            QVERIFY(toggles().isEmpty());
+            return;
+        }
+        if (destroy) {
+            QPointer<QObject> controller = g->m_envelopeEditor;
+            m_h->graph.reset();
+            QVERIFY(controller.isNull());
+            return;
+        }
+        m_events.clear();
+        click("Cancel");
+        QCOMPARE(m_events, QStringList({"state 0, tree 0", "cancelled"}));
+        QCOMPARE(shown(), "panel 0, tree 1, 0 switches");
+        QCOMPARE(g->hasEnvelope(1), stored);
+        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+        for (QAbstractSeries *s : g->m_envelopeUpperSeries.value(1) + g->m_envelopeLowerSeries.value(1))
+            QVERIFY(s->isVisible());
+        for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(1))
+            QVERIFY(s->isVisible());
+    }
+
+    void panelKeepsItsDraggedPlaceUntilTheNextEdit()
+    {
+        VornGraph *g = graph();
+        const auto home = [g] {
+            return g->m_chartView->mapFromScene(g->m_chart->plotArea().topLeft()) + QPoint(8, 8);
+        };
+        g->startEnvelopeEditing(1);
+        QCOMPARE(overlay()->pos(), home());
+        selectRegion(0.02, 0.06);
+
+        // Dragged into the bottom-right corner, the panel stays in it as the graph shrinks.
+        m_h->send(QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton, Qt::LeftButton, overlay());
+        m_h->send(QEvent::MouseMove, {3000, 3000}, Qt::NoButton, Qt::LeftButton, overlay());
+        m_h->send(QEvent::MouseButtonRelease, {10, 10}, Qt::LeftButton, Qt::NoButton, overlay());
+        g->resize(1000, 600);
+        QVERIFY(QTest::qWaitFor([g] { return g->m_chartView->width() < 900; }));
+        QCOMPARE(overlay()->geometry().bottomRight(), g->m_chartView->rect().bottomRight());
+        // The markers followed the smaller plot.
+        QTRY_VERIFY(toggleDrawnAt(3));
+
+        g->cancelEnvelopeEditing();
+        g->startEnvelopeEditing(0);
+        QCOMPARE(overlay()->pos(), home());
+        QVERIFY(overlay()->isVisible());
+    }
 
 private:
     VornGraph *graph() const { return m_h->graph.get(); }
     EnvelopeEditorOverlay *overlay() const { return graph()->m_editorOverlay; }
-    QList<QGraphicsItem *> toggles() const;
-    QPoint upperHandle(int point) const;
-    QPointF toggleScenePos(int point) const;
-    bool toggleDrawnAt(int point) const;
+    QString shown() const
+    {
+        return QStringLiteral("panel %1, tree %2, %3 switches")
+            .arg(overlay()->isVisible()).arg(graph()->m_infoTree->isEnabled()).arg(toggles().size());
+    }
+    // The round on/off switches drawn above everything else.
+    QList<QGraphicsItem *> toggles() const
+    {
+        QList<QGraphicsItem *> found;
+        for (QGraphicsItem *item : graph()->m_chart->scene()->items())
+            if (item->zValue() == 1002.0)
+                found << item;
+        return found;
+    }
+    bool toggleDrawnAt(int point) const
+    {
+        const QList<QGraphicsItem *> items = toggles();
+        return std::any_of(items.begin(), items.end(),
+                           [&](QGraphicsItem *item) { return QLineF(item->pos(), toggleScenePos(point)).length() < 0.01; });
+    }
+    QPoint upperHandle(int i) const { return m_h->viewPos(1, point(i).time, point(i).upperValue); }
+    QPointF toggleScenePos(int i) const
+    {
+        return graph()->m_chart->mapToPosition({point(i).time, (point(i).upperValue + point(i).lowerValue) / 2},
+                                               graph()->m_series[1]);
+    }
+    const EnvelopePoint &point(int i) const { return graph()->m_envelopeEditor->points().at(i); }
     QPoint toggle(int point) const { return graph()->m_chartView->mapFromScene(toggleScenePos(point)); }
-    void click(const QString &button) const;
+    void click(const QString &button) const
+    {
+        for (QPushButton *b : overlay()->findChildren<QPushButton *>())
+            if (b->text() == button)
+                QTest::mouseClick(b, Qt::LeftButton);
+    }
     void selectRegion(double from, double to) { m_h->drag(m_h->viewPos(1, from, 0.0), m_h->viewPos(1, to, 0.0)); }
-    void record();
+    void record()
+    {
+        VornGraph *g = graph();
+        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
+        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
+            // The host hears of a new state before the tree follows it.
+            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
+        });
+    }
 
     std::unique_ptr<GraphHarness> m_h;
     QStringList m_events;
 };
-
-void TstVornGraphEnvelope::init()
-{
-    m_h = std::make_unique<GraphHarness>();
-    QVERIFY(m_h->show({sineWave(QStringLiteral("wide"), 100.0), sineWave(QStringLiteral("ch"), 1.0)}));
-    m_events.clear();
-}
-
-// The round on/off switches drawn above everything else.
-QList<QGraphicsItem *> TstVornGraphEnvelope::toggles() const
-{
-    QList<QGraphicsItem *> found;
-    for (QGraphicsItem *item : graph()->m_chart->scene()->items())
-        if (item->zValue() == 1002.0)
-            found << item;
-    return found;
-}
-
-bool TstVornGraphEnvelope::toggleDrawnAt(int point) const
-{
-    const QList<QGraphicsItem *> items = toggles();
-    return std::any_of(items.begin(), items.end(),
-                       [&](QGraphicsItem *item) { return QLineF(item->pos(), toggleScenePos(point)).length() < 0.01; });
-}
-
-QPoint TstVornGraphEnvelope::upperHandle(int point) const
-{
-    const EnvelopePoint &p = graph()->m_envelopeEditor->points().at(point);
-    return m_h->viewPos(1, p.time, p.upperValue);
-}
-
-QPointF TstVornGraphEnvelope::toggleScenePos(int point) const
-{
-    const EnvelopePoint &p = graph()->m_envelopeEditor->points().at(point);
-    return graph()->m_chart->mapToPosition({p.time, (p.upperValue + p.lowerValue) / 2}, graph()->m_series[1]);
-}
-
-void TstVornGraphEnvelope::click(const QString &button) const
-{
-    for (QPushButton *b : overlay()->findChildren<QPushButton *>())
-        if (b->text() == button)
-            QTest::mouseClick(b, Qt::LeftButton);
-}
-
-void TstVornGraphEnvelope::record()
-{
-    VornGraph *g = graph();
-    connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
-    connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
-    connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
-    connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
-        // The host hears of a new state before the tree follows it.
-        m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
-    });
-}
-
-void TstVornGraphEnvelope::drawsOneSegmentPerRunBetweenGaps_data()
-{
-    QTest::addColumn<EnvelopeData>("envelope");
-    QTest::addColumn<QList<int>>("segmentLengths");
-    QTest::addColumn<QList<double>>("segmentStarts");
-
-    const std::vector<double> up(10, 0.8), down(10, -0.8);
-    std::vector<double> gapped = up;
-    gapped[3] = gapped[4] = gapped[5] = NaN;
-    QTest::newRow("gap at samples 3 to 5 of 10") << makeEnvelope(gapped, down) << QList<int>{3, 4} << QList<double>{0.02, 0.05};
-    std::vector<double> ends = down;
-    ends[0] = ends[9] = NaN;
-    QTest::newRow("gaps at both ends, lower only") << makeEnvelope(up, ends) << QList<int>{8} << QList<double>{0.025};
-    QTest::newRow("lower curve shorter") << makeEnvelope(up, {-1, -1, -1, -1, -1, -1, -1}) << QList<int>{7} << QList<double>{0.02};
-    QTest::newRow("all gaps") << makeEnvelope({NaN, NaN}, {NaN, NaN}) << QList<int>{} << QList<double>{};
-}
-
-void TstVornGraphEnvelope::drawsOneSegmentPerRunBetweenGaps()
-{
-    QFETCH(EnvelopeData, envelope);
-    QFETCH(QList<int>, segmentLengths);
-    QFETCH(QList<double>, segmentStarts);
-    VornGraph *g = graph();
-    const int seriesBefore = g->m_chart->series().size();
-
-    // Set twice: the second drawing replaces the first.
-    g->setEnvelope(1, flatEnvelope(4));
-    g->setEnvelope(1, envelope);
-    const QList<QLineSeries *> upper = g->m_envelopeUpperSeries.at(1), lower = g->m_envelopeLowerSeries.at(1);
-    const QList<QAreaSeries *> areas = g->m_envelopeAreaSeries.at(1);
-    QCOMPARE(areas.size(), segmentLengths.size());
-    QCOMPARE(g->m_chart->series().size(), seriesBefore + 3 * segmentLengths.size());
-    for (int k = 0; k < segmentLengths.size(); ++k) {
-        QCOMPARE(upper[k]->count(), segmentLengths[k]);
-        QCOMPARE(lower[k]->count(), segmentLengths[k]);
-        QCOMPARE(upper[k]->at(0).x(), segmentStarts[k]);
-        QCOMPARE(areas[k]->upperSeries(), upper[k]);
-        QCOMPARE(areas[k]->lowerSeries(), lower[k]);
-        QVERIFY(areas[k]->attachedAxes().contains(g->m_yAxes[1]));
-    }
-
-    g->clearEnvelope(1);
-    QVERIFY(!g->hasEnvelope(1));
-    QCOMPARE(g->m_chart->series().size(), seriesBefore);
-}
-
-void TstVornGraphEnvelope::ignoresIndicesOutsideTheWaveforms()
-{
-    VornGraph *g = graph();
-    const int seriesBefore = g->m_chart->series().size();
-    g->setEnvelope(2, flatEnvelope(3));
-    g->setEnvelope(-1, flatEnvelope(3));
-    g->startEnvelopeEditing(2);
-    QVERIFY(!g->isEnvelopeEditing());
-    QCOMPARE(g->m_chart->series().size(), seriesBefore);
-    QCOMPARE(&g->envelope(-1), &g->envelope(99));
-    QVERIFY(g->envelope(-1).isEmpty());
-}
-
-void TstVornGraphEnvelope::editOfANewEnvelopeDeliversWhatThePointsSay()
-{
-    VornGraph *g = graph();
-    record();
-    g->startEnvelopeEditing(1);
-    QCOMPARE(m_events, QStringList({"state 1, tree 1", "started 1"}));
-    QVERIFY(overlay()->isVisible());
-    QVERIFY(!g->m_infoTree->isEnabled());
-
-    // Ten points on the 1 ms sample grid, from the first sample in the region to the last.
-    selectRegion(0.0103, 0.0368);
-    QCOMPARE(toggles().size(), 10);
-    for (const EnvelopePoint &p : g->m_envelopeEditor->points())
-        QCOMPARE(p.time, std::round(p.time * 1000) / 1000);
-    QCOMPARE(g->m_envelopeEditor->points().first().time, 0.010);
-    QCOMPARE(g->m_envelopeEditor->points().last().time, 0.037);
-
-    // The panel's count regenerates the points over the same region.
-    auto *count = overlay()->findChild<QSpinBox *>();
-    count->selectAll();
-    QTest::keyClicks(count, "6");
-    QCOMPARE(toggles().size(), 6);
-    QCOMPARE(g->m_envelopeEditor->points().last().time, 0.037);
-
-    // The markers move with each axis: the handle and the switch are only hit where the axes
-    // now put them.
-    static_cast<ScaledSpinBox *>(g->m_timeDivisionSpinBox)->stepBy(1);
-    auto *mode = dynamic_cast<PointDragMode *>(g->m_chartView->interactionMode());
-    QVERIFY(mode);
-    QSignalSpy moved(mode, &PointDragMode::pointMoved);
-    const QPoint to = upperHandle(2) + QPoint(0, -37);
-    m_h->drag(upperHandle(2), to);
-    QCOMPARE(moved.size(), 2);
-    const double dragged = g->m_chartView->mapToChartValue(to, g->m_series[1]).y();
-    QCOMPARE(moved.last().at(1).toDouble(), dragged);
-    QVERIFY(dragged < 2.0);
-
-    static_cast<ScaledSpinBox *>(g->m_offsetSpinBoxes[1])->stepBy(2);
-    m_h->press(toggle(4));
-    m_h->release(toggle(4));
-    const QVector<EnvelopePoint> points = g->m_envelopeEditor->points();
-    QSignalSpy finished(g, &VornGraph::envelopeEditingFinished);
-    m_events.clear();
-    click("Apply");
-    QCOMPARE(m_events, QStringList({"state 0, tree 0", "finished 1"}));
-    QVERIFY(!overlay()->isVisible());
-    QVERIFY(g->m_infoTree->isEnabled());
-    QVERIFY(toggles().isEmpty());
-
-    const EnvelopeData envelope = finished.first().at(1).value<EnvelopeData>();
-    QCOMPARE(envelope.upper.startTime, 0.010);
-    QCOMPARE(envelope.upper.sampleInterval, (0.037 - 0.010) / 5);
-    QCOMPARE(envelope.upper.samples->size(), size_t(6));
-    // Point 4 switched off leaves a gap from it to the end.
-    for (int i = 0; i < 6; ++i) {
-        const bool gap = i >= 4;
-        QCOMPARE(std::isnan(envelope.upper.samples->at(size_t(i))), gap);
-        QCOMPARE(std::isnan(envelope.lower.samples->at(size_t(i))), gap);
-        if (!gap)
-            QCOMPARE(envelope.lower.samples->at(size_t(i)), points[i].lowerValue);
-    }
-    QCOMPARE(envelope.upper.samples->at(2), dragged);
-    QVERIFY(g->envelope(1).upper.samples.sharesStorageWith(envelope.upper.samples));
-    QCOMPARE(g->m_envelopeAreaSeries.at(1).size(), 1);
-    QVERIFY(g->m_envelopeAreaSeries.at(1).first()->isVisible());
-}
-
-void TstVornGraphEnvelope::editEndedMidwayLeavesTheStoredEnvelope_data()
-{
-    QTest::addColumn<bool>("stored");
-    QTest::addColumn<QString>("stage");
-    QTest::addColumn<bool>("destroy"); // the graph goes away instead of a Cancel
-
-    QTest::newRow("cancel the points of a stored envelope") << true << "points" << false;
-    QTest::newRow("cancel while selecting") << false << "selecting" << false;
-    QTest::newRow("cancel placed points") << false << "points" << false;
-    // The address sanitizer build tells whether anything was left or freed twice.
-    QTest::newRow("destroy while selecting") << false << "selecting" << true;
-    QTest::newRow("destroy while dragging a handle") << false << "dragging" << true;
-    QTest::newRow("destroy with a stored envelope") << true << "points" << true;
-    QTest::newRow("display again while dragging") << false << "dragging" << false;
-}
-
-void TstVornGraphEnvelope::editEndedMidwayLeavesTheStoredEnvelope()
-{
-    QFETCH(bool, stored);
-    QFETCH(QString, stage);
-    QFETCH(bool, destroy);
-    VornGraph *g = graph();
-    if (stored)
-        g->setEnvelope(1, flatEnvelope(8));
-    const int seriesBefore = g->m_chart->series().size();
-    record();
-    g->startEnvelopeEditing(1);
-    if (stored) {
-        // The stored envelope gives the points and steps aside while they are edited.
-        QCOMPARE(toggles().size(), 8);
-        QVERIFY(!g->m_envelopeUpperSeries.at(1).first()->isVisible());
-    } else if (stage != "selecting") {
-        selectRegion(0.02, 0.05);
-    }
-    if (stage == "selecting" && destroy)
-        m_h->press(m_h->viewPos(1, 0.03, 0.0));
-    if (stage == "dragging") {
-        m_h->press(upperHandle(1));
-        m_h->move(upperHandle(1) + QPoint(0, -20));
-    }
-
-    if (stage == "dragging" && !destroy) {
-        // The series the edit holds go with a new display, which must end the edit first.
-        const QPoint handle = upperHandle(1);
-        g->displayGraph();
-        QVERIFY(!g->isEnvelopeEditing());
-        m_h->move(handle + QPoint(0, -30));
-        m_h->release(handle);
-        QVERIFY(toggles().isEmpty());
-        return;
-    }
-    if (destroy) {
-        QPointer<QObject> controller = g->m_envelopeEditor;
-        m_h->graph.reset();
-        QVERIFY(controller.isNull());
-        return;
-    }
-    m_events.clear();
-    click("Cancel");
-    QCOMPARE(m_events, QStringList({"state 0, tree 0", "cancelled"}));
-    QVERIFY(!overlay()->isVisible());
-    QVERIFY(toggles().isEmpty());
-    QCOMPARE(g->hasEnvelope(1), stored);
-    QCOMPARE(g->m_chart->series().size(), seriesBefore);
-    for (QAbstractSeries *s : g->m_envelopeUpperSeries.value(1) + g->m_envelopeLowerSeries.value(1))
-        QVERIFY(s->isVisible());
-    for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(1))
-        QVERIFY(s->isVisible());
-}
-
-void TstVornGraphEnvelope::panelKeepsItsDraggedPlaceUntilTheNextEdit()
-{
-    VornGraph *g = graph();
-    const auto home = [g] {
-        return g->m_chartView->mapFromScene(g->m_chart->plotArea().topLeft()) + QPoint(8, 8);
-    };
-    g->startEnvelopeEditing(1);
-    QCOMPARE(overlay()->pos(), home());
-    selectRegion(0.02, 0.06);
-
-    // Dragged far beyond the bottom-right corner, the panel stops at it.
-    m_h->send(QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton, Qt::LeftButton, overlay());
-    m_h->send(QEvent::MouseMove, {3000, 3000}, Qt::NoButton, Qt::LeftButton, overlay());
-    m_h->send(QEvent::MouseButtonRelease, {10, 10}, Qt::LeftButton, Qt::NoButton, overlay());
-    QCOMPARE(overlay()->geometry().bottomRight(), g->m_chartView->rect().bottomRight());
-
-    g->resize(1000, 600);
-    QVERIFY(QTest::qWaitFor([g] { return g->m_chartView->width() < 900; }));
-    QCOMPARE(overlay()->geometry().bottomRight(), g->m_chartView->rect().bottomRight());
-    // The markers followed the smaller plot.
-    QTRY_VERIFY(toggleDrawnAt(3));
-
-    g->cancelEnvelopeEditing();
-    g->startEnvelopeEditing(0);
-    QCOMPARE(overlay()->pos(), home());
-    QVERIFY(overlay()->isVisible());
-}
 
 QTEST_MAIN(TstVornGraphEnvelope)
 #include "tst_vorngraphenvelope.moc"

@@ -13,23 +13,151 @@
 #include <QValueAxis>
 #include <QtTest>
 
-// Waveforms "a" (1, 3, 3, 5), "b" and "c", each on its own scale; "b" has an envelope.
+// Waveforms "a" (gap, 1, 3, gap, 3, 5), "b" and "c", each on its own scale; "b" has an envelope.
 class TstVornGraphTree : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
     void cleanup() { m_h.reset(); }
 
-    void showsEachWaveformWithItsMeasuredValues();
-    void leavesGapsOutOfTheMeasuredValues();
-    void paintsAMarkerInTheRowColour();
-    void clickedRowSelectsItsWaveform_data();
-    void clickedRowSelectsItsWaveform();
-    void switchHidesSeriesEnvelopeAndZeroLine();
-    void contextMenuOffersEnvelopeRequests_data();
-    void contextMenuOffersEnvelopeRequests();
+    void init()
+    {
+        m_h = std::make_unique<GraphHarness>();
+        m_h->graph->addWaveform(makeWaveform(QStringLiteral("a"), {std::nan(""), 1, 3, std::nan(""), 3, 5}, 2e-3));
+        QVERIFY(m_h->show({sineWave(QStringLiteral("b"), 2.0), sineWave(QStringLiteral("c"), 50.0)}));
+        EnvelopeData envelope;
+        envelope.upper = makeWaveform(QStringLiteral("b [upper]"), {2.5, 2.5, 2.5}, 0.01);
+        envelope.lower = makeWaveform(QStringLiteral("b [lower]"), {-2.5, -2.5, -2.5}, 0.01);
+        graph()->setEnvelope(1, envelope);
+    }
+
+    void showsEachWaveformWithItsMeasuredValues()
+    {
+        QTreeWidgetItem *a = row("a");
+        QCOMPARE(tree()->indexOfTopLevelItem(a), 1);
+        QCOMPARE(a->checkState(1), Qt::Checked);
+        QStringList shown;
+        for (int i = 0; i < a->childCount(); ++i) {
+            if (!tree()->itemWidget(a->child(i), 1))
+                shown << a->child(i)->text(0) + ' ' + a->child(i)->text(1);
+        }
+        // 0.5 V a division around 3 V; the gap stays out of the measured values.
+        QCOMPARE(shown, QStringList({"Range+ 5.5 V", "Range- 500 mV", QString::fromUtf8("\u0394Sample 2 ms"), "Samples 6",
+                                     "Max 5 V", "Avg 3 V", "Min 1 V"}));
+    }
+
+    void paintsAMarkerInTheRowColour()
+    {
+        const QImage image = tree()->viewport()->grab().toImage();
+        const auto markerPixel = [&](const QString &path) {
+            const QRect r = tree()->visualItemRect(row(path));
+            return image.pixelColor(r.left() + 6, r.center().y());
+        };
+        QCOMPARE(QList<QColor>({markerPixel("a"), markerPixel("b"), markerPixel("Time")}),
+                 QList<QColor>({QColor(255, 224, 0), QColor(0, 255, 255), QColor(Qt::black)}));
+        QVERIFY(markerPixel("b/Samples") != QColor(0, 255, 255));
+    }
+
+    void clickedRowSelectsItsWaveform_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<int>("waveform");
+        QTest::addColumn<QString>("firstLabel");
+        QTest::newRow("waveform row") << "b" << 1 << "-2.5 V";
+        QTest::newRow("child row of the last waveform") << "c/Range-" << 2 << "-50 V";
+        QTest::newRow("time row means the first waveform") << "Time" << 0 << "500 mV";
+    }
+
+    void clickedRowSelectsItsWaveform()
+    {
+        QFETCH(QString, path);
+        QFETCH(int, waveform);
+        QFETCH(QString, firstLabel);
+        // Start from another waveform, so that every row changes the selection.
+        tree()->setCurrentItem(row(waveform == 1 ? "c" : "b"));
+        QSignalSpy selected(graph(), &VornGraph::waveformSelectionChanged);
+        QTest::mouseClick(tree()->viewport(), Qt::LeftButton, {}, namePos(row(path)));
+        QCOMPARE(graph()->selectedWaveformIndex(), waveform);
+        QCOMPARE(selected, QList<QVariantList>({{waveform}}));
+        const QColor colours[] = {{255, 224, 0}, {0, 255, 255}, {255, 0, 255}};
+        QCOMPARE(graph()->m_axisYLabels->labelsColor(), colours[waveform]);
+        QCOMPARE(graph()->m_axisYLabels->categoriesLabels().first(), firstLabel);
+    }
+
+    void switchHidesSeriesEnvelopeAndZeroLine()
+    {
+        VornGraph *g = graph();
+        const auto drawn = [g](int i) {
+            QStringList shown;
+            shown << QString("series %1").arg(g->m_series[i]->isVisible());
+            for (QAbstractSeries *s : g->m_envelopeUpperSeries.value(i) + g->m_envelopeLowerSeries.value(i))
+                shown << QString("limit %1").arg(s->isVisible());
+            for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(i))
+                shown << QString("fill %1").arg(s->isVisible());
+            int zeroLines = 0;
+            for (QLineSeries *line : qAsConst(g->m_zeroLines))
+                zeroLines += line->attachedAxes().contains(g->m_yAxes[i]);
+            return shown << QString("zero line %1").arg(zeroLines);
+        };
+        QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
+        g->setWaveformVisible(1, false);
+        QCOMPARE(row("b")->checkState(1), Qt::Unchecked);
+        QCOMPARE(drawn(1), QStringList({"series 0", "limit 0", "limit 0", "fill 0", "zero line 0"}));
+        QCOMPARE(drawn(2).first(), "series 1");
+
+        // An edit always shows its waveform, but not the envelope it replaces.
+        g->startEnvelopeEditing(1);
+        QCOMPARE(drawn(1), QStringList({"series 1", "limit 0", "limit 0", "fill 0", "zero line 1"}));
+        g->cancelEnvelopeEditing();
+        QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
+    }
+
+    void contextMenuOffersEnvelopeRequests_data()
+    {
+        QTest::addColumn<QString>("path"); // empty: below the last row
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("choice");
+        QTest::addColumn<QStringList>("menu"); // empty: no menu
+        QTest::addColumn<QString>("request");
+
+        const QStringList both{"Edit Envelope", "Delete Envelope"}, editOnly{"Edit Envelope", "Delete Envelope (off)"};
+        QTest::newRow("with envelope, delete") << "b" << "" << "Delete Envelope" << both << "delete 1";
+        QTest::newRow("with envelope, edit") << "b" << "" << "Edit Envelope" << both << "edit 1";
+        QTest::newRow("no envelope, edit") << "c" << "" << "Edit Envelope" << editOnly << "edit 2";
+        QTest::newRow("no envelope, delete disabled") << "a" << "" << "Delete Envelope" << editOnly << "";
+        QTest::newRow("closed without choice") << "b" << "" << "" << both << "";
+        QTest::newRow("time row") << "Time" << "" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("child row") << "b/Max" << "" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("empty space") << "" << "" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("editing disabled") << "b" << "editing disabled" << "Edit Envelope" << QStringList() << "";
+        // The tree takes no clicks while an edit runs.
+        QTest::newRow("edit running") << "b" << "edit running" << "Edit Envelope" << QStringList() << "";
+    }
+
+    void contextMenuOffersEnvelopeRequests()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, setup);
+        QFETCH(QString, choice);
+        QFETCH(QStringList, menu);
+        QFETCH(QString, request);
+        graph()->setEnvelopeEditingEnabled(setup != "editing disabled");
+        if (setup == "edit running")
+            graph()->startEnvelopeEditing(2);
+        QStringList requests;
+        connect(graph(), &VornGraph::editEnvelopeRequested, this, [&](int i) { requests << QString("edit %1").arg(i); });
+        connect(graph(), &VornGraph::deleteEnvelopeRequested, this, [&](int i) { requests << QString("delete %1").arg(i); });
+
+        const QPoint below = tree()->viewport()->rect().bottomLeft() + QPoint(40, -4);
+        const QPoint pos = path.isEmpty() ? below : namePos(row(path));
+        QCOMPARE(tree()->itemAt(pos), path.isEmpty() ? nullptr : row(path));
+        QCOMPARE(rightClick(pos, choice), menu);
+        QCOMPARE(requests, request.isEmpty() ? QStringList() : QStringList{request});
+        // The graph only asks; the host starts or deletes.
+        QCOMPARE(graph()->isEnvelopeEditing(), setup == "edit running");
+        QVERIFY(graph()->hasEnvelope(1));
+    }
 
 private:
     VornGraph *graph() const { return m_h->graph.get(); }
@@ -40,17 +168,6 @@ private:
 
     std::unique_ptr<GraphHarness> m_h;
 };
-
-void TstVornGraphTree::init()
-{
-    m_h = std::make_unique<GraphHarness>();
-    m_h->graph->addWaveform(makeWaveform(QStringLiteral("a"), {1, 3, 3, 5}, 2e-3));
-    QVERIFY(m_h->show({sineWave(QStringLiteral("b"), 2.0), sineWave(QStringLiteral("c"), 50.0)}));
-    EnvelopeData envelope;
-    envelope.upper = makeWaveform(QStringLiteral("b [upper]"), {2.5, 2.5, 2.5}, 0.01);
-    envelope.lower = makeWaveform(QStringLiteral("b [lower]"), {-2.5, -2.5, -2.5}, 0.01);
-    graph()->setEnvelope(1, envelope);
-}
 
 // "c" is waveform c's row, "c/Range-" and "c// Div" two of its children.
 QTreeWidgetItem *TstVornGraphTree::row(const QString &path) const
@@ -94,146 +211,6 @@ QStringList TstVornGraphTree::rightClick(const QPoint &pos, const QString &choic
     QApplication::sendEvent(tree()->viewport(), &event);
     QTest::qWait(20);
     return seen;
-}
-
-void TstVornGraphTree::showsEachWaveformWithItsMeasuredValues()
-{
-    QTreeWidgetItem *a = row("a");
-    QCOMPARE(tree()->indexOfTopLevelItem(a), 1);
-    QCOMPARE(a->checkState(1), Qt::Checked);
-    QStringList shown;
-    for (int i = 0; i < a->childCount(); ++i) {
-        if (!tree()->itemWidget(a->child(i), 1))
-            shown << a->child(i)->text(0) + ' ' + a->child(i)->text(1);
-    }
-    // 0.5 V a division around 3 V.
-    QCOMPARE(shown, QStringList({"Range+ 5.5 V", "Range- 500 mV", QString::fromUtf8("\u0394Sample 2 ms"), "Samples 4",
-                                 "Max 5 V", "Avg 3 V", "Min 1 V"}));
-}
-
-void TstVornGraphTree::leavesGapsOutOfTheMeasuredValues()
-{
-    m_h = std::make_unique<GraphHarness>();
-    const double gap = std::nan("");
-    QVERIFY(m_h->show({makeWaveform(QStringLiteral("g"), {gap, 1, 3, gap, 5}, 1e-3)}));
-    QStringList shown;
-    for (const char *name : {"g/Max", "g/Avg", "g/Min"})
-        shown << row(name)->text(1);
-    QCOMPARE(shown, QStringList({"5 V", "3 V", "1 V"}));
-}
-
-void TstVornGraphTree::paintsAMarkerInTheRowColour()
-{
-    const QImage image = tree()->viewport()->grab().toImage();
-    const auto markerPixel = [&](const QString &path) {
-        const QRect r = tree()->visualItemRect(row(path));
-        return image.pixelColor(r.left() + 6, r.center().y());
-    };
-    QCOMPARE(markerPixel("a"), QColor(255, 224, 0));
-    QCOMPARE(markerPixel("b"), QColor(0, 255, 255));
-    QCOMPARE(markerPixel("Time"), QColor(Qt::black));
-    QVERIFY(markerPixel("b/Samples") != QColor(0, 255, 255));
-}
-
-void TstVornGraphTree::clickedRowSelectsItsWaveform_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("waveform");
-    QTest::addColumn<QString>("firstLabel");
-    QTest::newRow("waveform row") << "b" << 1 << "-2.5 V";
-    QTest::newRow("child row of the last waveform") << "c/Range-" << 2 << "-50 V";
-    QTest::newRow("time row means the first waveform") << "Time" << 0 << "500 mV";
-}
-
-void TstVornGraphTree::clickedRowSelectsItsWaveform()
-{
-    QFETCH(QString, path);
-    QFETCH(int, waveform);
-    QFETCH(QString, firstLabel);
-    // Start from another waveform, so that every row changes the selection.
-    tree()->setCurrentItem(row(waveform == 1 ? "c" : "b"));
-    QSignalSpy selected(graph(), &VornGraph::waveformSelectionChanged);
-    QTest::mouseClick(tree()->viewport(), Qt::LeftButton, {}, namePos(row(path)));
-    QCOMPARE(graph()->selectedWaveformIndex(), waveform);
-    QCOMPARE(selected.size(), 1);
-    QCOMPARE(selected.first().first().toInt(), waveform);
-    const QColor colours[] = {{255, 224, 0}, {0, 255, 255}, {255, 0, 255}};
-    QCOMPARE(graph()->m_axisYLabels->labelsColor(), colours[waveform]);
-    QCOMPARE(graph()->m_axisYLabels->categoriesLabels().first(), firstLabel);
-}
-
-void TstVornGraphTree::switchHidesSeriesEnvelopeAndZeroLine()
-{
-    VornGraph *g = graph();
-    const auto drawn = [g](int i) {
-        QStringList shown;
-        shown << QString("series %1").arg(g->m_series[i]->isVisible());
-        for (QAbstractSeries *s : g->m_envelopeUpperSeries.value(i) + g->m_envelopeLowerSeries.value(i))
-            shown << QString("limit %1").arg(s->isVisible());
-        for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(i))
-            shown << QString("fill %1").arg(s->isVisible());
-        int zeroLines = 0;
-        for (QLineSeries *line : qAsConst(g->m_zeroLines))
-            zeroLines += line->attachedAxes().contains(g->m_yAxes[i]);
-        return shown << QString("zero line %1").arg(zeroLines);
-    };
-    QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
-    g->setWaveformVisible(1, false);
-    QCOMPARE(row("b")->checkState(1), Qt::Unchecked);
-    QCOMPARE(drawn(1), QStringList({"series 0", "limit 0", "limit 0", "fill 0", "zero line 0"}));
-    QCOMPARE(drawn(2).first(), "series 1");
-
-    // An edit always shows its waveform, but not the envelope it replaces.
-    g->startEnvelopeEditing(1);
-    QCOMPARE(drawn(1), QStringList({"series 1", "limit 0", "limit 0", "fill 0", "zero line 1"}));
-    g->cancelEnvelopeEditing();
-    QCOMPARE(drawn(1), QStringList({"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"}));
-}
-
-void TstVornGraphTree::contextMenuOffersEnvelopeRequests_data()
-{
-    QTest::addColumn<QString>("path"); // empty: below the last row
-    QTest::addColumn<QString>("setup");
-    QTest::addColumn<QString>("choice");
-    QTest::addColumn<QStringList>("menu"); // empty: no menu
-    QTest::addColumn<QString>("request");
-
-    const QStringList both{"Edit Envelope", "Delete Envelope"}, editOnly{"Edit Envelope", "Delete Envelope (off)"};
-    QTest::newRow("with envelope, delete") << "b" << "" << "Delete Envelope" << both << "delete 1";
-    QTest::newRow("with envelope, edit") << "b" << "" << "Edit Envelope" << both << "edit 1";
-    QTest::newRow("no envelope, edit") << "c" << "" << "Edit Envelope" << editOnly << "edit 2";
-    QTest::newRow("no envelope, delete disabled") << "a" << "" << "Delete Envelope" << editOnly << "";
-    QTest::newRow("closed without choice") << "b" << "" << "" << both << "";
-    QTest::newRow("time row") << "Time" << "" << "Edit Envelope" << QStringList() << "";
-    QTest::newRow("child row") << "b/Max" << "" << "Edit Envelope" << QStringList() << "";
-    QTest::newRow("empty space") << "" << "" << "Edit Envelope" << QStringList() << "";
-    QTest::newRow("editing disabled") << "b" << "editing disabled" << "Edit Envelope" << QStringList() << "";
-    // The tree takes no clicks while an edit runs.
-    QTest::newRow("edit running") << "b" << "edit running" << "Edit Envelope" << QStringList() << "";
-}
-
-void TstVornGraphTree::contextMenuOffersEnvelopeRequests()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, setup);
-    QFETCH(QString, choice);
-    QFETCH(QStringList, menu);
-    QFETCH(QString, request);
-    graph()->setEnvelopeEditingEnabled(setup != "editing disabled");
-    if (setup == "edit running")
-        graph()->startEnvelopeEditing(2);
-    QStringList requests;
-    connect(graph(), &VornGraph::editEnvelopeRequested, this, [&](int i) { requests << QString("edit %1").arg(i); });
-    connect(graph(), &VornGraph::deleteEnvelopeRequested, this, [&](int i) { requests << QString("delete %1").arg(i); });
-
-    const QPoint below = tree()->viewport()->rect().bottomLeft() + QPoint(40, -4);
-    const QPoint pos = path.isEmpty() ? below : namePos(row(path));
-    QCOMPARE(tree()->itemAt(pos), path.isEmpty() ? nullptr : row(path));
-    QCOMPARE(rightClick(pos, choice), menu);
-    QCOMPARE(requests, request.isEmpty() ? QStringList() : QStringList{request});
-    // The graph only asks; the host starts or deletes.
-    QCOMPARE(graph()->isEnvelopeEditing(), setup == "edit running");
-    QVERIFY(graph()->hasEnvelope(1));
 }
 
 QTEST_MAIN(TstVornGraphTree)

@@ -16,16 +16,161 @@ class TstPointDragging : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void lineBoundsCoverTheStroke_data();
-    void lineBoundsCoverTheStroke();
-    void hitTestsAreCirclesAroundTheItems_data();
-    void hitTestsAreCirclesAroundTheItems();
-    void selectionAndEnablingRestyleTheItems();
-    void draggedHandleFollowsTheMouseUntilReleased_data();
-    void draggedHandleFollowsTheMouseUntilReleased();
-    void pressesThatGrabNoHandle();
+    void init()
+    {
+        m_harness = std::make_unique<ChartTestHarness>();
+        QVERIFY(m_harness->ready());
+        const double crowded = 3.0 / (m_harness->chart->plotArea().height() / 4.0);
+        const QList<QPointF> limits = {{1.0, -1.0}, {crowded, -crowded}, {1.5, -0.5}};
+        for (int i = 0; i < 3; ++i) {
+            m_markers << new DraggablePointMarker;
+            m_markers[i]->createMarkers(m_harness->chart->scene(), Qt::darkGreen);
+            m_markers[i]->setSeries(m_harness->series);
+            m_markers[i]->setDataPosition(20.0 + 30.0 * i, limits[i].x(), limits[i].y());
+            m_markers[i]->updateScenePosition(m_harness->chart);
+        }
+        m_mode = new PointDragMode(&m_markers, m_harness->series);
+        m_harness->view->setInteractionMode(m_mode);
+    }
+
+    void cleanup()
+    {
+        m_harness->view->clearInteractionMode();
+        QGraphicsScene *scene = m_harness->chart->scene();
+        const int items = scene->items().size();
+        for (DraggablePointMarker *marker : qAsConst(m_markers))
+            marker->removeFromScene(scene);
+        QCOMPARE(scene->items().size(), items - 6 * 3);
+        qDeleteAll(m_markers);
+        m_markers.clear();
+        m_harness.reset();
+    }
+
+    void lineBoundsCoverTheStroke_data()
+    {
+        QTest::addColumn<QLineF>("line");
+        QTest::addColumn<QPen>("pen");
+        const QPen dashed(QBrush(Qt::red), 1.0, Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
+        const QPen bar(QBrush(Qt::white), 2.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin);
+        QTest::newRow("dashed diagonal") << QLineF(10.5, 20.25, 300.0, -40.0) << dashed;
+        QTest::newRow("wide horizontal bar") << QLineF(-4, 7, 4, 7) << bar;
+        QTest::newRow("wide diagonal") << QLineF(0, 0, 5, 5) << bar;
+        QTest::newRow("a point") << QLineF(2, 2, 2, 2) << bar;
+    }
+
+    // Whatever the view repaints of a link or a bar must lie inside the bounds it is told about.
+    void lineBoundsCoverTheStroke()
+    {
+        QFETCH(QLineF, line);
+        QFETCH(QPen, pen);
+        BoundedLineItem item;
+        item.setPen(pen);
+        item.setLine(line);
+        const QRectF stroked = item.shape().controlPointRect(), bounds = item.boundingRect();
+        // Compared edge by edge: QRectF::contains() refuses an empty rectangle.
+        QVERIFY(bounds.left() <= stroked.left() && bounds.right() >= stroked.right()
+                && bounds.top() <= stroked.top() && bounds.bottom() >= stroked.bottom());
+    }
+
+    void hitTestsAreCirclesAroundTheItems_data()
+    {
+        QTest::addColumn<QPointF>("offset");
+        QTest::addColumn<bool>("hit");
+        QTest::newRow("on the circle") << QPointF(-6.0, 8.0) << true;
+        QTest::newRow("just outside") << QPointF(0.0, -10.01) << false;
+        QTest::newRow("corner of the square") << QPointF(8.0, 8.0) << false;
+    }
+
+    void hitTestsAreCirclesAroundTheItems()
+    {
+        QFETCH(QPointF, offset);
+        QFETCH(bool, hit);
+        const QPointF upper = m_harness->scenePos(20.0, 1.0), lower = m_harness->scenePos(20.0, -1.0);
+        const DraggablePointMarker *m = m_markers[0];
+        QCOMPARE(QList<bool>({m->hitTestUpper(upper + offset, 10.0), m->hitTestLower(lower + offset, 10.0),
+                              m->hitTestToggle((upper + lower) / 2 + offset, 10.0)}), QList<bool>({hit, hit, hit}));
+    }
+
+    // A selected handle brightens and the pair stays tellable apart. Enabled: handles, link and a
+    // filled toggle with a minus; disabled: only a hollow toggle with a plus.
+    void selectionAndEnablingRestyleTheItems()
+    {
+        const QPointF middle = m_harness->scenePos(20.0, 0.0);
+        auto *upper = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, 1.0)).value(0));
+        auto *lower = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, -1.0)).value(0));
+        auto *toggle = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1002, middle).value(0));
+        QVERIFY(upper && lower && toggle);
+        const QColor plain = upper->brush().color();
+        m_markers[0]->setSelected(true);
+        QVERIFY(upper->brush().color().lightness() > plain.lightness());
+        QVERIFY(upper->brush().color() != lower->brush().color());
+        m_markers[0]->setSelected(false);
+        QCOMPARE(upper->brush().color(), plain);
+        for (bool enabled : {false, true}) {
+            m_markers[0]->setPointEnabled(enabled);
+            QCOMPARE(upper->isVisible() + lower->isVisible() + itemsAround(999, middle, true).size(), enabled ? 3 : 0);
+            QCOMPARE(toggle->brush().style(), enabled ? Qt::SolidPattern : Qt::NoBrush);
+            QCOMPARE(itemsAround(1003, middle, true).size(), enabled ? 1 : 2);
+        }
+    }
+
+    void draggedHandleFollowsTheMouseUntilReleased_data()
+    {
+        QTest::addColumn<bool>("upper");
+        QTest::addColumn<int>("dy");
+        QTest::addColumn<Qt::MouseButton>("button");
+        QTest::newRow("upper below the lower") << true << 200 << Qt::LeftButton;
+        QTest::newRow("lower out of the plot") << false << 400 << Qt::LeftButton;
+        QTest::newRow("right button") << true << -40 << Qt::RightButton;
+    }
+
+    // The value follows through the waveform's own axis, the time stays, and the marker's items
+    // follow the value.
+    void draggedHandleFollowsTheMouseUntilReleased()
+    {
+        QFETCH(bool, upper);
+        QFETCH(int, dy);
+        QFETCH(Qt::MouseButton, button);
+        QSignalSpy selected(m_mode, &PointDragMode::pointSelected);
+        QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
+        const QPoint start = upper ? upperAt(2) : lowerAt(2);
+        const QPoint end = start + QPoint(0, dy);
+        m_harness->drag(start, end, button);
+        if (button != Qt::LeftButton) {
+            QCOMPARE(selected.size() + moved.size(), 0);
+            return;
+        }
+        QCOMPARE(selected, QList<QVariantList>({{2}}));
+        const double value = m_harness->view->mapToChartValue(end, m_harness->series).y();
+        QCOMPARE(moved.size(), 2);
+        QCOMPARE(moved.last(), QVariantList({2, upper ? value : 1.5, upper ? -0.5 : value}));
+        QVERIFY(m_markers[2]->time() == 80.0 && (upper ? upperAt(2) : lowerAt(2)) == end);
+        const QPointF handle = m_harness->scenePos(80.0, value);
+        const QPointF middle = (m_harness->scenePos(80.0, upper ? -0.5 : 1.5) + handle) / 2;
+        QCOMPARE(itemsAround(1001, handle).size(), 1);
+        QCOMPARE(itemsAround(999, middle).size() + itemsAround(1002, middle).size() + itemsAround(1003, middle).size(), 4);
+
+        m_harness->move(end + QPoint(0, 30));
+        QCOMPARE(moved.size(), 2);
+        QVERIFY(m_markers[2]->isSelected());
+    }
+
+    // A toggle wins over the crowded handles around it; a hidden handle cannot be grabbed, so a
+    // press on it only clears the selection.
+    void pressesThatGrabNoHandle()
+    {
+        QSignalSpy toggled(m_mode, &PointDragMode::pointToggled);
+        QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
+        m_harness->click(upperAt(2));
+        m_harness->click(upperAt(1));
+        QCOMPARE(toggled, QList<QVariantList>({{1}}));
+        QVERIFY(m_markers[2]->isSelected() && !m_markers[1]->isSelected());
+        m_markers[0]->setPointEnabled(false);
+        m_harness->press(lowerAt(0));
+        m_harness->move(lowerAt(0) + QPoint(0, 20));
+        QCOMPARE(moved.size(), 0);
+        QVERIFY(!m_markers[2]->isSelected() && !m_markers[0]->isSelected());
+    }
 
 private:
     QPoint upperAt(int i) const { return m_harness->viewPos(m_markers[i]->time(), m_markers[i]->upperValue()); }
@@ -45,165 +190,6 @@ private:
     QVector<DraggablePointMarker *> m_markers;
     PointDragMode *m_mode = nullptr;
 };
-
-void TstPointDragging::init()
-{
-    m_harness = std::make_unique<ChartTestHarness>();
-    QVERIFY(m_harness->ready());
-    const double crowded = 3.0 / (m_harness->chart->plotArea().height() / 4.0);
-    const QList<QPointF> limits = {{1.0, -1.0}, {crowded, -crowded}, {1.5, -0.5}};
-    for (int i = 0; i < 3; ++i) {
-        m_markers << new DraggablePointMarker;
-        m_markers[i]->createMarkers(m_harness->chart->scene(), Qt::darkGreen);
-        m_markers[i]->setSeries(m_harness->series);
-        m_markers[i]->setDataPosition(20.0 + 30.0 * i, limits[i].x(), limits[i].y());
-        m_markers[i]->updateScenePosition(m_harness->chart);
-    }
-    m_mode = new PointDragMode(&m_markers, m_harness->series);
-    m_harness->view->setInteractionMode(m_mode);
-}
-
-void TstPointDragging::cleanup()
-{
-    m_harness->view->clearInteractionMode();
-    QGraphicsScene *scene = m_harness->chart->scene();
-    const int items = scene->items().size();
-    for (DraggablePointMarker *marker : qAsConst(m_markers))
-        marker->removeFromScene(scene);
-    QCOMPARE(scene->items().size(), items - 6 * 3);
-    qDeleteAll(m_markers);
-    m_markers.clear();
-    m_harness.reset();
-}
-
-void TstPointDragging::lineBoundsCoverTheStroke_data()
-{
-    QTest::addColumn<QLineF>("line");
-    QTest::addColumn<QPen>("pen");
-    const QPen dashed(QBrush(Qt::red), 1.0, Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
-    const QPen bar(QBrush(Qt::white), 2.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin);
-    QTest::newRow("dashed diagonal") << QLineF(10.5, 20.25, 300.0, -40.0) << dashed;
-    QTest::newRow("wide horizontal bar") << QLineF(-4, 7, 4, 7) << bar;
-    QTest::newRow("wide diagonal") << QLineF(0, 0, 5, 5) << bar;
-    QTest::newRow("a point") << QLineF(2, 2, 2, 2) << bar;
-}
-
-// Whatever the view repaints of a link or a bar must lie inside the bounds it is told about.
-void TstPointDragging::lineBoundsCoverTheStroke()
-{
-    QFETCH(QLineF, line);
-    QFETCH(QPen, pen);
-    BoundedLineItem item;
-    item.setPen(pen);
-    item.setLine(line);
-    const QRectF stroked = item.shape().controlPointRect();
-    const QRectF bounds = item.boundingRect();
-    // Compared edge by edge: QRectF::contains() refuses an empty rectangle.
-    QVERIFY(bounds.left() <= stroked.left() && bounds.right() >= stroked.right());
-    QVERIFY(bounds.top() <= stroked.top() && bounds.bottom() >= stroked.bottom());
-}
-
-void TstPointDragging::hitTestsAreCirclesAroundTheItems_data()
-{
-    QTest::addColumn<QPointF>("offset");
-    QTest::addColumn<bool>("hit");
-    QTest::newRow("on the circle") << QPointF(-6.0, 8.0) << true;
-    QTest::newRow("just outside") << QPointF(0.0, -10.01) << false;
-    QTest::newRow("corner of the square") << QPointF(8.0, 8.0) << false;
-}
-
-void TstPointDragging::hitTestsAreCirclesAroundTheItems()
-{
-    QFETCH(QPointF, offset);
-    QFETCH(bool, hit);
-    const QPointF upper = m_harness->scenePos(20.0, 1.0);
-    const QPointF lower = m_harness->scenePos(20.0, -1.0);
-    QCOMPARE(m_markers[0]->hitTestUpper(upper + offset, 10.0), hit);
-    QCOMPARE(m_markers[0]->hitTestLower(lower + offset, 10.0), hit);
-    QCOMPARE(m_markers[0]->hitTestToggle((upper + lower) / 2 + offset, 10.0), hit);
-}
-
-// A selected handle brightens and the pair stays tellable apart. Enabled: handles, link and a
-// filled toggle with a minus; disabled: only a hollow toggle with a plus.
-void TstPointDragging::selectionAndEnablingRestyleTheItems()
-{
-    const QPointF middle = m_harness->scenePos(20.0, 0.0);
-    auto *upper = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, 1.0)).value(0));
-    auto *lower = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, -1.0)).value(0));
-    auto *toggle = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1002, middle).value(0));
-    QVERIFY(upper && lower && toggle);
-    const QColor plain = upper->brush().color();
-    m_markers[0]->setSelected(true);
-    QVERIFY(upper->brush().color().lightness() > plain.lightness());
-    QVERIFY(upper->brush().color() != lower->brush().color());
-    m_markers[0]->setSelected(false);
-    QCOMPARE(upper->brush().color(), plain);
-    for (bool enabled : {false, true}) {
-        m_markers[0]->setPointEnabled(enabled);
-        QCOMPARE(upper->isVisible() + lower->isVisible() + itemsAround(999, middle, true).size(), enabled ? 3 : 0);
-        QCOMPARE(toggle->brush().style(), enabled ? Qt::SolidPattern : Qt::NoBrush);
-        QCOMPARE(itemsAround(1003, middle, true).size(), enabled ? 1 : 2);
-    }
-}
-
-void TstPointDragging::draggedHandleFollowsTheMouseUntilReleased_data()
-{
-    QTest::addColumn<bool>("upper");
-    QTest::addColumn<int>("dy");
-    QTest::addColumn<Qt::MouseButton>("button");
-    QTest::newRow("upper below the lower") << true << 200 << Qt::LeftButton;
-    QTest::newRow("lower out of the plot") << false << 400 << Qt::LeftButton;
-    QTest::newRow("right button") << true << -40 << Qt::RightButton;
-}
-
-// The value follows through the waveform's own axis, the time stays, and the marker's items
-// follow the value.
-void TstPointDragging::draggedHandleFollowsTheMouseUntilReleased()
-{
-    QFETCH(bool, upper);
-    QFETCH(int, dy);
-    QFETCH(Qt::MouseButton, button);
-    QSignalSpy selected(m_mode, &PointDragMode::pointSelected);
-    QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
-    const QPoint start = upper ? upperAt(2) : lowerAt(2);
-    const QPoint end = start + QPoint(0, dy);
-    m_harness->drag(start, end, button);
-    if (button != Qt::LeftButton) {
-        QCOMPARE(selected.size() + moved.size(), 0);
-        return;
-    }
-    QCOMPARE(selected, QList<QVariantList>({{2}}));
-    const double value = m_harness->view->mapToChartValue(end, m_harness->series).y();
-    QCOMPARE(moved.size(), 2);
-    QCOMPARE(moved.last(), QVariantList({2, upper ? value : 1.5, upper ? -0.5 : value}));
-    QCOMPARE(m_markers[2]->time(), 80.0);
-    QCOMPARE(upper ? upperAt(2) : lowerAt(2), end);
-    const QPointF handle = m_harness->scenePos(80.0, value);
-    const QPointF middle = (m_harness->scenePos(80.0, upper ? -0.5 : 1.5) + handle) / 2;
-    QCOMPARE(itemsAround(1001, handle).size(), 1);
-    QCOMPARE(itemsAround(999, middle).size() + itemsAround(1002, middle).size() + itemsAround(1003, middle).size(), 4);
-
-    m_harness->move(end + QPoint(0, 30));
-    QCOMPARE(moved.size(), 2);
-    QVERIFY(m_markers[2]->isSelected());
-}
-
-// A toggle wins over the crowded handles around it; a hidden handle cannot be grabbed, so a
-// press on it only clears the selection.
-void TstPointDragging::pressesThatGrabNoHandle()
-{
-    QSignalSpy toggled(m_mode, &PointDragMode::pointToggled);
-    QSignalSpy moved(m_mode, &PointDragMode::pointMoved);
-    m_harness->click(upperAt(2));
-    m_harness->click(upperAt(1));
-    QCOMPARE(toggled, QList<QVariantList>({{1}}));
-    QVERIFY(m_markers[2]->isSelected() && !m_markers[1]->isSelected());
-    m_markers[0]->setPointEnabled(false);
-    m_harness->press(lowerAt(0));
-    m_harness->move(lowerAt(0) + QPoint(0, 20));
-    QCOMPARE(moved.size(), 0);
-    QVERIFY(!m_markers[2]->isSelected() && !m_markers[0]->isSelected());
-}
 
 QTEST_MAIN(TstPointDragging)
 #include "tst_pointdragging.moc"

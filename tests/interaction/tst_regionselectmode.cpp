@@ -31,14 +31,105 @@ class TstRegionSelectMode : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
     void cleanup() { m_harness.reset(); }
 
-    void emitsDraggedTimesInAscendingOrder_data();
-    void emitsDraggedTimesInAscendingOrder();
-    void keepsBaseRubberBandOutWhileInstalled();
-    void replacedClearedAndViewOwnedModesAreDeleted();
-    void widgetOverTheViewportLeavesTheMouseToTheMode();
+    void init()
+    {
+        m_harness = std::make_unique<ChartTestHarness>();
+        QVERIFY(m_harness->ready());
+        m_view = m_harness->view.get();
+        m_mode = new RegionSelectMode;
+        m_view->setInteractionMode(m_mode);
+    }
+
+    void emitsDraggedTimesInAscendingOrder_data()
+    {
+        QTest::addColumn<double>("from");
+        QTest::addColumn<double>("to");
+        QTest::addColumn<Qt::MouseButton>("button");
+        QTest::newRow("left to right") << 0.25 << 0.75 << Qt::LeftButton;
+        QTest::newRow("right to left") << 0.8 << 0.1 << Qt::LeftButton;
+        QTest::newRow("right button selects nothing") << 0.2 << 0.6 << Qt::RightButton;
+    }
+
+    // The drag ends far below the plot: the band still covers exactly its height, and only the
+    // times count.
+    void emitsDraggedTimesInAscendingOrder()
+    {
+        QFETCH(double, from);
+        QFETCH(double, to);
+        QFETCH(Qt::MouseButton, button);
+        QSignalSpy spy(m_mode, &RegionSelectMode::regionSelected);
+        const QRectF plot = m_harness->chart->plotArea();
+        const QPoint end = pixelAt(to) + QPoint(0, int(plot.height()));
+        m_harness->press(pixelAt(from), button);
+        m_harness->move(end, button);
+        QGraphicsRectItem *band = selectionBand();
+        QCOMPARE(band != nullptr, button == Qt::LeftButton);
+        if (band) {
+            QCOMPARE(QList<double>({band->rect().top(), band->rect().height()}), QList<double>({plot.top(), plot.height()}));
+            QVERIFY(qAbs(band->rect().left() - m_harness->scenePos(100.0 * qMin(from, to), 0.0).x()) <= 1.0
+                    && qAbs(band->rect().right() - m_harness->scenePos(100.0 * qMax(from, to), 0.0).x()) <= 1.0);
+        }
+        m_harness->release(end, button);
+        QVERIFY(!selectionBand());
+        QCOMPARE(spy.size(), button == Qt::LeftButton ? 1 : 0);
+        if (spy.isEmpty())
+            return;
+        const double pixel = 120.0 / plot.width();
+        QVERIFY(qAbs(spy.at(0).at(0).toDouble() - 100.0 * qMin(from, to)) <= pixel
+                && qAbs(spy.at(0).at(1).toDouble() - 100.0 * qMax(from, to)) <= pixel);
+    }
+
+    void keepsBaseRubberBandOutWhileInstalled()
+    {
+        m_view->setRubberBand(QChartView::HorizontalRubberBand);
+        auto *axis = qobject_cast<QValueAxis *>(m_harness->chart->axes(Qt::Horizontal).first());
+        m_harness->drag(pixelAt(0.3), pixelAt(0.6));
+        QVERIFY(axis->min() == -10.0 && axis->max() == 110.0);
+
+        // The same drag without a mode zooms, so the check above can fail.
+        m_view->clearInteractionMode();
+        m_harness->drag(pixelAt(0.3), pixelAt(0.6));
+        QVERIFY(axis->min() > 1.0);
+    }
+
+    // The first replacement happens inside the signal of the mode being replaced.
+    void replacedClearedAndViewOwnedModesAreDeleted()
+    {
+        int deletions = 0;
+        connect(m_mode, &RegionSelectMode::regionSelected, m_view,
+                [&] { m_view->setInteractionMode(new CountingMode(&deletions)); });
+        m_harness->drag(pixelAt(0.3), pixelAt(0.4));
+        auto *next = dynamic_cast<CountingMode *>(m_view->interactionMode());
+        QVERIFY(next);
+        m_harness->press(pixelAt(0.5));
+        QList<int> counted{next->presses, deletions};
+        m_view->setInteractionMode(new CountingMode(&deletions));
+        counted << deletions;
+        m_view->clearInteractionMode();
+        counted << deletions << (m_view->interactionMode() != nullptr);
+        m_view->setInteractionMode(new CountingMode(&deletions));
+        m_harness->view.reset();
+        QCOMPARE(counted << deletions, QList<int>({1, 0, 1, 2, 0, 3})); // presses, then deletions
+
+    }
+
+    void widgetOverTheViewportLeavesTheMouseToTheMode()
+    {
+        // OpenGL series paint in a widget of their own that covers the viewport and keeps the
+        // mouse events it gets.
+        auto *cover = new QWidget(m_view->viewport());
+        cover->setAttribute(Qt::WA_NoMousePropagation);
+        cover->setGeometry(m_view->viewport()->rect());
+        cover->show();
+        QSignalSpy selected(m_mode, &RegionSelectMode::regionSelected);
+        // Through the window, so that Qt picks the widget under the mouse.
+        QWindow *window = m_view->windowHandle();
+        QTest::mousePress(window, Qt::LeftButton, {}, m_view->viewport()->mapTo(m_view, pixelAt(0.2)));
+        QTest::mouseRelease(window, Qt::LeftButton, {}, m_view->viewport()->mapTo(m_view, pixelAt(0.6)));
+        QCOMPARE(selected.count(), 1);
+    }
 
 private:
     // A fraction of the samples' 0..100 s, half way up the plot.
@@ -50,115 +141,12 @@ private:
     RegionSelectMode *m_mode = nullptr;
 };
 
-void TstRegionSelectMode::init()
-{
-    m_harness = std::make_unique<ChartTestHarness>();
-    QVERIFY(m_harness->ready());
-    m_view = m_harness->view.get();
-    m_mode = new RegionSelectMode;
-    m_view->setInteractionMode(m_mode);
-}
-
 QGraphicsRectItem *TstRegionSelectMode::selectionBand() const
 {
     for (QGraphicsItem *item : m_harness->chart->scene()->items())
         if (auto *rect = qgraphicsitem_cast<QGraphicsRectItem *>(item); rect && rect->zValue() == 1000.0)
             return rect;
     return nullptr;
-}
-
-void TstRegionSelectMode::emitsDraggedTimesInAscendingOrder_data()
-{
-    QTest::addColumn<double>("from");
-    QTest::addColumn<double>("to");
-    QTest::addColumn<Qt::MouseButton>("button");
-    QTest::newRow("left to right") << 0.25 << 0.75 << Qt::LeftButton;
-    QTest::newRow("right to left") << 0.8 << 0.1 << Qt::LeftButton;
-    QTest::newRow("right button selects nothing") << 0.2 << 0.6 << Qt::RightButton;
-}
-
-// The drag ends far below the plot: the band still covers exactly its height, and only the
-// times count.
-void TstRegionSelectMode::emitsDraggedTimesInAscendingOrder()
-{
-    QFETCH(double, from);
-    QFETCH(double, to);
-    QFETCH(Qt::MouseButton, button);
-    QSignalSpy spy(m_mode, &RegionSelectMode::regionSelected);
-    const QRectF plot = m_harness->chart->plotArea();
-    const QPoint end = pixelAt(to) + QPoint(0, int(plot.height()));
-    m_harness->press(pixelAt(from), button);
-    m_harness->move(end, button);
-    QGraphicsRectItem *band = selectionBand();
-    QCOMPARE(band != nullptr, button == Qt::LeftButton);
-    if (band) {
-        QCOMPARE(band->rect().top(), plot.top());
-        QCOMPARE(band->rect().height(), plot.height());
-        QVERIFY(qAbs(band->rect().left() - m_harness->scenePos(100.0 * qMin(from, to), 0.0).x()) <= 1.0);
-        QVERIFY(qAbs(band->rect().right() - m_harness->scenePos(100.0 * qMax(from, to), 0.0).x()) <= 1.0);
-    }
-    m_harness->release(end, button);
-    QVERIFY(!selectionBand());
-    QCOMPARE(spy.size(), button == Qt::LeftButton ? 1 : 0);
-    if (spy.isEmpty())
-        return;
-    const double pixel = 120.0 / plot.width();
-    QVERIFY(qAbs(spy.at(0).at(0).toDouble() - 100.0 * qMin(from, to)) <= pixel);
-    QVERIFY(qAbs(spy.at(0).at(1).toDouble() - 100.0 * qMax(from, to)) <= pixel);
-}
-
-void TstRegionSelectMode::keepsBaseRubberBandOutWhileInstalled()
-{
-    m_view->setRubberBand(QChartView::HorizontalRubberBand);
-    auto *axis = qobject_cast<QValueAxis *>(m_harness->chart->axes(Qt::Horizontal).first());
-    m_harness->drag(pixelAt(0.3), pixelAt(0.6));
-    QCOMPARE(axis->min(), -10.0);
-    QCOMPARE(axis->max(), 110.0);
-
-    // The same drag without a mode zooms, so the check above can fail.
-    m_view->clearInteractionMode();
-    m_harness->drag(pixelAt(0.3), pixelAt(0.6));
-    QVERIFY(axis->min() > 1.0);
-}
-
-// The first replacement happens inside the signal of the mode being replaced.
-void TstRegionSelectMode::replacedClearedAndViewOwnedModesAreDeleted()
-{
-    int deletions = 0;
-    connect(m_mode, &RegionSelectMode::regionSelected, m_view,
-            [&] { m_view->setInteractionMode(new CountingMode(&deletions)); });
-    m_harness->drag(pixelAt(0.3), pixelAt(0.4));
-    auto *next = dynamic_cast<CountingMode *>(m_view->interactionMode());
-    QVERIFY(next);
-    m_harness->press(pixelAt(0.5));
-    QCOMPARE(next->presses, 1);
-    QCOMPARE(deletions, 0);
-    m_view->setInteractionMode(new CountingMode(&deletions));
-    QCOMPARE(deletions, 1);
-    m_view->clearInteractionMode();
-    QCOMPARE(deletions, 2);
-    QVERIFY(!m_view->interactionMode());
-    m_view->setInteractionMode(new CountingMode(&deletions));
-    m_harness->view.reset();
-    QCOMPARE(deletions, 3);
-}
-
-void TstRegionSelectMode::widgetOverTheViewportLeavesTheMouseToTheMode()
-{
-    // OpenGL series paint in a widget of their own that covers the viewport and keeps the
-    // mouse events it gets.
-    auto *cover = new QWidget(m_view->viewport());
-    cover->setAttribute(Qt::WA_NoMousePropagation);
-    cover->setGeometry(m_view->viewport()->rect());
-    cover->show();
-    QSignalSpy selected(m_mode, &RegionSelectMode::regionSelected);
-    // Through the window, so that Qt picks the widget under the mouse.
-    QWindow *window = m_view->windowHandle();
-    const QPoint from = m_view->viewport()->mapTo(m_view, pixelAt(0.2));
-    const QPoint to = m_view->viewport()->mapTo(m_view, pixelAt(0.6));
-    QTest::mousePress(window, Qt::LeftButton, {}, from);
-    QTest::mouseRelease(window, Qt::LeftButton, {}, to);
-    QCOMPARE(selected.count(), 1);
 }
 
 QTEST_MAIN(TstRegionSelectMode)

@@ -24,13 +24,9 @@ Run run(const QString &program, const QStringList &args)
 {
     QProcess process;
     process.start(program, args);
-    Run r;
-    if (!process.waitForFinished(300000))
-        return r;
-    r.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    r.out = process.readAllStandardOutput();
-    r.err = process.readAllStandardError();
-    return r;
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
 }
 
 Run vorn(const QStringList &args)
@@ -64,14 +60,155 @@ class TstSigrokInterop : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void listsTheChannelsSigrokShows_data();
-    void listsTheChannelsSigrokShows();
-    void dumpsTheValuesSigrokPrints_data();
-    void dumpsTheValuesSigrokPrints();
-    void savedCapturesStillOpenInSigrok();
-    void reportsFailuresWithExitCodes_data();
-    void reportsFailuresWithExitCodes();
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        m_sigrok = QStandardPaths::findExecutable(QStringLiteral("sigrok-cli"));
+        if (m_sigrok.isEmpty())
+            return;
+        const QStringList demo{"-d", "demo", "--samples"};
+        QVERIFY(!capture("analog", demo + QStringList{"5000", "--channels", "A0,A1,A2,A3", "--config", "samplerate=100k"}).isEmpty());
+        QVERIFY(!capture("logic", demo + QStringList{"5000", "--channels", "D0,D3,D7"}).isEmpty());
+        QVERIFY(!capture("mixed", demo + QStringList{"5000", "--channels", "D0,D1,A0,A2"}).isEmpty());
+        // About a thousand chunks per channel.
+        QVERIFY(!capture("long", demo + QStringList{"1000000", "--channels", "A0,A1", "--config", "samplerate=1M"}).isEmpty());
+    }
+
+    void listsTheChannelsSigrokShows_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char *name : {"analog", "logic", "mixed", "long"})
+            QTest::newRow(name) << name;
+    }
+
+    void listsTheChannelsSigrokShows()
+    {
+        requireSigrok();
+        QFETCH(QString, name);
+        const QString path = m_dir.filePath(name + ".sr");
+        const Run show = run(m_sigrok, {"-i", path, "--show"});
+        QCOMPARE(show.exitCode, 0);
+
+        // sigrok lists disabled probes too, named by their number; we offer the named channels,
+        // analog first.
+        QStringList analog, logic;
+        qulonglong analogCount = 0, logicCount = 0;
+        double rate = 0;
+        const QRegularExpression channel(QStringLiteral("^- (.+): (analog|logic)$"));
+        for (const QString &line : QString::fromUtf8(show.out).split('\n')) {
+            const auto m = channel.match(line);
+            if (m.hasMatch() && !QRegularExpression(QStringLiteral("^\\d+$")).match(m.captured(1)).hasMatch())
+                (m.captured(2) == "analog" ? analog : logic).append(m.captured(1));
+            if (line.startsWith("Samplerate: "))
+                rate = line.mid(12).toDouble();
+            if (line.startsWith("Analog sample count: "))
+                analogCount = line.mid(21).toULongLong();
+            if (line.startsWith("Logic sample count: "))
+                logicCount = line.mid(20).toULongLong();
+        }
+        const QList<Listed> listed = vornList(path);
+        QStringList names;
+        for (const Listed &l : listed) {
+            names.append(l.name);
+            QCOMPARE(l.samples, analog.contains(l.name) ? analogCount : logicCount);
+            QCOMPARE(l.interval, 1.0 / rate);
+        }
+        QCOMPARE(names, analog + logic);
+    }
+
+    void dumpsTheValuesSigrokPrints_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char *name : {"analog", "mixed", "long"})
+            QTest::newRow(name) << name;
+    }
+
+    void dumpsTheValuesSigrokPrints()
+    {
+        requireSigrok();
+        QFETCH(QString, name);
+        const QString path = m_dir.filePath(name + ".sr");
+        // sigrok-cli 0.7 exits with 1 after "-O analog" even when it printed everything, so what
+        // counts is what it printed.
+        const Run printed = run(m_sigrok, {"-i", path, "-O", "analog"});
+        QHash<QString, QList<double>> expected; // "A0: -10.00 V DC", two decimals
+        const QRegularExpression line(QStringLiteral("^(\\S+): (\\S+) V"));
+        for (const QString &text : QString::fromUtf8(printed.out).split('\n')) {
+            const auto m = line.match(text);
+            if (m.hasMatch())
+                expected[m.captured(1)].append(m.captured(2).toDouble());
+        }
+        QVERIFY(!expected.isEmpty());
+        for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
+            const QList<QByteArray> ours = vorn({"dump", path, it.key()}).out.split('\n');
+            QCOMPARE(ours.size() - 1, it.value().size());
+            for (int i = 0; i < it.value().size(); ++i) {
+                const double v = ours[i].toDouble();
+                if (std::fabs(v - it.value()[i]) > 0.005 + 1e-9)
+                    QFAIL(qPrintable(QStringLiteral("%1[%2]: %3 against %4").arg(it.key()).arg(i).arg(v).arg(it.value()[i])));
+            }
+        }
+    }
+
+    void savedCapturesStillOpenInSigrok()
+    {
+        requireSigrok();
+        const QString original = m_dir.filePath("mixed.sr");
+        const QString saved = m_dir.filePath("saved.sr");
+        QFile::remove(saved);
+        QVERIFY(QFile::copy(original, saved));
+        const auto before = readMembers(saved);
+
+        const Run made = vorn({"envelope", saved, "A0", "--points", "30"});
+        QVERIFY2(made.exitCode == 0, made.err.constData());
+        const QList<Listed> listed = vornList(saved);
+        QCOMPARE(listed.size(), 6);
+        QVERIFY(listed[4].name == "A0 [upper]" && listed[5].name == "A0 [lower]" && listed[4].samples == 30);
+        const auto after = readMembers(saved);
+        for (const auto &[name, member] : before)
+            QVERIFY2(after.count(name) && after.at(name).compressed == member.compressed, name.constData());
+
+        const Run showSaved = run(m_sigrok, {"-i", saved, "--show"});
+        QCOMPARE(showSaved.exitCode, 0);
+        QCOMPARE(showSaved.out, run(m_sigrok, {"-i", original, "--show"}).out);
+
+        // sigrok copies the float data bit for bit; ours must read both files the same.
+        const QString copied = m_dir.filePath("copied.sr");
+        QCOMPARE(run(m_sigrok, {"-i", saved, "-o", copied}).exitCode, 0);
+        for (const char *channel : {"A0", "A2", "D0", "D1"})
+            QCOMPARE(vorn({"dump", copied, channel}).out, vorn({"dump", saved, channel}).out);
+
+        QCOMPARE(vorn({"envelope", saved, "A0", "--remove"}).exitCode, 0);
+        QCOMPARE(readFile(saved), readFile(original));
+    }
+
+    void reportsFailuresWithExitCodes_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("no command") << QStringList() << 1 << "usage: vorn list FILE.sr";
+        QTest::newRow("unknown command") << QStringList{"show", "@capture"} << 1 << "usage:";
+        QTest::newRow("count not a number") << QStringList{"dump", "@capture", "A0", "--count", "x"} << 1 << "usage:";
+        QTest::newRow("one point") << QStringList{"envelope", "@capture", "A0", "--points", "1"} << 1 << "usage:";
+        QTest::newRow("missing file") << QStringList{"list", "@nothing"} << 2 << "vorn: file not found\n";
+        QTest::newRow("not a capture") << QStringList{"list", "@text"} << 2 << "vorn: not a zip archive\n";
+        QTest::newRow("unknown waveform") << QStringList{"dump", "@capture", "B7"} << 2 << "vorn: no waveform named 'B7'\n";
+    }
+
+    void reportsFailuresWithExitCodes()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, exitCode);
+        QFETCH(QString, message);
+        QVERIFY(writeZip(m_dir.filePath("capture"), sampleCapture()) && writeFile(m_dir.filePath("text"), "plain text"));
+        for (QString &arg : args)
+            arg = arg.startsWith('@') ? m_dir.filePath(arg.mid(1)) : arg;
+        const Run r = vorn(args);
+        QCOMPARE(r.exitCode, exitCode);
+        QVERIFY2(QString::fromUtf8(r.err).startsWith(message), r.err.constData());
+        QVERIFY(r.out.isEmpty());
+    }
 
 private:
     void requireSigrok();
@@ -80,20 +217,6 @@ private:
     QTemporaryDir m_dir;
     QString m_sigrok;
 };
-
-void TstSigrokInterop::initTestCase()
-{
-    QVERIFY(m_dir.isValid());
-    m_sigrok = QStandardPaths::findExecutable(QStringLiteral("sigrok-cli"));
-    if (m_sigrok.isEmpty())
-        return;
-    const QStringList demo{"-d", "demo", "--samples"};
-    QVERIFY(!capture("analog", demo + QStringList{"5000", "--channels", "A0,A1,A2,A3", "--config", "samplerate=100k"}).isEmpty());
-    QVERIFY(!capture("logic", demo + QStringList{"5000", "--channels", "D0,D3,D7"}).isEmpty());
-    QVERIFY(!capture("mixed", demo + QStringList{"5000", "--channels", "D0,D1,A0,A2"}).isEmpty());
-    // About a thousand chunks per channel.
-    QVERIFY(!capture("long", demo + QStringList{"1000000", "--channels", "A0,A1", "--config", "samplerate=1M"}).isEmpty());
-}
 
 void TstSigrokInterop::requireSigrok()
 {
@@ -106,148 +229,6 @@ QString TstSigrokInterop::capture(const QString &name, const QStringList &args)
     const QString path = m_dir.filePath(name + ".sr");
     const Run r = run(m_sigrok, args + QStringList{"-o", path});
     return r.exitCode == 0 && QFile::exists(path) ? path : QString();
-}
-
-void TstSigrokInterop::listsTheChannelsSigrokShows_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char *name : {"analog", "logic", "mixed", "long"})
-        QTest::newRow(name) << name;
-}
-
-void TstSigrokInterop::listsTheChannelsSigrokShows()
-{
-    requireSigrok();
-    QFETCH(QString, name);
-    const QString path = m_dir.filePath(name + ".sr");
-    const Run show = run(m_sigrok, {"-i", path, "--show"});
-    QCOMPARE(show.exitCode, 0);
-
-    // sigrok lists disabled probes too, named by their number; we offer the named channels,
-    // analog first.
-    QStringList analog, logic;
-    qulonglong analogCount = 0, logicCount = 0;
-    double rate = 0;
-    const QRegularExpression channel(QStringLiteral("^- (.+): (analog|logic)$"));
-    for (const QString &line : QString::fromUtf8(show.out).split('\n')) {
-        const auto m = channel.match(line);
-        if (m.hasMatch() && !QRegularExpression(QStringLiteral("^\\d+$")).match(m.captured(1)).hasMatch())
-            (m.captured(2) == "analog" ? analog : logic).append(m.captured(1));
-        if (line.startsWith("Samplerate: "))
-            rate = line.mid(12).toDouble();
-        if (line.startsWith("Analog sample count: "))
-            analogCount = line.mid(21).toULongLong();
-        if (line.startsWith("Logic sample count: "))
-            logicCount = line.mid(20).toULongLong();
-    }
-    const QList<Listed> listed = vornList(path);
-    QStringList names;
-    for (const Listed &l : listed) {
-        names.append(l.name);
-        QCOMPARE(l.samples, analog.contains(l.name) ? analogCount : logicCount);
-        QCOMPARE(l.interval, 1.0 / rate);
-    }
-    QCOMPARE(names, analog + logic);
-}
-
-void TstSigrokInterop::dumpsTheValuesSigrokPrints_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char *name : {"analog", "mixed", "long"})
-        QTest::newRow(name) << name;
-}
-
-void TstSigrokInterop::dumpsTheValuesSigrokPrints()
-{
-    requireSigrok();
-    QFETCH(QString, name);
-    const QString path = m_dir.filePath(name + ".sr");
-    // sigrok-cli 0.7 exits with 1 after "-O analog" even when it printed everything, so what
-    // counts is what it printed.
-    const Run printed = run(m_sigrok, {"-i", path, "-O", "analog"});
-    QHash<QString, QList<double>> expected; // "A0: -10.00 V DC", two decimals
-    const QRegularExpression line(QStringLiteral("^(\\S+): (\\S+) V"));
-    for (const QString &text : QString::fromUtf8(printed.out).split('\n')) {
-        const auto m = line.match(text);
-        if (m.hasMatch())
-            expected[m.captured(1)].append(m.captured(2).toDouble());
-    }
-    QVERIFY(!expected.isEmpty());
-    for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
-        const QList<QByteArray> ours = vorn({"dump", path, it.key()}).out.split('\n');
-        QCOMPARE(ours.size() - 1, it.value().size());
-        for (int i = 0; i < it.value().size(); ++i) {
-            const double v = ours[i].toDouble();
-            if (std::fabs(v - it.value()[i]) > 0.005 + 1e-9)
-                QFAIL(qPrintable(QStringLiteral("%1[%2]: %3 against %4").arg(it.key()).arg(i).arg(v).arg(it.value()[i])));
-        }
-    }
-}
-
-void TstSigrokInterop::savedCapturesStillOpenInSigrok()
-{
-    requireSigrok();
-    const QString original = m_dir.filePath("mixed.sr");
-    const QString saved = m_dir.filePath("saved.sr");
-    QFile::remove(saved);
-    QVERIFY(QFile::copy(original, saved));
-    const auto before = readMembers(saved);
-
-    const Run made = vorn({"envelope", saved, "A0", "--points", "30"});
-    QVERIFY2(made.exitCode == 0, made.err.constData());
-    const QList<Listed> listed = vornList(saved);
-    QCOMPARE(listed.size(), 6);
-    QCOMPARE(listed[4].name, QStringLiteral("A0 [upper]"));
-    QCOMPARE(listed[5].name, QStringLiteral("A0 [lower]"));
-    QCOMPARE(listed[4].samples, 30ull);
-    const auto after = readMembers(saved);
-    for (const auto &[name, member] : before)
-        QVERIFY2(after.count(name) && after.at(name).compressed == member.compressed, name.constData());
-
-    const Run showOriginal = run(m_sigrok, {"-i", original, "--show"});
-    const Run showSaved = run(m_sigrok, {"-i", saved, "--show"});
-    QCOMPARE(showSaved.exitCode, 0);
-    QCOMPARE(showSaved.out, showOriginal.out);
-
-    // sigrok copies the float data bit for bit; ours must read both files the same.
-    const QString copied = m_dir.filePath("copied.sr");
-    QCOMPARE(run(m_sigrok, {"-i", saved, "-o", copied}).exitCode, 0);
-    for (const char *channel : {"A0", "A2", "D0", "D1"})
-        QCOMPARE(vorn({"dump", copied, channel}).out, vorn({"dump", saved, channel}).out);
-
-    QCOMPARE(vorn({"envelope", saved, "A0", "--remove"}).exitCode, 0);
-    QCOMPARE(readFile(saved), readFile(original));
-}
-
-void TstSigrokInterop::reportsFailuresWithExitCodes_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("no command") << QStringList() << 1 << "usage: vorn list FILE.sr";
-    QTest::newRow("unknown command") << QStringList{"show", "@capture"} << 1 << "usage:";
-    QTest::newRow("count not a number") << QStringList{"dump", "@capture", "A0", "--count", "x"} << 1 << "usage:";
-    QTest::newRow("one point") << QStringList{"envelope", "@capture", "A0", "--points", "1"} << 1 << "usage:";
-    QTest::newRow("missing file") << QStringList{"list", "@nothing"} << 2 << "vorn: file not found\n";
-    QTest::newRow("not a capture") << QStringList{"list", "@text"} << 2 << "vorn: not a zip archive\n";
-    QTest::newRow("unknown waveform") << QStringList{"dump", "@capture", "B7"} << 2 << "vorn: no waveform named 'B7'\n";
-}
-
-void TstSigrokInterop::reportsFailuresWithExitCodes()
-{
-    QFETCH(QStringList, args);
-    QFETCH(int, exitCode);
-    QFETCH(QString, message);
-    QVERIFY(writeZip(m_dir.filePath("capture"), sampleCapture()));
-    QVERIFY(writeFile(m_dir.filePath("text"), "plain text"));
-    for (QString &arg : args) {
-        if (arg.startsWith('@'))
-            arg = m_dir.filePath(arg.mid(1));
-    }
-    const Run r = vorn(args);
-    QCOMPARE(r.exitCode, exitCode);
-    QVERIFY2(QString::fromUtf8(r.err).startsWith(message), r.err.constData());
-    QVERIFY(r.out.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TstSigrokInterop)

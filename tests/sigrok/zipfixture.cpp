@@ -1,6 +1,7 @@
 #include "zipfixture.h"
 
 #include <QFile>
+#include <QtEndian>
 
 #include <zip.h>
 
@@ -35,29 +36,16 @@ bool writeFile(const QString &path, const QByteArray &data)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(data) == data.size();
 }
 
-namespace {
-void putLe32(QByteArray &bytes, qsizetype at, quint32 v)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes[at + i] = static_cast<char>((v >> (8 * i)) & 0xff);
-}
-quint16 le16(const QByteArray &bytes, qsizetype at)
-{
-    return static_cast<quint16>(static_cast<quint8>(bytes[at]) | static_cast<quint8>(bytes[at + 1]) << 8);
-}
-} // namespace
-
 bool patchUncompressedSize(QByteArray &zip, const QByteArray &name, quint32 size)
 {
+    // A local header names its member at 30 and gives the size at 22, a central one at 46 and 24.
     int patched = 0;
     for (qsizetype at = 0; at + 46 < zip.size(); ++at) {
-        if (zip.mid(at, 4) == QByteArray("PK\3\4", 4) && le16(zip, at + 26) == name.size()
-            && zip.mid(at + 30, name.size()) == name) {
-            putLe32(zip, at + 22, size);
-            ++patched;
-        } else if (zip.mid(at, 4) == QByteArray("PK\1\2", 4) && le16(zip, at + 28) == name.size()
-                   && zip.mid(at + 46, name.size()) == name) {
-            putLe32(zip, at + 24, size);
+        const bool local = zip.mid(at, 4) == QByteArray("PK\3\4", 4), central = zip.mid(at, 4) == QByteArray("PK\1\2", 4);
+        const qsizetype nameAt = at + (local ? 30 : 46), lengthAt = at + (local ? 26 : 28);
+        if ((local || central) && qFromLittleEndian<quint16>(zip.constData() + lengthAt) == name.size()
+            && zip.mid(nameAt, name.size()) == name) {
+            qToLittleEndian<quint32>(size, zip.data() + at + (local ? 22 : 24));
             ++patched;
         }
     }

@@ -16,6 +16,15 @@ WaveformData ramp(int count, double interval, double start)
     return w;
 }
 
+// "time upper lower" for each point, "off" appended to a disabled one.
+QStringList described(const QVector<EnvelopePoint> &points)
+{
+    QStringList out;
+    for (const EnvelopePoint &p : points)
+        out << QStringLiteral("%1 %2 %3%4").arg(p.time).arg(p.upperValue).arg(p.lowerValue).arg(p.enabled ? "" : " off");
+    return out;
+}
+
 } // namespace
 
 class TstEnvelopePoints : public QObject
@@ -23,100 +32,78 @@ class TstEnvelopePoints : public QObject
     Q_OBJECT
 
 private slots:
-    void snapsToTheNearestSample_data();
-    void snapsToTheNearestSample();
-    void limitsFollowTheSamplesHalfWayToTheNeighbours();
-    void regionOutsideTheDataSitsAtNinetyAndTenPercent();
-    void gapsBecomeDisabledPoints();
-    void fewerPointsInterpolateBetweenSamples();
+    void snapsToTheNearestSample_data()
+    {
+        QTest::addColumn<double>("t");
+        QTest::addColumn<double>("interval");
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("snapped");
+        QTest::newRow("on the grid") << 3e-3 << 1e-3 << 0.0 << 3e-3;
+        QTest::newRow("below half") << 3.4e-3 << 1e-3 << 0.0 << 3e-3;
+        QTest::newRow("above half") << 3.6e-3 << 1e-3 << 0.0 << 4e-3;
+        QTest::newRow("shifted start") << 0.26 << 0.5 << 0.1 << 0.1;
+        QTest::newRow("negative times") << -1.3 << 1.0 << -5.0 << -1.0;
+    }
+    void snapsToTheNearestSample()
+    {
+        QFETCH(double, t);
+        QFETCH(double, interval);
+        QFETCH(double, start);
+        QFETCH(double, snapped);
+        QCOMPARE(snapToSampleGrid(t, interval, start), snapped);
+    }
+
+    // The y range is 0..200 or -1..9: a margin of 10 or 0.5, the empty limits at 90 % and 10 %.
+    void generatesPointsFromTheSamples_data()
+    {
+        QTest::addColumn<WaveformData>("waveform");
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("end");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<double>("yMax");
+        QTest::addColumn<QStringList>("points");
+        QTest::newRow("limits half way to the neighbours") << ramp(101, 1.0, 0.0) << 0.0 << 100.0 << 3 << 200.0
+                                                           << QStringList{"0 35 -10", "50 85 15", "100 110 65"};
+        QTest::newRow("region after the data") << ramp(10, 1.0, 0.0) << 50.0 << 60.0 << 3 << 9.0
+                                               << QStringList{"50 8 0", "55 8 0", "60 8 0"};
+        QTest::newRow("no samples") << WaveformData() << 0.0 << 1.0 << 2 << 9.0 << QStringList{"0 8 0", "1 8 0"};
+        QTest::newRow("no points") << ramp(10, 1.0, 0.0) << 0.0 << 9.0 << 0 << 9.0 << QStringList();
+    }
+    void generatesPointsFromTheSamples()
+    {
+        QFETCH(WaveformData, waveform);
+        QFETCH(double, start);
+        QFETCH(double, end);
+        QFETCH(int, count);
+        QFETCH(double, yMax);
+        QFETCH(QStringList, points);
+        const double yMin = yMax == 200.0 ? 0.0 : -1.0;
+        QCOMPARE(described(generateEnvelopePoints(waveform, start, end, count, yMin, yMax)), points);
+    }
+
+    void samplesAnEnvelopeIntoPoints_data()
+    {
+        QTest::addColumn<int>("count");
+        QTest::addColumn<QStringList>("points");
+        // Samples 0 1 2 3 4 at 1 s from t = 1, with gaps in the upper curve at 3 s, the lower at 4 s.
+        QTest::newRow("one point a sample") << 5
+            << QStringList{"1 0 0", "2 1 1", "3 nan nan off", "4 nan nan off", "5 4 4"};
+        QTest::newRow("fewer points") << 3 << QStringList{"1 0 0", "3 nan nan off", "5 4 4"};
+        QTest::newRow("more points, next to a gap") << 9
+            << QStringList{"1 0 0", "1.5 0.5 0.5", "2 1 1", "2.5 nan nan off", "3 nan nan off", "3.5 nan nan off",
+                           "4 nan nan off", "4.5 nan nan off", "5 4 4"};
+    }
+    void samplesAnEnvelopeIntoPoints()
+    {
+        QFETCH(int, count);
+        QFETCH(QStringList, points);
+        EnvelopeData e;
+        e.upper = e.lower = ramp(5, 1.0, 1.0);
+        e.upper.samples.writable()[2] = std::nan("");
+        e.lower.samples.writable()[3] = std::nan("");
+        QCOMPARE(described(sampleEnvelopeToPoints(e, count)), points);
+    }
 };
-
-void TstEnvelopePoints::snapsToTheNearestSample_data()
-{
-    QTest::addColumn<double>("t");
-    QTest::addColumn<double>("interval");
-    QTest::addColumn<double>("start");
-    QTest::addColumn<double>("snapped");
-    QTest::newRow("on the grid") << 3e-3 << 1e-3 << 0.0 << 3e-3;
-    QTest::newRow("below half") << 3.4e-3 << 1e-3 << 0.0 << 3e-3;
-    QTest::newRow("above half") << 3.6e-3 << 1e-3 << 0.0 << 4e-3;
-    QTest::newRow("shifted start") << 0.26 << 0.5 << 0.1 << 0.1;
-    QTest::newRow("negative times") << -1.3 << 1.0 << -5.0 << -1.0;
-}
-
-void TstEnvelopePoints::snapsToTheNearestSample()
-{
-    QFETCH(double, t);
-    QFETCH(double, interval);
-    QFETCH(double, start);
-    QFETCH(double, snapped);
-    QCOMPARE(snapToSampleGrid(t, interval, start), snapped);
-}
-
-void TstEnvelopePoints::limitsFollowTheSamplesHalfWayToTheNeighbours()
-{
-    // Samples 0..100 at 1 s: points at 0, 50, 100 see [0, 25], [25, 75] and [75, 100].
-    const WaveformData w = ramp(101, 1.0, 0.0);
-    const QVector<EnvelopePoint> points = generateEnvelopePoints(w, 0.0, 100.0, 3, 0.0, 200.0);
-    QCOMPARE(points.size(), 3);
-    QCOMPARE(points[0].time, 0.0);
-    QCOMPARE(points[1].time, 50.0);
-    QCOMPARE(points[2].time, 100.0);
-    const double margin = 0.05 * 200.0;
-    QCOMPARE(points[0].upperValue, 25 + margin);
-    QCOMPARE(points[0].lowerValue, 0 - margin);
-    QCOMPARE(points[1].upperValue, 75 + margin);
-    QCOMPARE(points[1].lowerValue, 25 - margin);
-    QCOMPARE(points[2].upperValue, 100 + margin);
-    QCOMPARE(points[2].lowerValue, 75 - margin);
-}
-
-void TstEnvelopePoints::regionOutsideTheDataSitsAtNinetyAndTenPercent()
-{
-    const WaveformData w = ramp(10, 1.0, 0.0);
-    const QVector<EnvelopePoint> points = generateEnvelopePoints(w, 50.0, 60.0, 4, -1.0, 9.0);
-    QCOMPARE(points.size(), 4);
-    for (const EnvelopePoint &p : points) {
-        QCOMPARE(p.upperValue, 8.0);
-        QCOMPARE(p.lowerValue, 0.0);
-    }
-    QCOMPARE(generateEnvelopePoints(WaveformData(), 0.0, 1.0, 3, 0.0, 10.0).size(), 3);
-    QVERIFY(generateEnvelopePoints(w, 0.0, 9.0, 0, 0.0, 10.0).isEmpty());
-}
-
-void TstEnvelopePoints::gapsBecomeDisabledPoints()
-{
-    EnvelopeData e;
-    e.upper = ramp(4, 0.5, 1.0);
-    e.lower = ramp(4, 0.5, 1.0);
-    e.upper.samples.writable()[1] = std::nan("");
-    e.lower.samples.writable()[2] = std::nan("");
-    const QVector<EnvelopePoint> points = sampleEnvelopeToPoints(e, 4);
-    QCOMPARE(points.size(), 4);
-    const bool enabled[] = {true, false, false, true};
-    for (int i = 0; i < 4; ++i) {
-        QCOMPARE(points[i].time, 1.0 + 0.5 * i);
-        QCOMPARE(points[i].enabled, enabled[i]);
-        QCOMPARE(std::isnan(points[i].upperValue), !enabled[i]);
-        QCOMPARE(std::isnan(points[i].lowerValue), !enabled[i]);
-    }
-    QCOMPARE(points[3].upperValue, 3.0);
-}
-
-void TstEnvelopePoints::fewerPointsInterpolateBetweenSamples()
-{
-    EnvelopeData e;
-    e.upper = ramp(5, 1.0, 0.0); // 0 1 2 3 4
-    e.lower = ramp(5, 1.0, 0.0);
-    const QVector<EnvelopePoint> points = sampleEnvelopeToPoints(e, 3);
-    QCOMPARE(points.size(), 3);
-    QCOMPARE(points[1].time, 2.0);
-    QCOMPARE(points[1].upperValue, 2.0);
-    const QVector<EnvelopePoint> denser = sampleEnvelopeToPoints(e, 9);
-    QCOMPARE(denser[1].time, 0.5);
-    QCOMPARE(denser[1].upperValue, 0.5);
-    QCOMPARE(denser[8].upperValue, 4.0);
-}
 
 QTEST_APPLESS_MAIN(TstEnvelopePoints)
 #include "tst_envelopepoints.moc"

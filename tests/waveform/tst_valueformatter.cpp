@@ -9,99 +9,92 @@ class TstValueFormatter : public QObject
     Q_OBJECT
 
 private slots:
-    void formatsWithPrefixAndFewestDigits_data();
-    void formatsWithPrefixAndFewestDigits();
-    void parsesPrefixedText_data();
-    void parsesPrefixedText();
-    void seriesValuesSurviveFormatThenParse_data();
-    void seriesValuesSurviveFormatThenParse();
-};
+    void formatsWithPrefixAndFewestDigits_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QString>("unit");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("milli") << 0.002 << "s" << "2 ms";
+        QTest::newRow("hundreds of milli") << 0.5 << "V" << "500 mV";
+        QTest::newRow("kilo with decimals") << 1500.0 << "V" << "1.5 kV";
+        QTest::newRow("zero") << 0.0 << "V" << "0 V";
+        QTest::newRow("negative micro") << -20e-6 << "A" << QString::fromUtf8("-20 μA");
+        QTest::newRow("no unit") << 2e-9 << "" << "2 n";
+        QTest::newRow("no unit, no prefix") << 5.0 << "" << "5";
+        QTest::newRow("tera") << 2e12 << "Hz" << "2 THz";
+        QTest::newRow("below pico") << 1e-15 << "s" << "0.001 ps";
+        QTest::newRow("six significant at most") << 1234.5678 << "V" << "1.23457 kV";
+        QTest::newRow("rounding carries to the next prefix") << 0.9999996 << "V" << "1 V";
+    }
 
-void TstValueFormatter::formatsWithPrefixAndFewestDigits_data()
-{
-    QTest::addColumn<double>("value");
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("milli") << 0.002 << "s" << "2 ms";
-    QTest::newRow("hundreds of milli") << 0.5 << "V" << "500 mV";
-    QTest::newRow("kilo with decimals") << 1500.0 << "V" << "1.5 kV";
-    QTest::newRow("zero") << 0.0 << "V" << "0 V";
-    QTest::newRow("negative micro") << -20e-6 << "A" << QString::fromUtf8("-20 μA");
-    QTest::newRow("no unit") << 2e-9 << "" << "2 n";
-    QTest::newRow("no unit, no prefix") << 5.0 << "" << "5";
-    QTest::newRow("tera") << 2e12 << "Hz" << "2 THz";
-    QTest::newRow("below pico") << 1e-15 << "s" << "0.001 ps";
-    QTest::newRow("six significant at most") << 1234.5678 << "V" << "1.23457 kV";
-    QTest::newRow("rounding carries to the next prefix") << 0.9999996 << "V" << "1 V";
-}
+    void formatsWithPrefixAndFewestDigits()
+    {
+        QFETCH(double, value);
+        QFETCH(QString, unit);
+        QFETCH(QString, text);
+        QCOMPARE(ValueFormatter::formatWithUnit(value, unit), text);
+    }
 
-void TstValueFormatter::formatsWithPrefixAndFewestDigits()
-{
-    QFETCH(double, value);
-    QFETCH(QString, unit);
-    QFETCH(QString, text);
-    QCOMPARE(ValueFormatter::formatWithUnit(value, unit), text);
-}
+    void parsesPrefixedText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("unit");
+        QTest::addColumn<double>("value"); // NaN: does not parse
+        const double nan = std::nan("");
+        QTest::newRow("milli with unit") << "2 ms" << "s" << 0.002;
+        QTest::newRow("milli without blank") << "2ms" << "s" << 0.002;
+        QTest::newRow("mega is upper case") << "2 Ms" << "s" << 2e6;
+        QTest::newRow("prefix without unit") << "2 m" << "s" << 0.002;
+        QTest::newRow("bare number") << "2" << "s" << 2.0;
+        QTest::newRow("unit alone") << "2 s" << "s" << 2.0;
+        QTest::newRow("trimmed") << "  5 ks  " << "s" << 5000.0;
+        QTest::newRow("greek mu") << QString::fromUtf8("2 μs") << "s" << 2e-6;
+        QTest::newRow("ascii u") << "2 us" << "s" << 2e-6;
+        QTest::newRow("micro sign does not parse") << QString::fromUtf8("2 µs") << "s" << nan;
+        QTest::newRow("femto does not parse") << "2 fs" << "s" << nan;
+        QTest::newRow("comma is no decimal point") << "2,5 ms" << "s" << nan;
+        QTest::newRow("unknown letter") << "2 x" << "s" << nan;
+        QTest::newRow("empty") << "" << "s" << nan;
+        QTest::newRow("empty unit, bare") << "5" << "" << 5.0;
+        QTest::newRow("empty unit, kilo") << "5k" << "" << 5000.0;
+        QTest::newRow("unit that is a prefix letter") << "2 mm" << "m" << 0.002;
+        QTest::newRow("unit that is a prefix letter, plain") << "2 m" << "m" << 2.0;
+        QTest::newRow("exact sub-unit scaling") << "200 nV" << "V" << 2e-7;
+    }
 
-void TstValueFormatter::parsesPrefixedText_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("unit");
-    QTest::addColumn<double>("value"); // NaN: does not parse
-    const double nan = std::nan("");
-    QTest::newRow("milli with unit") << "2 ms" << "s" << 0.002;
-    QTest::newRow("milli without blank") << "2ms" << "s" << 0.002;
-    QTest::newRow("mega is upper case") << "2 Ms" << "s" << 2e6;
-    QTest::newRow("prefix without unit") << "2 m" << "s" << 0.002;
-    QTest::newRow("bare number") << "2" << "s" << 2.0;
-    QTest::newRow("unit alone") << "2 s" << "s" << 2.0;
-    QTest::newRow("trimmed") << "  5 ks  " << "s" << 5000.0;
-    QTest::newRow("greek mu") << QString::fromUtf8("2 μs") << "s" << 2e-6;
-    QTest::newRow("ascii u") << "2 us" << "s" << 2e-6;
-    QTest::newRow("micro sign does not parse") << QString::fromUtf8("2 µs") << "s" << nan;
-    QTest::newRow("femto does not parse") << "2 fs" << "s" << nan;
-    QTest::newRow("comma is no decimal point") << "2,5 ms" << "s" << nan;
-    QTest::newRow("unknown letter") << "2 x" << "s" << nan;
-    QTest::newRow("empty") << "" << "s" << nan;
-    QTest::newRow("empty unit, bare") << "5" << "" << 5.0;
-    QTest::newRow("empty unit, kilo") << "5k" << "" << 5000.0;
-    QTest::newRow("unit that is a prefix letter") << "2 mm" << "m" << 0.002;
-    QTest::newRow("unit that is a prefix letter, plain") << "2 m" << "m" << 2.0;
-    QTest::newRow("exact sub-unit scaling") << "200 nV" << "V" << 2e-7;
-}
+    void parsesPrefixedText()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, unit);
+        QFETCH(double, value);
+        const double parsed = parseScaledValue(text, unit);
+        if (std::isnan(value))
+            QVERIFY2(std::isnan(parsed), qPrintable(QString::number(parsed)));
+        else
+            QCOMPARE(parsed, value);
+    }
 
-void TstValueFormatter::parsesPrefixedText()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, unit);
-    QFETCH(double, value);
-    const double parsed = parseScaledValue(text, unit);
-    if (std::isnan(value))
-        QVERIFY2(std::isnan(parsed), qPrintable(QString::number(parsed)));
-    else
-        QCOMPARE(parsed, value);
-}
+    void seriesValuesSurviveFormatThenParse_data()
+    {
+        QTest::addColumn<QString>("unit");
+        QTest::newRow("volts") << "V";
+        QTest::newRow("seconds") << "s";
+        QTest::newRow("no unit") << "";
+        QTest::newRow("metres, a prefix letter") << "m";
+    }
 
-void TstValueFormatter::seriesValuesSurviveFormatThenParse_data()
-{
-    QTest::addColumn<QString>("unit");
-    QTest::newRow("volts") << "V";
-    QTest::newRow("seconds") << "s";
-    QTest::newRow("no unit") << "";
-    QTest::newRow("metres, a prefix letter") << "m";
-}
-
-void TstValueFormatter::seriesValuesSurviveFormatThenParse()
-{
-    QFETCH(QString, unit);
-    for (double v = 1e-12; v <= 1e12; v = Scale125::nextUp(v)) {
-        for (double signedValue : {v, -v}) {
-            const QString text = ValueFormatter::formatWithUnit(signedValue, unit);
-            QVERIFY2(parseScaledValue(text, unit) == signedValue,
-                     qPrintable(text + QStringLiteral(" from %1").arg(signedValue, 0, 'g', 17)));
+    void seriesValuesSurviveFormatThenParse()
+    {
+        QFETCH(QString, unit);
+        for (double v = 1e-12; v <= 1e12; v = Scale125::nextUp(v)) {
+            for (double signedValue : {v, -v}) {
+                const QString text = ValueFormatter::formatWithUnit(signedValue, unit);
+                QVERIFY2(parseScaledValue(text, unit) == signedValue,
+                         qPrintable(text + QStringLiteral(" from %1").arg(signedValue, 0, 'g', 17)));
+            }
         }
     }
-}
+};
 
 QTEST_APPLESS_MAIN(TstValueFormatter)
 #include "tst_valueformatter.moc"

@@ -16,11 +16,11 @@ namespace {
 
 struct Script
 {
-    int32_t count = 5;
+    int32_t count = 5; // -1: the count fails
     int failInfoAt = -1;
     int failDataAt = -1;
     int infoCalls = 0;
-    uint64_t longSamples = 0;  // waveform 2 has this many samples when set
+    uint64_t longSamples = 0; // waveform 2 has this many samples when set
     bool longReadOffGuiThread = false;
 } script;
 
@@ -31,7 +31,7 @@ extern "C" {
 int sigrok_read_waveform_count(const char *, int32_t *count)
 {
     *count = script.count;
-    return 0;
+    return script.count < 0 ? -1 : 0;
 }
 
 int sigrok_read_waveform_info_by_index(const char *, int32_t index, SigrokWaveformInfo *info)
@@ -62,7 +62,7 @@ int sigrok_read_waveform_data_by_index(const char *, int32_t index, double *samp
 
 const char *sigrok_get_last_error(void)
 {
-    return script.failInfoAt >= 0 ? "disk went away" : "member analog-1-3-1 truncated";
+    return script.count < 0 ? "not a zip archive" : script.failInfoAt >= 0 ? "disk went away" : "member analog-1-3-1 truncated";
 }
 
 } // extern "C"
@@ -72,67 +72,65 @@ class TstWaveformWindowReader : public QObject
     Q_OBJECT
 
 private slots:
-    void failureAddsNothingAndSaysWhich_data();
-    void failureAddsNothingAndSaysWhich();
-    void readsEveryWaveformInOrder();
-    void readsLongWaveformsBehindAProgressDialog();
+    void failureAddsNothingAndSaysWhich_data()
+    {
+        QTest::addColumn<int>("count");
+        QTest::addColumn<int>("failInfoAt");
+        QTest::addColumn<int>("failDataAt");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("not a capture") << -1 << -1 << -1 << "Could not read from waveform file: not a zip archive";
+        QTest::newRow("info of the third") << 5 << 2 << -1 << "Could not read info of waveform 3/5: disk went away";
+        QTest::newRow("data of the third") << 5 << -1 << 2
+                                           << "Could not read data of waveform 3/5: member analog-1-3-1 truncated";
+    }
+    void failureAddsNothingAndSaysWhich()
+    {
+        QFETCH(int, count);
+        QFETCH(int, failInfoAt);
+        QFETCH(int, failDataAt);
+        QFETCH(QString, message);
+        script = Script{count, failInfoAt, failDataAt};
+        MessageBoxAnswerer answerer({QMessageBox::Ok});
+        WaveformWindow window("any.sr", "t");
+        QCOMPARE(answerer.asked, 1);
+        QCOMPARE(answerer.title, QStringLiteral("Reading waveform file failed"));
+        QCOMPARE(answerer.text, message);
+        QCOMPARE(answerer.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(window.graph()->waveformCount(), 0);
+        QCOMPARE(script.infoCalls, count < 0 ? 0 : 3); // the load stops at the failure
+    }
+
+    void readsEveryWaveformInOrder()
+    {
+        script = Script{};
+        WaveformWindow window("any.sr", "t");
+        QCOMPARE(window.graph()->waveformCount(), 5);
+        QCOMPARE(window.graph()->waveformName(4), QStringLiteral("W5"));
+        script = Script{0};
+        WaveformWindow empty("any.sr", "t");
+        QCOMPARE(empty.graph()->waveformCount(), 0);
+    }
+
+    void readsLongWaveformsBehindAProgressDialog()
+    {
+        script = Script{};
+        script.longSamples = 5'000'000;
+        // Looks from the GUI thread, whose event loop must keep running during the read.
+        const auto progressShown = [] {
+            const QWidgetList widgets = QApplication::topLevelWidgets();
+            return std::any_of(widgets.begin(), widgets.end(),
+                               [](QWidget *w) { return qobject_cast<QProgressDialog *>(w) && w->isVisible(); });
+        };
+        bool shown = false;
+        QTimer look;
+        connect(&look, &QTimer::timeout, [&] { shown |= progressShown(); });
+        look.start(10);
+        WaveformWindow window("any.sr", "t");
+        QVERIFY(script.longReadOffGuiThread && shown && !progressShown());
+        QCOMPARE(window.graph()->waveformCount(), 5);
+        QCOMPARE(window.graph()->waveformName(1), QStringLiteral("W2"));
+    }
 };
-
-void TstWaveformWindowReader::failureAddsNothingAndSaysWhich_data()
-{
-    QTest::addColumn<int>("failInfoAt");
-    QTest::addColumn<int>("failDataAt");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("info of the third") << 2 << -1 << "Could not read info of waveform 3/5: disk went away";
-    QTest::newRow("data of the third") << -1 << 2 << "Could not read data of waveform 3/5: member analog-1-3-1 truncated";
-}
-
-void TstWaveformWindowReader::failureAddsNothingAndSaysWhich()
-{
-    QFETCH(int, failInfoAt);
-    QFETCH(int, failDataAt);
-    QFETCH(QString, message);
-    script = Script{5, failInfoAt, failDataAt, 0};
-    MessageBoxAnswerer answerer({QMessageBox::Ok});
-    WaveformWindow window("any.sr", "t");
-    QCOMPARE(answerer.asked, 1);
-    QCOMPARE(answerer.title, QStringLiteral("Reading waveform file failed"));
-    QCOMPARE(answerer.text, message);
-    QCOMPARE(window.graph()->waveformCount(), 0);
-    QCOMPARE(script.infoCalls, 3); // the load stops at the failure
-}
-
-void TstWaveformWindowReader::readsEveryWaveformInOrder()
-{
-    script = Script{};
-    WaveformWindow window("any.sr", "t");
-    QCOMPARE(window.graph()->waveformCount(), 5);
-    QCOMPARE(window.graph()->waveformName(4), QStringLiteral("W5"));
-    script = Script{0};
-    WaveformWindow empty("any.sr", "t");
-    QCOMPARE(empty.graph()->waveformCount(), 0);
-}
-
-void TstWaveformWindowReader::readsLongWaveformsBehindAProgressDialog()
-{
-    script = Script{};
-    script.longSamples = 5'000'000;
-    // Looks from the GUI thread, whose event loop must keep running during the read.
-    bool progressShown = false;
-    QTimer look;
-    connect(&look, &QTimer::timeout, [&] {
-        for (QWidget *w : QApplication::topLevelWidgets())
-            progressShown |= qobject_cast<QProgressDialog *>(w) && w->isVisible();
-    });
-    look.start(10);
-    WaveformWindow window("any.sr", "t");
-    QVERIFY(script.longReadOffGuiThread);
-    QVERIFY(progressShown);
-    QCOMPARE(window.graph()->waveformCount(), 5);
-    QCOMPARE(window.graph()->waveformName(1), QStringLiteral("W2"));
-    for (QWidget *w : QApplication::topLevelWidgets())
-        QVERIFY(!qobject_cast<QProgressDialog *>(w) || !w->isVisible());
-}
 
 QTEST_MAIN(TstWaveformWindowReader)
 #include "tst_waveformwindow_reader.moc"
