@@ -8,6 +8,7 @@
 #include <QWidget>
 
 class QAction;
+class QLabel;
 class QMenu;
 class QMenuBar;
 class VornGraph;
@@ -37,6 +38,11 @@ public:
 
     VornGraph *graph() const { return m_graph; }
 
+    // "A1: fail, 3 violations, first at 12.5 ms", one line per waveform with an envelope.
+    QString envelopeCheckSummary() const;
+    void showNextViolation();
+    void showPreviousViolation();
+
 signals:
     void closed();
     void envelopeEditingFinished(int waveformIndex);
@@ -55,12 +61,17 @@ private slots:
     void onDeleteEnvelopeRequested(int waveformIndex);
     void onEnvelopeStateChanged();
     void onWaveformSelectionChanged(int index);
+    void onEnvelopeChecked();
 
 private:
     void setupMenuBar();
     void updateEnvelopeActions(int index);
     void showEnvelopeEditorDialog(int index);
     void showError(const QString &text);
+
+    // The envelope check: summary and violation navigation (waveformwindow_check.cpp)
+    void setupEnvelopeCheck();
+    int violationWaveformIndex() const;
 
     // Loading (waveformwindow_loading.cpp)
     void loadWaveforms(const QString &filePath);
@@ -82,6 +93,9 @@ private:
     QString m_filePath;
     QVector<EnvelopeData> m_originalEnvelopes;
     bool m_envelopeEditingEnabled = true;
+    QAction *m_nextViolationAction = nullptr;
+    QAction *m_previousViolationAction = nullptr;
+    QLabel *m_checkSummaryLabel = nullptr;
 };
 
 #endif
