@@ -99,69 +99,133 @@ struct Partial
     }
 };
 
-// Two lanes of doubles, which every 64-bit target's vector unit holds.
-typedef double Doubles __attribute__((vector_size(16)));
-typedef int64_t Masks __attribute__((vector_size(16)));
-
-struct Lanes
+// W lanes of doubles: two fit every 64-bit target's vector unit, four an AVX2 one.
+template<int W>
+struct Lanes;
+template<>
+struct Lanes<2>
 {
-    Doubles slack = {INFINITY, INFINITY};
-    Doubles sum = {0, 0};
+    typedef double D __attribute__((vector_size(16)));
+    typedef int64_t M __attribute__((vector_size(16)));
+};
+template<>
+struct Lanes<4>
+{
+    typedef double D __attribute__((vector_size(32)));
+    typedef int64_t M __attribute__((vector_size(32)));
 };
 
-// The smallest slack of two samples at positions x: their distance inside the nearer limit, and
-// under both limits as a part of the band's height. It is negative exactly where a sample lies
-// outside, since u - v < 0 holds exactly when v > u. Comparisons are false for NaN, so a NaN
-// sample never wins the minimum; the sum shows whether there was one.
-template<bool U, bool L>
-inline void slackLanes(Doubles v, Doubles x, const TimeBase &time, const Line &up, const Line &lo, Lanes &a)
+// The slack of W samples at positions x: their distance inside the nearer limit, with Fraction
+// as a part of the band's height. It is negative exactly where a sample lies outside, since
+// u - v < 0 holds exactly when v > u. Comparisons are false for NaN, so a NaN sample never wins
+// the minimum; the sum shows whether there was one.
+template<bool U, bool L, int W, bool Fraction>
+[[gnu::always_inline]] inline void slackLanes(const typename Lanes<W>::D &v, const typename Lanes<W>::D &x,
+                                              const TimeBase &time, const Line &up, const Line &lo,
+                                              typename Lanes<W>::D &minimum, typename Lanes<W>::D &sum)
 {
-    const Doubles t = x * time.interval + time.start;
-    const Doubles u = up.value + up.slope * (t - up.origin);
-    const Doubles l = lo.value + lo.slope * (t - lo.origin);
-    const Doubles toUpper = u - v, toLower = v - l;
-    Doubles slack = U ? toUpper : toLower;
-    if (U && L) {
+    using D = typename Lanes<W>::D;
+    using M = typename Lanes<W>::M;
+    const D t = x * time.interval + time.start;
+    const D u = up.value + up.slope * (t - up.origin);
+    const D l = lo.value + lo.slope * (t - lo.origin);
+    const D toUpper = u - v, toLower = v - l;
+    D slack = U ? toUpper : toLower;
+    if (U && L)
+        slack = toUpper < toLower ? toUpper : toLower;
+    if (U && L && Fraction) {
         // An inverted band gives a negative slack rather than a positive one.
-        const Doubles height = (Doubles)((Masks)(u - l) & INT64_MAX);
-        slack = (toUpper < toLower ? toUpper : toLower) / height;
+        slack /= (D)((M)(u - l) & INT64_MAX);
     }
-    a.slack = slack < a.slack ? slack : a.slack;
-    a.sum += v;
+    minimum = slack < minimum ? slack : minimum;
+    sum += v;
 }
 
-// The smallest slack of samples [c, end), four at a time in two independent pairs of lanes so
-// that the minima do not wait on each other; and whether a NaN (or an infinity) was among them.
-template<bool U, bool L>
+// The smallest slack of samples [c, end), in two independent vectors so that the minima do not
+// wait on each other; and whether a NaN (or an infinity) was among them.
+template<bool U, bool L, int W, bool Fraction>
+[[gnu::always_inline]] inline double chunkSlackOf(const double *s, uint64_t c, uint64_t end, const TimeBase &time,
+                                                  const Line &up, const Line &lo, bool &unusual)
+{
+    using D = typename Lanes<W>::D;
+    D x0, x1, minimum0, minimum1, sum0 = {}, sum1 = {};
+    for (int k = 0; k < W; ++k) {
+        x0[k] = static_cast<double>(c + k);
+        x1[k] = static_cast<double>(c + W + k);
+        minimum0[k] = minimum1[k] = INFINITY;
+    }
+    uint64_t i = c;
+    for (; i + 2 * W <= end; i += 2 * W, x0 += 2 * W, x1 += 2 * W) {
+        D v0, v1;
+        std::memcpy(&v0, s + i, sizeof v0);
+        std::memcpy(&v1, s + i + W, sizeof v1);
+        slackLanes<U, L, W, Fraction>(v0, x0, time, up, lo, minimum0, sum0);
+        slackLanes<U, L, W, Fraction>(v1, x1, time, up, lo, minimum1, sum1);
+    }
+    for (; i < end; ++i) {
+        // Every lane on the same sample: a minimum does not mind seeing it twice.
+        const D v = D{} + s[i], x = D{} + static_cast<double>(i);
+        slackLanes<U, L, W, Fraction>(v, x, time, up, lo, minimum0, sum0);
+    }
+    double sum = 0.0, minimum = INFINITY;
+    for (int k = 0; k < W; ++k) {
+        sum += sum0[k] + sum1[k];
+        minimum = std::min({minimum, minimum0[k], minimum1[k]});
+    }
+    unusual = !std::isfinite(sum);
+    return minimum;
+}
+
+template<bool U, bool L, bool Fraction>
+double chunkSlackPlain(const double *s, uint64_t c, uint64_t end, const TimeBase &time, const Line &up, const Line &lo,
+                       bool &unusual)
+{
+    return chunkSlackOf<U, L, 2, Fraction>(s, c, end, time, up, lo, unusual);
+}
+
+#if defined(__GNUC__) && defined(__x86_64__)
+// The same arithmetic four lanes wide, without FMA so that every result is the same as above.
+template<bool U, bool L, bool Fraction>
+__attribute__((target("avx2"))) double chunkSlackWide(const double *s, uint64_t c, uint64_t end, const TimeBase &time,
+                                                     const Line &up, const Line &lo, bool &unusual)
+{
+    return chunkSlackOf<U, L, 4, Fraction>(s, c, end, time, up, lo, unusual);
+}
+
+const bool HAS_AVX2 = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+}();
+#endif
+
+template<bool U, bool L, bool Fraction>
 double chunkSlack(const double *s, uint64_t c, uint64_t end, const TimeBase &time, const Line &up, const Line &lo,
                   bool &unusual)
 {
-    const Doubles four = {4, 4};
-    Doubles x0 = {0, 1}, x1 = {2, 3};
-    x0 += static_cast<double>(c);
-    x1 += static_cast<double>(c);
-    Lanes a, b;
-    uint64_t i = c;
-    for (; i + 4 <= end; i += 4, x0 += four, x1 += four) {
-        Doubles v0, v1;
-        std::memcpy(&v0, s + i, sizeof v0);
-        std::memcpy(&v1, s + i + 2, sizeof v1);
-        slackLanes<U, L>(v0, x0, time, up, lo, a);
-        slackLanes<U, L>(v1, x1, time, up, lo, b);
-    }
-    for (; i < end; ++i) {
-        // Both lanes on the same sample: a minimum does not mind seeing it twice.
-        const Doubles v = {s[i], s[i]}, x = {static_cast<double>(i), static_cast<double>(i)};
-        slackLanes<U, L>(v, x, time, up, lo, a);
-    }
-    const double sum = a.sum[0] + a.sum[1] + b.sum[0] + b.sum[1];
-    unusual = !std::isfinite(sum);
-    return std::min({a.slack[0], a.slack[1], b.slack[0], b.slack[1]});
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (HAS_AVX2)
+        return chunkSlackWide<U, L, Fraction>(s, c, end, time, up, lo, unusual);
+#endif
+    return chunkSlackPlain<U, L, Fraction>(s, c, end, time, up, lo, unusual);
+}
+
+// Whether samples first..last, the nearest of them slack inside the band, could hold a smaller
+// margin than best. The band's height is linear in between, so it is largest at an end; a
+// division per sample is only spent where the bound comes within rounding of the best.
+bool mayLowerMargin(double slack, uint64_t first, uint64_t last, const TimeBase &time, const Line &up,
+                    const Line &lo, double best)
+{
+    const auto height = [&](uint64_t i) {
+        const double t = time.at(i);
+        return std::fabs((up.value + up.slope * (t - up.origin)) - (lo.value + lo.slope * (t - lo.origin)));
+    };
+    const double bound = slack / std::max(height(first), height(last));
+    return !(bound > best + 1e-9 * std::fabs(best));
 }
 
 // Samples [first, last) under an upper limit (U), a lower one (L) or both. Most chunks hold
-// neither a violation nor a NaN and need only their slack; the others are walked again one
-// sample at a time to count and locate.
+// neither a violation nor a NaN and need only their smallest slack; the others are walked again
+// one sample at a time to count and locate.
 template<bool U, bool L>
 void judge(const double *s, uint64_t first, uint64_t last, const TimeBase &time, const Line &up,
            const Line &lo, Partial &p, ViolationMask *mask)
@@ -169,11 +233,12 @@ void judge(const double *s, uint64_t first, uint64_t last, const TimeBase &time,
     for (uint64_t c = first; c < last; c += CHUNK) {
         const uint64_t end = std::min(last, c + CHUNK);
         bool unusual = false;
-        const double slack = chunkSlack<U, L>(s, c, end, time, up, lo, unusual);
-        if (U && L)
-            p.minMargin = std::min(p.minMargin, slack);
+        const double slack = chunkSlack<U, L, false>(s, c, end, time, up, lo, unusual);
+        const bool located = slack < 0.0 || unusual;
+        if (U && L && (located || mayLowerMargin(slack, c, end - 1, time, up, lo, p.minMargin)))
+            p.minMargin = std::min(p.minMargin, chunkSlack<U, L, true>(s, c, end, time, up, lo, unusual));
         p.checked += end - c;
-        if (!(slack < 0.0) && !unusual)
+        if (!located)
             continue;
         for (uint64_t i = c; i < end; ++i) {
             const double v = s[i];
