@@ -93,6 +93,7 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
 {
     std::printf("\n");
     printReduction(makeSamples(LONG));
+    printCheck(makeSamples(LONG));
     printLoad();
     std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
     std::fflush(stdout);

@@ -9,6 +9,9 @@
 // the repaint included (bench_drag.cpp).
 double dragMillisecondsPerMove(int points);
 
+// Prints the check 100M line (bench_check.cpp).
+void printCheck(std::vector<double> samples);
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif

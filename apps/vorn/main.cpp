@@ -1,7 +1,6 @@
-// vorn: lists, dumps and makes envelopes of the waveforms in a sigrok session file.
+// vorn: lists, dumps, makes envelopes of and checks the waveforms in sigrok session files.
 
-#include "vornwaveform.h"
-#include "waveform_sigrok.h"
+#include "capture.h"
 
 #include <algorithm>
 #include <charconv>
@@ -18,43 +17,17 @@ namespace {
 const char USAGE[] =
     "usage: vorn list FILE.sr\n"
     "       vorn dump FILE.sr NAME [--count N]\n"
-    "       vorn envelope FILE.sr NAME [--points N]\n"
-    "       vorn envelope FILE.sr NAME --remove\n";
+    "       vorn envelope FILE.sr NAME [--points N] [--dx TIME] [--dy VALUE]\n"
+    "       vorn envelope FILE.sr NAME --from GOOD.sr [GOOD.sr ...] [--points N] [--sigma K]\n"
+    "                     [--dx TIME] [--dy VALUE]\n"
+    "       vorn envelope FILE.sr NAME --remove\n"
+    "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
+    "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_FAILED = 2;
 constexpr int DEFAULT_POINTS = 20;
 constexpr int DIVISIONS = 10;
-
-struct UsageError {};
-struct Failure { std::string reason; };
-
-[[noreturn]] void failWithReaderError()
-{
-    throw Failure{sigrok_get_last_error()};
-}
-
-std::vector<SigrokWaveformInfo> readInfos(const std::string &path)
-{
-    int32_t count = 0;
-    if (sigrok_read_waveform_count(path.c_str(), &count) != 0)
-        failWithReaderError();
-    std::vector<SigrokWaveformInfo> infos(static_cast<size_t>(std::max(count, 0)));
-    for (int32_t i = 0; i < count; ++i) {
-        if (sigrok_read_waveform_info_by_index(path.c_str(), i, &infos[static_cast<size_t>(i)]) != 0)
-            failWithReaderError();
-    }
-    return infos;
-}
-
-int32_t findWaveform(const std::vector<SigrokWaveformInfo> &infos, const std::string &name)
-{
-    for (size_t i = 0; i < infos.size(); ++i) {
-        if (name == infos[i].name)
-            return static_cast<int32_t>(i);
-    }
-    throw Failure{"no waveform named '" + name + "'"};
-}
 
 uint64_t parseCount(const char *text, uint64_t min, uint64_t max)
 {
@@ -85,23 +58,6 @@ int list(const std::string &path)
     return 0;
 }
 
-WaveformData loadWaveform(const std::string &path, const std::string &name, uint64_t limit)
-{
-    const auto infos = readInfos(path);
-    const int32_t index = findWaveform(infos, name);
-    const SigrokWaveformInfo &info = infos[static_cast<size_t>(index)];
-    WaveformData waveform;
-    waveform.name = QString::fromUtf8(info.name);
-    waveform.unit = QString::fromUtf8(info.unit);
-    waveform.sampleInterval = info.sampleInterval;
-    waveform.startTime = info.startTime;
-    const uint64_t count = std::min(limit, info.sampleCount);
-    waveform.samples.writable().resize(count);
-    if (sigrok_read_waveform_data_by_index(path.c_str(), index, waveform.samples.writable().data(), count) != 0)
-        failWithReaderError();
-    return waveform;
-}
-
 int dump(const std::string &path, const std::string &name, uint64_t count)
 {
     const WaveformData waveform = loadWaveform(path, name, count);
@@ -130,8 +86,62 @@ void initialRange(const std::vector<double> &samples, double &yMin, double &yMax
     yMax = centre + division * DIVISIONS / 2;
 }
 
-int makeEnvelope(const std::string &path, const std::string &name, int pointCount)
+struct EnvelopeOptions
 {
+    int points = DEFAULT_POINTS;
+    std::vector<std::string> from;
+    double sigma = 0.0;
+    std::string dx = "0";
+    std::string dy = "0";
+};
+
+EnvelopeOptions parseEnvelopeOptions(const std::vector<std::string> &args)
+{
+    EnvelopeOptions o;
+    for (size_t i = 3; i < args.size(); ++i) {
+        const std::string &a = args[i];
+        const bool hasValue = i + 1 < args.size();
+        if (a == "--points" && hasValue)
+            o.points = static_cast<int>(parseCount(args[++i].c_str(), 2, 1000000));
+        else if (a == "--sigma" && hasValue)
+            o.sigma = parseScaledValue(QString::fromStdString(args[++i]), QString());
+        else if (a == "--dx" && hasValue)
+            o.dx = args[++i];
+        else if (a == "--dy" && hasValue)
+            o.dy = args[++i];
+        else if (a == "--from" && hasValue && args[i + 1].rfind("--", 0) != 0)
+            while (i + 1 < args.size() && args[i + 1].rfind("--", 0) != 0)
+                o.from.push_back(args[++i]);
+        else
+            throw UsageError{};
+    }
+    if (!(o.sigma >= 0.0) || (o.sigma > 0.0 && o.from.empty()))
+        throw UsageError{};
+    return o;
+}
+
+// A tolerance given on the command line: a number with an optional prefix and unit, not negative.
+double parseTolerance(const std::string &text, const QString &unit)
+{
+    const double value = parseScaledValue(QString::fromStdString(text), unit);
+    if (!(value >= 0.0) || !std::isfinite(value))
+        throw Failure{"'" + text + "' is no tolerance in " + (unit.isEmpty() ? "units" : unit.toStdString())};
+    return value;
+}
+
+void storeEnvelope(const std::string &path, const QString &name, EnvelopeData envelope, const EnvelopeOptions &o)
+{
+    const double dx = parseTolerance(o.dx, QStringLiteral("s"));
+    const double dy = parseTolerance(o.dy, envelope.upper.unit);
+    if (dx > 0.0 || dy > 0.0)
+        envelope = widenEnvelope(envelope, dx, dy);
+    if (!saveEnvelope(QString::fromStdString(path), name, envelope))
+        throw Failure{lastEnvelopeFileError().toStdString()};
+}
+
+int makeEnvelope(const std::string &path, const std::string &name, const EnvelopeOptions &options)
+{
+    const int pointCount = options.points;
     const WaveformData waveform = loadWaveform(path, name, std::numeric_limits<uint64_t>::max());
     const std::vector<double> &samples = *waveform.samples;
     if (samples.size() < 2)
@@ -155,8 +165,27 @@ int makeEnvelope(const std::string &path, const std::string &name, int pointCoun
         envelope.upper.samples.writable().push_back(p.enabled ? p.upperValue : nan);
         envelope.lower.samples.writable().push_back(p.enabled ? p.lowerValue : nan);
     }
-    if (!saveEnvelope(QString::fromStdString(path), waveform.name, envelope))
-        throw Failure{lastEnvelopeFileError().toStdString()};
+    storeEnvelope(path, waveform.name, envelope, options);
+    return 0;
+}
+
+// The envelope of NAME in FILE from the spread of NAME over several good captures.
+int makeEnvelopeFrom(const std::string &path, const std::string &name, const EnvelopeOptions &options)
+{
+    findWaveform(readInfos(path), name);
+    QVector<WaveformData> captures;
+    for (const std::string &good : options.from) {
+        try {
+            captures.append(loadWaveform(good, name, std::numeric_limits<uint64_t>::max()));
+        } catch (const Failure &failure) {
+            throw Failure{good + ": " + failure.reason};
+        }
+    }
+    QString error;
+    const EnvelopeData envelope = envelopeFromCaptures(captures, options.points, options.sigma, &error);
+    if (envelope.isEmpty())
+        throw Failure{error.toStdString()};
+    storeEnvelope(path, QString::fromStdString(name), envelope, options);
     return 0;
 }
 
@@ -181,12 +210,14 @@ int run(const std::vector<std::string> &args)
         return dump(path, args[2], std::numeric_limits<uint64_t>::max());
     if (command == "dump" && args.size() == 5 && args[3] == "--count")
         return dump(path, args[2], parseCount(args[4].c_str(), 0, std::numeric_limits<uint64_t>::max()));
-    if (command == "envelope" && args.size() == 3)
-        return makeEnvelope(path, args[2], DEFAULT_POINTS);
     if (command == "envelope" && args.size() == 4 && args[3] == "--remove")
         return removeEnvelopeOf(path, args[2]);
-    if (command == "envelope" && args.size() == 5 && args[3] == "--points")
-        return makeEnvelope(path, args[2], static_cast<int>(parseCount(args[4].c_str(), 2, 1000000)));
+    if (command == "envelope" && args.size() >= 3) {
+        const EnvelopeOptions options = parseEnvelopeOptions(args);
+        return options.from.empty() ? makeEnvelope(path, args[2], options) : makeEnvelopeFrom(path, args[2], options);
+    }
+    if (command == "check")
+        return checkCaptures(args);
     throw UsageError{};
 }
 

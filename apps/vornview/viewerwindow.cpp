@@ -86,6 +86,9 @@ void ViewerWindow::extendDocumentMenus(WaveformWindow *document)
     fileMenu->insertSeparator(first);
     fileMenu->addSeparator();
     fileMenu->addAction(m_quitAction);
+    QMenu *envelopeMenu = document->envelopeMenu();
+    envelopeMenu->addSeparator();
+    envelopeMenu->addActions({document->nextViolationAction(), document->previousViolationAction()});
     document->menuBar()->addMenu(m_helpMenu);
     document->saveAction()->setShortcut(QKeySequence::Save);
     document->closeAction()->setShortcut(QKeySequence::Close);

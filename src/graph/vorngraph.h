@@ -24,6 +24,8 @@ class QAreaSeries;
 class QCategoryAxis;
 class QChart;
 class QDoubleSpinBox;
+class QGraphicsPathItem;
+class QPainterPath;
 class QLabel;
 class QLineSeries;
 class QPoint;
@@ -79,6 +81,14 @@ public:
     void setEnvelopeEditingEnabled(bool enabled);
     void setEnvelopeEditorPointCount(int count);
 
+    // How waveform index fares against its envelope; checked whenever the envelope is set or
+    // cleared. Empty (nothing checked) without an envelope.
+    EnvelopeCheckResult envelopeCheckResult(int index) const;
+    // Centre the time base on the start of the next (previous) run of samples outside the
+    // envelope, counted from the centre of the screen; false when there is none.
+    bool showNextViolation(int index);
+    bool showPreviousViolation(int index);
+
 signals:
     void envelopeEditingStarted(int waveformIndex);
     void envelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope);
@@ -87,6 +97,7 @@ signals:
     void editEnvelopeRequested(int waveformIndex);
     void deleteEnvelopeRequested(int waveformIndex);
     void waveformSelectionChanged(int waveformIndex);
+    void envelopeChecked(int waveformIndex);
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
@@ -175,6 +186,12 @@ private:
     // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
     void followPlotChanges();
 
+    // vorngraph_violations.cpp: the envelope check and its marks
+    void checkEnvelopeOf(int index);
+    void updateViolationMarks();
+    void addViolationMarks(int index, QPainterPath &path) const;
+    bool centreOnViolation(int index, bool forward);
+
     QSplitter *m_splitter = nullptr;
     QTreeWidget *m_infoTree = nullptr;
     QDoubleSpinBox *m_timeDivisionSpinBox = nullptr;
@@ -220,6 +237,9 @@ private:
     // Min/max index of every long waveform, so that a view change costs the same at any length.
     std::vector<std::shared_ptr<const MinMaxPyramid>> m_pyramids;
     QList<QLineSeries *> m_openGLHeldBack; // series drawn by the scene only while an edit runs
+    QVector<EnvelopeCheckResult> m_checkResults;
+    std::vector<ViolationMask> m_violationMasks;
+    QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
 };
 
 #endif

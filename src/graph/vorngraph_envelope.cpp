@@ -54,6 +54,7 @@ void VornGraph::setEnvelope(int index, const EnvelopeData &envelope)
     m_envelopes[index] = envelope;
     clearEnvelopeSeries(index);
     createEnvelopeSeries(index);
+    checkEnvelopeOf(index);
 }
 
 const EnvelopeData &VornGraph::envelope(int index) const
@@ -75,6 +76,7 @@ void VornGraph::clearEnvelope(int index)
         return;
     clearEnvelopeSeries(index);
     m_envelopes[index] = EnvelopeData();
+    checkEnvelopeOf(index);
 }
 
 void VornGraph::setEnvelopeVisible(int index, bool visible)
@@ -312,4 +314,5 @@ void VornGraph::followPlotChanges()
     if (m_envelopeEditor)
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();
+    updateViolationMarks();
 }

@@ -28,6 +28,7 @@ WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QW
     connect(m_graph, &VornGraph::editEnvelopeRequested, this, &WaveformWindow::onEditEnvelopeRequested);
     connect(m_graph, &VornGraph::deleteEnvelopeRequested, this, &WaveformWindow::onDeleteEnvelopeRequested);
     connect(m_graph, &VornGraph::waveformSelectionChanged, this, &WaveformWindow::onWaveformSelectionChanged);
+    setupEnvelopeCheck();
 
     loadWaveforms(filePath);
     m_graph->displayGraph();

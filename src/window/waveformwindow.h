@@ -8,6 +8,7 @@
 #include <QWidget>
 
 class QAction;
+class QLabel;
 class QMenu;
 class QMenuBar;
 class VornGraph;
@@ -39,6 +40,9 @@ public:
     // For hosts that extend the menus or give the actions keys.
     QMenuBar *menuBar() const { return m_menuBar; }
     QMenu *fileMenu() const { return m_fileMenu; }
+    QMenu *envelopeMenu() const { return m_envelopeMenu; }
+    QAction *nextViolationAction() const { return m_nextViolationAction; }
+    QAction *previousViolationAction() const { return m_previousViolationAction; }
     QAction *saveAction() const { return m_saveAction; }
     QAction *closeAction() const { return m_closeAction; }
 
@@ -46,6 +50,11 @@ public:
     bool hasUnsavedChanges() const;
     // Why the last save failed; empty once a save succeeded.
     QString lastSaveError() const { return m_lastSaveError; }
+
+    // "A1: fail, 3 violations, first at 12.5 ms", one line per waveform with an envelope.
+    QString envelopeCheckSummary() const;
+    void showNextViolation();
+    void showPreviousViolation();
 
 signals:
     void closed();
@@ -68,12 +77,17 @@ private slots:
     void onDeleteEnvelopeRequested(int waveformIndex);
     void onEnvelopeStateChanged();
     void onWaveformSelectionChanged(int index);
+    void onEnvelopeChecked();
 
 private:
     void setupMenuBar();
     void updateEnvelopeActions(int index);
     void showEnvelopeEditorDialog(int index);
     void showError(const QString &text);
+
+    // The envelope check: summary and violation navigation (waveformwindow_check.cpp)
+    void setupEnvelopeCheck();
+    int violationWaveformIndex() const;
 
     // Loading (waveformwindow_loading.cpp)
     void loadWaveforms(const QString &filePath);
@@ -100,6 +114,9 @@ private:
     QVector<EnvelopeData> m_fileEnvelopes;
     QString m_lastSaveError;
     bool m_modified = false;
+    QAction *m_nextViolationAction = nullptr;
+    QAction *m_previousViolationAction = nullptr;
+    QLabel *m_checkSummaryLabel = nullptr;
 };
 
 #endif

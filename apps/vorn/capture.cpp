@@ -1,0 +1,83 @@
+#include "capture.h"
+
+#include <algorithm>
+
+namespace {
+
+[[noreturn]] void failWithReaderError()
+{
+    throw Failure{sigrok_get_last_error()};
+}
+
+} // namespace
+
+std::vector<SigrokWaveformInfo> readInfos(const std::string &path)
+{
+    int32_t count = 0;
+    if (sigrok_read_waveform_count(path.c_str(), &count) != 0)
+        failWithReaderError();
+    std::vector<SigrokWaveformInfo> infos(static_cast<size_t>(std::max(count, 0)));
+    for (int32_t i = 0; i < count; ++i) {
+        if (sigrok_read_waveform_info_by_index(path.c_str(), i, &infos[static_cast<size_t>(i)]) != 0)
+            failWithReaderError();
+    }
+    return infos;
+}
+
+int32_t findWaveform(const std::vector<SigrokWaveformInfo> &infos, const std::string &name)
+{
+    for (size_t i = 0; i < infos.size(); ++i) {
+        if (name == infos[i].name)
+            return static_cast<int32_t>(i);
+    }
+    throw Failure{"no waveform named '" + name + "'"};
+}
+
+WaveformData loadWaveformAt(const std::string &path, const std::vector<SigrokWaveformInfo> &infos, int32_t index,
+                            uint64_t limit)
+{
+    const SigrokWaveformInfo &info = infos[static_cast<size_t>(index)];
+    WaveformData waveform;
+    waveform.name = QString::fromUtf8(info.name);
+    waveform.unit = QString::fromUtf8(info.unit);
+    waveform.sampleInterval = info.sampleInterval;
+    waveform.startTime = info.startTime;
+    const uint64_t count = std::min(limit, info.sampleCount);
+    waveform.samples.writable().resize(count);
+    if (sigrok_read_waveform_data_by_index(path.c_str(), index, waveform.samples.writable().data(), count) != 0)
+        failWithReaderError();
+    return waveform;
+}
+
+WaveformData loadWaveform(const std::string &path, const std::string &name, uint64_t limit)
+{
+    const auto infos = readInfos(path);
+    return loadWaveformAt(path, infos, findWaveform(infos, name), limit);
+}
+
+std::vector<EnvelopedWaveform> envelopedWaveforms(const std::string &path, const std::vector<SigrokWaveformInfo> &infos)
+{
+    const auto endsWith = [](const std::string &s, const std::string &tail) {
+        return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
+    };
+    std::vector<EnvelopedWaveform> result;
+    for (size_t i = 0; i < infos.size(); ++i) {
+        const std::string name = infos[i].name;
+        if (endsWith(name, " [upper]") || endsWith(name, " [lower]"))
+            continue;
+        int32_t upper = -1, lower = -1;
+        for (size_t k = 0; k < infos.size(); ++k) {
+            if (name + " [upper]" == infos[k].name)
+                upper = static_cast<int32_t>(k);
+            if (name + " [lower]" == infos[k].name)
+                lower = static_cast<int32_t>(k);
+        }
+        EnvelopedWaveform w{name, static_cast<int32_t>(i), {}};
+        if (upper >= 0 && lower >= 0) {
+            w.envelope.upper = loadWaveformAt(path, infos, upper, UINT64_MAX);
+            w.envelope.lower = loadWaveformAt(path, infos, lower, UINT64_MAX);
+        }
+        result.push_back(std::move(w));
+    }
+    return result;
+}

@@ -1,0 +1,34 @@
+#ifndef VORN_CAPTURE_H
+#define VORN_CAPTURE_H
+
+// Reading captures for the vorn command: what every subcommand shares.
+
+#include "vornwaveform.h"
+#include "waveform_sigrok.h"
+
+#include <string>
+#include <vector>
+
+struct UsageError {};
+struct Failure { std::string reason; };
+
+std::vector<SigrokWaveformInfo> readInfos(const std::string &path);
+int32_t findWaveform(const std::vector<SigrokWaveformInfo> &infos, const std::string &name);
+// The waveform at index, its first limit samples at most.
+WaveformData loadWaveformAt(const std::string &path, const std::vector<SigrokWaveformInfo> &infos, int32_t index,
+                            uint64_t limit);
+WaveformData loadWaveform(const std::string &path, const std::string &name, uint64_t limit);
+
+// A plain waveform of a capture and the envelope stored beside it, paired by name as the window
+// pairs them; the samples are loaded only when asked for.
+struct EnvelopedWaveform
+{
+    std::string name;
+    int32_t index = -1;
+    EnvelopeData envelope;
+};
+std::vector<EnvelopedWaveform> envelopedWaveforms(const std::string &path, const std::vector<SigrokWaveformInfo> &infos);
+
+int checkCaptures(const std::vector<std::string> &args); // check.cpp
+
+#endif

@@ -1,0 +1,31 @@
+// Checking a long waveform against an envelope, the samples already in memory.
+
+#include "summary.h"
+
+#include "vornwaveform.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+
+void printCheck(std::vector<double> samples)
+{
+    WaveformData w;
+    w.name = QStringLiteral("A0");
+    w.sampleInterval = 1e-6;
+    const double count = static_cast<double>(samples.size());
+    w.samples.writable() = std::move(samples);
+    // The kind of envelope a user makes: 20 points around the trace, a little room above and below.
+    QString error;
+    const EnvelopeData envelope = widenEnvelope(envelopeFromCaptures({w}, 20, 0.0, &error), 0.0, 0.05);
+    double best = INFINITY;
+    EnvelopeCheckResult result;
+    for (int i = 0; i < 5; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        result = checkEnvelope(w, envelope);
+        best = std::min(best, std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    std::printf("check 100M: %.1f ms, %.2f G samples/s (%llu checked, %llu violations)\n", best, count / best / 1e6,
+                static_cast<unsigned long long>(result.checked), static_cast<unsigned long long>(result.violations()));
+}
