@@ -13,7 +13,7 @@ cd "$here"
 PACKAGES=(
     g++ cmake ninja-build pkg-config ccache
     qt6-base-dev qt6-charts-dev qt6-qpa-plugins libgl-dev
-    libzip-dev libglib2.0-dev
+    libzip-dev libdeflate-dev libglib2.0-dev
     libbenchmark-dev
     sigrok-cli unzip zip
     xvfb xauth fonts-dejavu-core

@@ -227,12 +227,12 @@ void TstSrReader::refusesBadFilesWithAReason_data()
     QTest::newRow("no unitsize") << withMetadata("samplerate=1 kHz\ntotal probes=1\nprobe1=D0\n") << QByteArray()
                                  << true << "metadata: no unitsize";
     QTest::newRow("chunk missing") << withoutMember(withMember(good, {"analog-1-4-3", floats({1})}), "analog-1-4-2")
-                                   << QByteArray() << true << "member analog-1-4-2 missing";
-    QTest::newRow("partial sample") << withMember(good, {"analog-1-5-1", "12345"}) << QByteArray() << true
-                                    << "member analog-1-5-1 size is not a whole number of samples";
-    QTest::newRow("stored size that lies") << withMember(good, {"analog-1-5-1", floats({1, 2})})
-                                           << QByteArray("analog-1-5-1") << true
-                                           << "member analog-1-5-1 claims an impossible size";
+                                   << QByteArray() << false << "member analog-1-4-2 missing";
+    QTest::newRow("partial sample") << withMember(good, {"analog-1-4-1", "12345"}) << QByteArray() << false
+                                    << "member analog-1-4-1 size is not a whole number of samples";
+    QTest::newRow("stored size that lies") << withMember(good, {"analog-1-4-1", floats({1, 2})})
+                                           << QByteArray("analog-1-4-1") << false
+                                           << "member analog-1-4-1 claims an impossible size";
     QTest::newRow("curve without member")
         << withMember(good, {"vorngraph/metadata", "[curve 1]\nname=A0 [upper]\nsamples=2\nstart=0\ninterval=1\n"})
         << QByteArray() << true << "member vorngraph/curve-1 missing";
