@@ -1,5 +1,6 @@
 #include "vorngraph.h"
 
+#include "minmaxpyramid.h"
 #include "waveformitemdelegate.h"
 
 #include <QAction>
@@ -14,35 +15,6 @@
 #include <limits>
 
 namespace {
-
-struct SampleSummary
-{
-    double min = 0.0;
-    double max = 0.0;
-    double mean = 0.0;
-};
-
-SampleSummary summarise(const std::vector<double> &samples)
-{
-    // Gaps (NaN) are no values; a waveform of gaps only shows NaN.
-    SampleSummary summary;
-    summary.min = std::numeric_limits<double>::infinity();
-    summary.max = -summary.min;
-    double sum = 0.0;
-    size_t count = 0;
-    for (const double v : samples) {
-        if (std::isnan(v))
-            continue;
-        summary.min = std::min(summary.min, v);
-        summary.max = std::max(summary.max, v);
-        sum += v;
-        ++count;
-    }
-    if (count == 0)
-        summary.min = summary.max = std::numeric_limits<double>::quiet_NaN();
-    summary.mean = count ? sum / double(count) : std::numeric_limits<double>::quiet_NaN();
-    return summary;
-}
 
 QTreeWidgetItem *addRow(QTreeWidgetItem *parent, const QString &name, const QString &value = QString())
 {
@@ -108,10 +80,13 @@ void VornGraph::addWaveformRows(int index)
     addRow(row, tr("Samples"), QString::number(samples.size()));
     // A waveform without samples has no extremes or mean to show.
     if (!samples.empty()) {
-        const SampleSummary summary = summarise(samples);
-        addRow(row, tr("Max"), ValueFormatter::formatWithUnit(summary.max, w.unit));
-        addRow(row, tr("Avg"), ValueFormatter::formatWithUnit(summary.mean, w.unit));
-        addRow(row, tr("Min"), ValueFormatter::formatWithUnit(summary.min, w.unit));
+        // Gaps (NaN) are no values; a waveform of gaps only shows NaN.
+        const SampleSummary summary = summaryOf(w);
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        const bool none = summary.count == 0;
+        addRow(row, tr("Max"), ValueFormatter::formatWithUnit(none ? nan : summary.max, w.unit));
+        addRow(row, tr("Avg"), ValueFormatter::formatWithUnit(none ? nan : summary.sum / double(summary.count), w.unit));
+        addRow(row, tr("Min"), ValueFormatter::formatWithUnit(none ? nan : summary.min, w.unit));
     }
     row->setExpanded(true);
 }

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <thread>
@@ -21,6 +22,56 @@ const QString LOWER_SUFFIX = QStringLiteral(" [lower]");
 // Shorter reads are over before a progress dialog could be seen.
 constexpr uint64_t BACKGROUND_SAMPLES = 4'000'000;
 constexpr int POLL_MS = 15;
+
+// Memory the system can give without swapping, or the most a 64-bit number holds when it does
+// not say: a claim the archive allows is still refused before the allocation would take the
+// machine down.
+uint64_t availableMemory()
+{
+    uint64_t kib = UINT64_MAX / 1024;
+    if (std::FILE *info = std::fopen("/proc/meminfo", "r")) {
+        char line[128];
+        while (std::fgets(line, sizeof line, info)) {
+            unsigned long long value = 0;
+            if (std::sscanf(line, "MemAvailable: %llu kB", &value) == 1) {
+                kib = value;
+                break;
+            }
+        }
+        std::fclose(info);
+    }
+    return kib * 1024;
+}
+
+// One write per page faults the page in; the kernel zeroes it.
+void touchPages(double *first, double *last)
+{
+    constexpr ptrdiff_t PAGE_DOUBLES = 4096 / sizeof(double);
+    for (ptrdiff_t i = 0; i < last - first; i += PAGE_DOUBLES)
+        first[i] = 0.0;
+}
+
+// Resizes samples to count zeros. The first write to fresh memory costs a page fault per page,
+// most of the time of zeroing a long array: the two halves are faulted in on two cores first.
+bool allocateSamples(std::vector<double> &samples, uint64_t count)
+{
+    if (count > availableMemory() / sizeof(double))
+        return false;
+    try {
+        samples.reserve(count);
+        if (count >= BACKGROUND_SAMPLES) {
+            double *data = samples.data();
+            const uint64_t half = count / 2;
+            std::thread helper([=] { touchPages(data + half, data + count); });
+            touchPages(data, data + half);
+            helper.join();
+        }
+        samples.resize(count);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    return true;
+}
 
 // Reads the samples of waveform index. A long read runs on a worker thread while the progress
 // dialog is kept painted; the reader's error text belongs to the thread that failed, so it is
@@ -82,9 +133,7 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
         w.sampleInterval = info.sampleInterval;
         w.startTime = info.startTime;
         std::vector<double> &samples = w.samples.writable();
-        try {
-            samples.resize(info.sampleCount);
-        } catch (const std::bad_alloc &) {
+        if (!allocateSamples(samples, info.sampleCount)) {
             progress.reset();
             showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(tr("not enough memory")));
             return;
