@@ -78,8 +78,9 @@ double firstFrameSeconds(const QString &file)
         QElapsedTimer clock;
         clock.start();
         viewer.start(QStringLiteral(VORN_VORNVIEW), {file, QStringLiteral("--timing")});
+        viewer.setReadChannel(QProcess::StandardError);
         QByteArray output;
-        while (!output.contains("first frame") && viewer.waitForReadyReadStandardError(30000))
+        while (!output.contains("first frame") && viewer.waitForReadyRead(30000))
             output += viewer.readAllStandardError();
         if (output.contains("first frame"))
             best = std::min(best, clock.nsecsElapsed() / 1e9);

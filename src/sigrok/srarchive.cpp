@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <system_error>
 #include <thread>
 
 namespace vornsr {
@@ -441,10 +442,16 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
         const uint64_t target = compressed / threads * (t + 1);
         while (end < needed && (t + 1 == threads || done < target))
             done += channel.members[end++]->compressedSize;
-        if (t + 1 == threads)
-            work(t, begin, end);
-        else
-            helpers.emplace_back(work, t, begin, end);
+        try {
+            if (t + 1 < threads) {
+                helpers.emplace_back(work, t, begin, end);
+                begin = end;
+                continue;
+            }
+        } catch (const std::system_error &) {
+            // No thread to be had: this one does the share itself.
+        }
+        work(t, begin, end);
         begin = end;
     }
     for (std::thread &helper : helpers)
