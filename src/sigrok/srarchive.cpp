@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <system_error>
 #include <thread>
 
@@ -70,7 +71,7 @@ struct SampleLayout
     }
 };
 
-bool parseChunkNumber(const std::string &text, uint64_t &number)
+bool parseChunkNumber(std::string_view text, uint64_t &number)
 {
     // Only the canonical spelling counts: libsigrok computes "%d" names and finds no other.
     if (text.empty() || text.size() > 9 || text[0] == '0')
@@ -119,8 +120,16 @@ std::unique_ptr<SrArchive> SrArchive::open(const std::string &path, std::string 
 
 bool SrArchive::load(std::string &error)
 {
-    for (const ZipEntry &entry : m_entries)
-        m_members.emplace(entry.name, &entry);
+    // Chunks are grouped by the name before their number in one pass: a long capture has a
+    // hundred thousand of them.
+    for (const ZipEntry &entry : m_entries) {
+        if (!m_members.emplace(entry.name, &entry).second)
+            continue; // the first of equal names is the member
+        const size_t dash = entry.name.rfind('-');
+        uint64_t n = 0;
+        if (dash != std::string::npos && parseChunkNumber(std::string_view(entry.name).substr(dash + 1), n))
+            m_chunks[std::string_view(entry.name).substr(0, dash)].emplace_back(n, &entry);
+    }
 
     std::string version;
     if (!m_members.count("version")) {
@@ -265,19 +274,17 @@ bool SrArchive::loadDevice(std::string &error)
 
 void SrArchive::collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const
 {
-    std::map<uint64_t, const ZipEntry *> numbered;
     const std::string chunkPrefix = prefix + "-";
-    for (auto it = m_members.lower_bound(chunkPrefix);
-         it != m_members.end() && startsWith(it->first, chunkPrefix.c_str()); ++it) {
-        uint64_t n = 0;
-        if (parseChunkNumber(it->first.substr(chunkPrefix.size()), n))
-            numbered.emplace(n, it->second);
-    }
+    const auto group = m_chunks.find(prefix);
+    std::vector<std::pair<uint64_t, const ZipEntry *>> numbered;
+    if (group != m_chunks.end())
+        numbered = group->second;
+    std::sort(numbered.begin(), numbered.end());
     if (numbered.empty()) {
         // A capture written in one piece has a single member without a chunk number.
         const auto single = m_members.find(prefix);
         if (single != m_members.end())
-            numbered.emplace(1, single->second);
+            numbered.emplace_back(1, single->second);
     }
     uint64_t expected = 1, bytes = 0;
     for (const auto &entry : numbered) {
@@ -343,7 +350,7 @@ bool SrArchive::loadCurves(std::string &error)
             return false;
         }
         if (member->second->size != channel.sampleCount * sizeof(double)) {
-            error = "member " + member->first + " size does not match its samples count";
+            error = "member " + member->second->name + " size does not match its samples count";
             return false;
         }
         channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));

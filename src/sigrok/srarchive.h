@@ -4,9 +4,11 @@
 #include <cstdint>
 #include "srzipdir.h"
 
-#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace vornsr {
@@ -62,7 +64,9 @@ private:
     int m_fd = -1;
     uint64_t m_dataEnd = 0; // member data lies before the central directory
     std::vector<ZipEntry> m_entries;
-    std::map<std::string, const ZipEntry *> m_members;
+    std::unordered_map<std::string_view, const ZipEntry *> m_members; // names view m_entries
+    // Members named "<base>-<chunk number>", by base.
+    std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
     double m_sampleInterval = 0.0;
 };
