@@ -6,11 +6,9 @@
 #include <QEventLoop>
 #include <QMessageBox>
 #include <QProgressDialog>
-#include <QTimer>
 
 #include <sys/mman.h>
 
-#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -27,7 +25,6 @@ const QString LOWER_SUFFIX = QStringLiteral(" [lower]");
 
 // Shorter reads are over before a progress dialog could be seen.
 constexpr uint64_t BACKGROUND_SAMPLES = 4'000'000;
-constexpr int POLL_MS = 15;
 
 // Memory the system can give without swapping, or the most a 64-bit number holds when it does
 // not say: a claim the archive allows is still refused before the allocation would take the
@@ -98,19 +95,14 @@ bool readSamples(const QByteArray &path, int32_t index, std::vector<double> &sam
     };
     if (!inBackground)
         return read();
-    std::atomic<bool> done{false};
     bool ok = false;
+    QEventLoop loop;
+    // The worker ends the loop as soon as it is done; a quit posted before the loop runs waits
+    // for it.
     std::thread worker([&] {
         ok = read();
-        done = true;
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
     });
-    QEventLoop loop;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (done)
-            loop.quit();
-    });
-    poll.start(POLL_MS);
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     worker.join();
     return ok;
