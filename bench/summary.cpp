@@ -6,8 +6,10 @@
 #include "downsampling.h"
 #include "minmaxpyramid.h"
 
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
 
 #include <chrono>
@@ -58,12 +60,52 @@ void printReduction(const std::vector<double> &samples)
     view(samples.size() * 45 / 100, samples.size() * 55 / 100 - 1, "zoom");
 }
 
+bool ensureCapture(const QString &file, std::size_t samples, int channels)
+{
+    return QFileInfo::exists(file)
+        || QProcess::execute(QStringLiteral(VORN_GENSR), {file, QString::number(samples), QString::number(channels)}) == 0;
+}
+
+// Seconds from starting the viewer to its first painted frame, offscreen; the best of three.
+double firstFrameSeconds(const QString &file)
+{
+    double best = INFINITY;
+    for (int i = 0; i < 3; ++i) {
+        QProcess viewer;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        viewer.setProcessEnvironment(environment);
+        QElapsedTimer clock;
+        clock.start();
+        viewer.start(QStringLiteral(VORN_VORNVIEW), {file, QStringLiteral("--timing")});
+        viewer.setReadChannel(QProcess::StandardError);
+        QByteArray output;
+        while (!output.contains("first frame") && viewer.waitForReadyRead(30000))
+            output += viewer.readAllStandardError();
+        if (output.contains("first frame"))
+            best = std::min(best, clock.nsecsElapsed() / 1e9);
+        viewer.kill();
+        viewer.waitForFinished();
+    }
+    return best;
+}
+
+void printOpen()
+{
+    const QString one = QStringLiteral("/tmp/vorn-bench-100M.sr"), four = QStringLiteral("/tmp/vorn-bench-4x25M.sr");
+    if (!ensureCapture(one, LONG, 1) || !ensureCapture(four, LONG / 4, 4)) {
+        std::printf("open: could not write the captures\n");
+        return;
+    }
+    std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", firstFrameSeconds(one),
+                firstFrameSeconds(four));
+}
+
 // Loading runs in a process of its own, so that its peak memory is the load's alone.
 void printLoad()
 {
     const QString file = QStringLiteral("/tmp/vorn-bench-100M.sr");
-    if (!QFileInfo::exists(file)
-        && QProcess::execute(QStringLiteral(VORN_GENSR), {file, QString::number(LONG), "1"}) != 0) {
+    if (!ensureCapture(file, LONG, 1)) {
         std::printf("load 100M: could not write %s\n", qPrintable(file));
         return;
     }
@@ -95,6 +137,7 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
     printReduction(makeSamples(LONG));
     printCheck(makeSamples(LONG));
     printLoad();
+    printOpen();
     std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
     std::fflush(stdout);
 }

@@ -1,5 +1,10 @@
 #include "minmaxpyramid.h"
 
+#include <algorithm>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+#include <cmath>
 #include <limits>
 #include <thread>
 
@@ -25,13 +30,149 @@ void scanInto(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::
     }
 }
 
+// Extremes, sum and count of one base block, NaN left out, in independent lanes that the
+// processor runs side by side; the extremes' values are those of the scan but not their indices.
+struct BlockSums
+{
+    double min;
+    double max;
+    double sum;
+    uint64_t count;
+};
+
+#ifdef __SSE2__
+BlockSums sumBlock(const double *block)
+{
+    constexpr int LANES = 2; // of two doubles each
+    __m128d lo[LANES], hi[LANES], sum[LANES];
+    __m128i count = _mm_setzero_si128();
+    for (int l = 0; l < LANES; ++l) {
+        lo[l] = _mm_set1_pd(INF);
+        hi[l] = _mm_set1_pd(-INF);
+        sum[l] = _mm_setzero_pd();
+    }
+    for (uint64_t i = 0; i < MinMaxPyramid::BASE_BLOCK; i += 2 * LANES) {
+        for (int l = 0; l < LANES; ++l) {
+            const __m128d v = _mm_loadu_pd(block + i + 2 * l);
+            lo[l] = _mm_min_pd(v, lo[l]); // v < lo ? v : lo, so NaN never wins
+            hi[l] = _mm_max_pd(v, hi[l]);
+            const __m128d ordered = _mm_cmpord_pd(v, v); // all ones where v is no NaN
+            sum[l] = _mm_add_pd(sum[l], _mm_and_pd(v, ordered));
+            count = _mm_sub_epi64(count, _mm_castpd_si128(ordered));
+        }
+    }
+    lo[0] = _mm_min_pd(lo[1], lo[0]);
+    hi[0] = _mm_max_pd(hi[1], hi[0]);
+    sum[0] = _mm_add_pd(sum[0], sum[1]);
+    alignas(16) double low[2], high[2], sums[2];
+    alignas(16) uint64_t counts[2];
+    _mm_store_pd(low, lo[0]);
+    _mm_store_pd(high, hi[0]);
+    _mm_store_pd(sums, sum[0]);
+    _mm_store_si128(reinterpret_cast<__m128i *>(counts), count);
+    return BlockSums{std::min(low[0], low[1]), std::max(high[0], high[1]), sums[0] + sums[1], counts[0] + counts[1]};
+}
+
+// Index of the first sample of the block equal to value, which the block holds.
+uint32_t firstEqual(const double *block, double value)
+{
+    const __m128d wanted = _mm_set1_pd(value);
+    for (uint32_t i = 0;; i += 2) {
+        const int mask = _mm_movemask_pd(_mm_cmpeq_pd(_mm_loadu_pd(block + i), wanted));
+        if (mask)
+            return i + ((mask & 1) ? 0 : 1);
+    }
+}
+#else
+BlockSums sumBlock(const double *block)
+{
+    const SampleSummary s = SampleSummary::of(block, 0, MinMaxPyramid::BASE_BLOCK);
+    return BlockSums{s.min, s.max, s.sum, s.count};
+}
+
+uint32_t firstEqual(const double *block, double value)
+{
+    uint32_t i = 0;
+    while (!(block[i] == value))
+        ++i;
+    return i;
+}
+#endif
+
 } // namespace
+
+SampleSummary::SampleSummary()
+    : min(INF), max(-INF), finiteMin(INF), finiteMax(-INF), sum(0.0), count(0)
+{
+}
+
+void SampleSummary::add(double value)
+{
+    if (std::isnan(value))
+        return;
+    min = std::min(min, value);
+    max = std::max(max, value);
+    if (std::isfinite(value)) {
+        finiteMin = std::min(finiteMin, value);
+        finiteMax = std::max(finiteMax, value);
+    }
+    sum += value;
+    ++count;
+}
+
+void SampleSummary::append(const SampleSummary &later)
+{
+    min = std::min(min, later.min);
+    max = std::max(max, later.max);
+    finiteMin = std::min(finiteMin, later.finiteMin);
+    finiteMax = std::max(finiteMax, later.finiteMax);
+    sum += later.sum;
+    count += later.count;
+}
+
+SampleSummary SampleSummary::of(const double *samples, uint64_t first, uint64_t last)
+{
+    SampleSummary summary;
+    for (uint64_t i = first; i < last; ++i)
+        summary.add(samples[i]);
+    return summary;
+}
 
 MinMaxPyramid::Extremes MinMaxPyramid::scan(const double *samples, uint64_t first, uint64_t last)
 {
     Extremes e{samples[first], samples[first], first, first};
     scanInto(samples, first + 1, last, e);
     return e;
+}
+
+void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary)
+{
+    std::vector<Block> &base = m_levels.front();
+    for (size_t b = firstBlock; b < lastBlock; ++b) {
+        const double *block = samples + b * BASE_BLOCK;
+        const BlockSums sums = sumBlock(block);
+        // The first sample equal to an extreme is the one a front-to-back scan keeps (+0 and -0
+        // alike). An extreme still equal to the scan's starting infinity never replaced it, so
+        // it stays at the block's start.
+        const uint32_t minOffset = sums.min == INF ? 0 : firstEqual(block, sums.min);
+        const uint32_t maxOffset = sums.max == -INF ? 0 : firstEqual(block, sums.max);
+        base[b] = Block{sums.min == INF ? INF : block[minOffset], sums.max == -INF ? -INF : block[maxOffset],
+                        minOffset, maxOffset};
+        SampleSummary part;
+        part.min = base[b].min;
+        part.max = base[b].max;
+        part.sum = sums.sum;
+        part.count = sums.count;
+        if (std::isfinite(part.min) && std::isfinite(part.max)) {
+            part.finiteMin = part.min;
+            part.finiteMax = part.max;
+        } else {
+            const SampleSummary finite = SampleSummary::of(block, 0, BASE_BLOCK);
+            part.finiteMin = finite.finiteMin;
+            part.finiteMax = finite.finiteMax;
+        }
+        summary.append(part);
+    }
 }
 
 MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
@@ -41,14 +182,20 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
     const auto toBlock = [](const Extremes &e, uint64_t start) {
         return Block{e.min, e.max, static_cast<uint32_t>(e.minIndex - start), static_cast<uint32_t>(e.maxIndex - start)};
     };
-    std::vector<Block> base(samples.size() / BASE_BLOCK);
-    for (size_t b = 0; b < base.size(); ++b) {
-        const uint64_t start = b * BASE_BLOCK;
-        Extremes e{INF, -INF, start, start};
-        scanInto(samples.data(), start, start + BASE_BLOCK, e);
-        base[b] = toBlock(e, start);
+    const size_t blocks = samples.size() / BASE_BLOCK;
+    m_levels.emplace_back(blocks);
+    // The base level reads every sample: long arrays are split over two threads.
+    const size_t half = samples.size() >= THREADED_SAMPLES ? blocks / 2 : 0;
+    SampleSummary later;
+    std::thread helper;
+    if (half > 0)
+        helper = std::thread([&] { buildBase(samples.data(), half, blocks, later); });
+    buildBase(samples.data(), 0, half > 0 ? half : blocks, m_summary);
+    if (helper.joinable()) {
+        helper.join();
+        m_summary.append(later);
     }
-    m_levels.push_back(std::move(base));
+    m_summary.append(SampleSummary::of(samples.data(), blocks * BASE_BLOCK, samples.size()));
 
     uint64_t childSize = BASE_BLOCK;
     while (m_levels.back().size() >= FAN_OUT) {

@@ -7,6 +7,24 @@
 #include <cstdint>
 #include <vector>
 
+// What a whole sample array holds. NaN is no value: it is left out of everything; infinities
+// are left out of the finite span only.
+struct VORNGRAPH_EXPORT SampleSummary
+{
+    double min;       // +inf when every sample is NaN
+    double max;       // -inf when every sample is NaN
+    double finiteMin; // +inf when no sample is finite
+    double finiteMax; // -inf when no sample is finite
+    double sum;
+    uint64_t count;   // samples that are not NaN
+
+    SampleSummary();
+    void add(double value);
+    // Adds the summary of the samples that follow the ones summarised so far.
+    void append(const SampleSummary &later);
+    static SampleSummary of(const double *samples, uint64_t first, uint64_t last);
+};
+
 // Minimum and maximum of every block of a sample array, at block sizes 64, 256, 1024, ...,
 // so that the extremes of any index range cost a few block look-ups plus two short scans
 // instead of a scan of the whole range. Answers are exactly those of a front-to-back scan that
@@ -43,6 +61,8 @@ public:
                   Extremes *out) const;
 
     uint64_t sampleCount() const { return m_sampleCount; }
+    // Gathered while the blocks are built, so that the whole array is read once.
+    const SampleSummary &summary() const { return m_summary; }
     size_t memoryBytes() const;
 
 private:
@@ -61,7 +81,10 @@ private:
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
 
+    void buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary);
+
     uint64_t m_sampleCount = 0;
+    SampleSummary m_summary;
     std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^k samples
 };
 

@@ -20,6 +20,7 @@
 class EnvelopeEditorOverlay;
 class InteractiveChartView;
 class MinMaxPyramid;
+struct SampleSummary;
 class QAreaSeries;
 class QCategoryAxis;
 class QChart;
@@ -143,6 +144,7 @@ private:
     QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
     void buildPyramids();
     const MinMaxPyramid *pyramidFor(const WaveformData &w) const;
+    SampleSummary summaryOf(const WaveformData &w) const;
 
     // vorngraph_axes.cpp: divisions and label axes
     double calculateDivisionSizeX(double horizontalDivisions) const;

@@ -20,28 +20,6 @@ bool canCreateOpenGLContext()
     return context.create();
 }
 
-struct ValueSpan
-{
-    double min = 0.0;
-    double max = 0.0;
-    bool empty = true;
-};
-
-ValueSpan finiteSpan(const std::vector<double> &samples)
-{
-    ValueSpan span;
-    for (const double v : samples) {
-        if (!std::isfinite(v))
-            continue;
-        if (span.empty || v < span.min)
-            span.min = v;
-        if (span.empty || v >= span.max)
-            span.max = v;
-        span.empty = false;
-    }
-    return span;
-}
-
 SampleTimeBase timeBaseOf(const WaveformData &w)
 {
     return SampleTimeBase{w.sampleInterval, w.startTime};
@@ -56,9 +34,11 @@ void VornGraph::createSeriesForWaveform(const WaveformData &w)
     series->attachAxis(m_axisX);
     series->attachAxis(axisY);
 
-    const ValueSpan span = finiteSpan(*w.samples);
-    double size = calculateDivisionSizeY(span.min, span.max);
-    double offset = -(span.max + span.min) * 0.5;
+    const SampleSummary summary = summaryOf(w);
+    const bool finite = summary.finiteMin <= summary.finiteMax;
+    const double min = finite ? summary.finiteMin : 0.0, max = finite ? summary.finiteMax : 0.0;
+    double size = calculateDivisionSizeY(min, max);
+    double offset = -(max + min) * 0.5;
     if (size > 0.0) {
         offset = std::round(offset / size) * size;
     } else {
@@ -134,6 +114,12 @@ void VornGraph::buildPyramids()
         else if (!pyramid || pyramid->sampleCount() != samples.size())
             pyramid = std::make_shared<const MinMaxPyramid>(samples);
     }
+}
+
+SampleSummary VornGraph::summaryOf(const WaveformData &w) const
+{
+    const MinMaxPyramid *pyramid = pyramidFor(w);
+    return pyramid && pyramid->sampleCount() == w.samples->size() ? pyramid->summary() : SampleSummary::of(w.samples->data(), 0, w.samples->size());
 }
 
 const MinMaxPyramid *VornGraph::pyramidFor(const WaveformData &w) const

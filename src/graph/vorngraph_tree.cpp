@@ -80,10 +80,11 @@ void VornGraph::addWaveformRows(int index)
     addRow(row, tr("Samples"), QString::number(samples.size()));
     // A waveform without samples has no extremes or mean to show.
     if (!samples.empty()) {
-        const SampleSummary summary = summariseSamples(samples);
-        addRow(row, tr("Max"), ValueFormatter::formatWithUnit(summary.max, w.unit));
-        addRow(row, tr("Avg"), ValueFormatter::formatWithUnit(summary.mean, w.unit));
-        addRow(row, tr("Min"), ValueFormatter::formatWithUnit(summary.min, w.unit));
+        // Gaps (NaN) are no values; a waveform of gaps only shows NaN.
+        const ShownValues shown = shownValues(summaryOf(w));
+        addRow(row, tr("Max"), ValueFormatter::formatWithUnit(shown.max, w.unit));
+        addRow(row, tr("Avg"), ValueFormatter::formatWithUnit(shown.mean, w.unit));
+        addRow(row, tr("Min"), ValueFormatter::formatWithUnit(shown.min, w.unit));
     }
     row->setExpanded(true);
 }

@@ -1,12 +1,20 @@
 #include "srarchive.h"
 
 #include "srini.h"
+#include "srmemberreader.h"
 
-#include <zip.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <system_error>
+#include <thread>
 
 namespace vornsr {
 
@@ -22,75 +30,48 @@ namespace {
 constexpr uint64_t MAX_METADATA_BYTES = 1 << 20;
 constexpr uint64_t MAX_CHANNELS = 65536;
 constexpr unsigned MAX_UNIT_SIZE = 64;
-// Deflate cannot expand by more than about 1032:1; anything claiming more lies about its size.
-constexpr uint64_t MAX_DEFLATE_RATIO = 1040;
-constexpr size_t STREAM_BUFFER_BYTES = 1 << 16;
+constexpr uint64_t PARALLEL_BYTES = 1 << 20; // below this a second thread costs more than it saves
+constexpr unsigned MAX_THREADS = 8;
 
-// Reads one member front to back and tells a short or damaged member apart from a good one.
-class MemberStream
+// How the bytes of one sample become a double.
+struct SampleLayout
 {
-public:
-    MemberStream(zip_t *zip, const Member &member)
-        : m_name(member.name), m_file(zip_fopen_index(zip, member.index, 0)), m_left(member.size)
-    {
-        if (!m_file)
-            m_openError = zip_strerror(zip);
-    }
-    ~MemberStream()
-    {
-        if (m_file)
-            zip_fclose(m_file);
-    }
-    MemberStream(const MemberStream &) = delete;
-    MemberStream &operator=(const MemberStream &) = delete;
+    Channel::Kind kind;
+    unsigned bytes;
+    unsigned byteIndex;
+    unsigned mask;
 
-    bool read(void *buffer, uint64_t bytes, std::string &error)
+    explicit SampleLayout(const Channel &c)
+        : kind(c.kind), bytes(c.kind == Channel::Analog ? 4 : c.kind == Channel::Logic ? c.unitSize : 8),
+          byteIndex(c.bit / 8), mask(1u << (c.bit % 8))
     {
-        if (!m_file) {
-            error = "member " + m_name + ": " + m_openError;
-            return false;
-        }
-        auto *out = static_cast<char *>(buffer);
-        while (bytes > 0) {
-            const zip_int64_t got = zip_fread(m_file, out, bytes);
-            if (got < 0) {
-                error = "member " + m_name + " damaged: " + zip_file_strerror(m_file);
-                return false;
+    }
+
+    // src may be dst's own memory: no sample is wider than a double, so going backwards every
+    // sample is read before its double overwrites it.
+    void widen(const unsigned char *src, double *dst, uint64_t n) const
+    {
+        switch (kind) {
+        case Channel::Analog:
+            for (uint64_t i = n; i-- > 0;) {
+                float value; // float32 little-endian on every target we build for
+                std::memcpy(&value, src + 4 * i, sizeof value);
+                dst[i] = value;
             }
-            if (got == 0) {
-                error = "member " + m_name + " truncated";
-                return false;
-            }
-            out += got;
-            bytes -= static_cast<uint64_t>(got);
-            m_left -= std::min<uint64_t>(m_left, static_cast<uint64_t>(got));
+            break;
+        case Channel::Logic:
+            for (uint64_t i = n; i-- > 0;)
+                dst[i] = (src[i * bytes + byteIndex] & mask) ? 1.0 : 0.0;
+            break;
+        case Channel::Curve:
+            if (src != reinterpret_cast<const unsigned char *>(dst))
+                std::memcpy(dst, src, n * sizeof(double));
+            break;
         }
-        return true;
     }
-
-    // libzip compares the checksum only when a read finds the end of the member, so a member
-    // read to its stated size is asked for one more byte: none may come, and no error.
-    bool finish(std::string &error)
-    {
-        if (m_left > 0 || !m_file)
-            return true;
-        char extra = 0;
-        const zip_int64_t got = zip_fread(m_file, &extra, 1);
-        if (got < 0)
-            error = "member " + m_name + " damaged: " + zip_file_strerror(m_file);
-        else if (got > 0)
-            error = "member " + m_name + " is longer than its stated size";
-        return got == 0;
-    }
-
-private:
-    std::string m_name;
-    zip_file_t *m_file;
-    std::string m_openError;
-    uint64_t m_left; // bytes of the member not read yet
 };
 
-bool parseChunkNumber(const std::string &text, uint64_t &number)
+bool parseChunkNumber(std::string_view text, uint64_t &number)
 {
     // Only the canonical spelling counts: libsigrok computes "%d" names and finds no other.
     if (text.empty() || text.size() > 9 || text[0] == '0')
@@ -113,57 +94,41 @@ bool startsWith(const std::string &text, const char *prefix)
 
 SrArchive::~SrArchive()
 {
-    if (m_zip)
-        zip_discard(m_zip);
+    if (m_fd >= 0)
+        ::close(m_fd);
 }
 
 std::unique_ptr<SrArchive> SrArchive::open(const std::string &path, std::string &error)
 {
-    int code = 0;
-    // No ZIP_CHECKCONS: it seeks to every local header, seconds for the 100 k members of a long
-    // capture; sizes are checked here and CRCs by libzip as each member is read.
-    zip_t *zip = zip_open(path.c_str(), ZIP_RDONLY, &code);
-    if (!zip) {
-        zip_error_t zerror;
-        zip_error_init_with_code(&zerror, code);
-        switch (code) {
-        case ZIP_ER_NOENT: error = "file not found"; break;
-        case ZIP_ER_NOZIP: error = "not a zip archive"; break;
-        case ZIP_ER_OPEN: case ZIP_ER_READ: error = std::string("cannot read file: ") + zip_error_strerror(&zerror); break;
-        default: error = std::string("damaged zip archive: ") + zip_error_strerror(&zerror); break;
-        }
-        zip_error_fini(&zerror);
+    std::unique_ptr<SrArchive> archive(new SrArchive);
+    archive->m_fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat st;
+    if (archive->m_fd < 0 || ::fstat(archive->m_fd, &st) != 0) {
+        error = errno == ENOENT ? "file not found" : std::string("cannot read file: ") + std::strerror(errno);
         return nullptr;
     }
-    std::unique_ptr<SrArchive> archive(new SrArchive);
-    archive->m_zip = zip;
-    if (!archive->load(error))
+    if (!S_ISREG(st.st_mode)) {
+        error = "not a regular file";
+        return nullptr;
+    }
+    if (!readZipDirectory(archive->m_fd, static_cast<uint64_t>(st.st_size), archive->m_entries,
+                          archive->m_dataEnd, error)
+        || !archive->load(error))
         return nullptr;
     return archive;
 }
 
 bool SrArchive::load(std::string &error)
 {
-    const zip_int64_t entries = zip_get_num_entries(m_zip, 0);
-    for (zip_int64_t i = 0; i < entries; ++i) {
-        zip_stat_t st;
-        if (zip_stat_index(m_zip, static_cast<zip_uint64_t>(i), 0, &st) != 0 || !st.name) {
-            error = "damaged zip directory";
-            return false;
-        }
-        const bool stored = st.comp_method == ZIP_CM_STORE;
-        const bool deflated = st.comp_method == ZIP_CM_DEFLATE;
-        // Only these two bound the stated size by the bytes in the file; sigrok writes no other.
-        if (!stored && !deflated) {
-            error = std::string("member ") + st.name + " uses an unsupported compression method";
-            return false;
-        }
-        if ((stored && st.size != st.comp_size)
-            || (deflated && st.size / MAX_DEFLATE_RATIO > st.comp_size)) {
-            error = std::string("member ") + st.name + " claims an impossible size";
-            return false;
-        }
-        m_members.emplace(st.name, Member{static_cast<uint64_t>(i), st.size, st.name});
+    // Chunks are grouped by the name before their number in one pass: a long capture has a
+    // hundred thousand of them.
+    for (const ZipEntry &entry : m_entries) {
+        if (!m_members.emplace(entry.name, &entry).second)
+            continue; // the first of equal names is the member
+        const size_t dash = entry.name.rfind('-');
+        uint64_t n = 0;
+        if (dash != std::string::npos && parseChunkNumber(std::string_view(entry.name).substr(dash + 1), n))
+            m_chunks[std::string_view(entry.name).substr(0, dash)].emplace_back(n, &entry);
     }
 
     std::string version;
@@ -190,13 +155,17 @@ bool SrArchive::readSmallMember(const std::string &name, uint64_t limit, std::st
         error = "member " + name + " missing";
         return false;
     }
-    if (it->second.size > limit) {
+    const ZipEntry &entry = *it->second;
+    error = memberDamage(entry, m_dataEnd, 1);
+    if (!error.empty())
+        return false;
+    if (entry.size > limit) {
         error = "member " + name + " too large";
         return false;
     }
-    text.assign(it->second.size, '\0');
-    MemberStream stream(m_zip, it->second);
-    return stream.read(&text[0], text.size(), error) && stream.finish(error);
+    text.assign(entry.size, '\0');
+    MemberReader reader(m_fd, m_dataEnd);
+    return reader.read(entry, &text[0], error);
 }
 
 bool SrArchive::loadDevice(std::string &error)
@@ -212,6 +181,10 @@ bool SrArchive::loadDevice(std::string &error)
     const IniSection *device = findSection(sections, "device 1");
     if (!device) {
         error = "metadata: no [device 1] section";
+        return false;
+    }
+    if (!device->unreadable.empty()) {
+        error = "metadata: " + device->unreadable;
         return false;
     }
 
@@ -267,18 +240,7 @@ bool SrArchive::loadDevice(std::string &error)
         channel.name = entry.second;
         channel.unit = "V";
         channel.sampleInterval = m_sampleInterval;
-        const std::string prefix = "analog-1-" + std::to_string(entry.first);
-        if (!collectChunks(prefix, channel.members, error))
-            return false;
-        uint64_t bytes = 0;
-        for (const Member &m : channel.members) {
-            if (m.size % sizeof(float) != 0) {
-                error = "member " + m.name + " size is not a whole number of samples";
-                return false;
-            }
-            bytes += m.size;
-        }
-        channel.sampleCount = bytes / sizeof(float);
+        collectChunks("analog-1-" + std::to_string(entry.first), sizeof(float), channel);
         m_channels.push_back(std::move(channel));
     }
     if (probes.empty())
@@ -291,65 +253,53 @@ bool SrArchive::loadDevice(std::string &error)
         error = "metadata: bad capturefile '" + capture + "'";
         return false;
     }
-    std::vector<Member> logicMembers;
-    if (!collectChunks(capture, logicMembers, error))
-        return false;
-    uint64_t bytes = 0;
-    for (const Member &m : logicMembers) {
-        if (m.size % unitSize != 0) {
-            error = "member " + m.name + " size is not a whole number of samples";
-            return false;
-        }
-        bytes += m.size;
-    }
+    Channel logic;
+    logic.kind = Channel::Logic;
+    logic.sampleInterval = m_sampleInterval;
+    logic.unitSize = static_cast<unsigned>(unitSize);
+    collectChunks(capture, unitSize, logic);
     for (const auto &entry : probes) {
         if (entry.first > unitSize * 8) {
             error = "metadata: probe" + std::to_string(entry.first) + " does not fit unitsize "
                     + std::to_string(unitSize);
             return false;
         }
-        Channel channel;
-        channel.kind = Channel::Logic;
+        Channel channel = logic;
         channel.name = entry.second;
-        channel.sampleInterval = m_sampleInterval;
-        channel.members = logicMembers;
         channel.bit = static_cast<unsigned>(entry.first - 1);
-        channel.unitSize = static_cast<unsigned>(unitSize);
-        channel.sampleCount = bytes / unitSize;
         m_channels.push_back(std::move(channel));
     }
     return true;
 }
 
-bool SrArchive::collectChunks(const std::string &prefix, std::vector<Member> &chunks,
-                              std::string &error) const
+void SrArchive::collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const
 {
-    std::map<uint64_t, const Member *> numbered;
     const std::string chunkPrefix = prefix + "-";
-    for (auto it = m_members.lower_bound(chunkPrefix);
-         it != m_members.end() && startsWith(it->first, chunkPrefix.c_str()); ++it) {
-        uint64_t n = 0;
-        if (parseChunkNumber(it->first.substr(chunkPrefix.size()), n))
-            numbered.emplace(n, &it->second);
-    }
-    chunks.clear();
+    const auto group = m_chunks.find(prefix);
+    std::vector<std::pair<uint64_t, const ZipEntry *>> numbered;
+    if (group != m_chunks.end())
+        numbered = group->second;
+    std::sort(numbered.begin(), numbered.end());
     if (numbered.empty()) {
         // A capture written in one piece has a single member without a chunk number.
         const auto single = m_members.find(prefix);
         if (single != m_members.end())
-            chunks.push_back(single->second);
-        return true;
+            numbered.emplace_back(1, single->second);
     }
-    uint64_t expected = 1;
+    uint64_t expected = 1, bytes = 0;
     for (const auto &entry : numbered) {
-        if (entry.first != expected) {
-            error = "member " + chunkPrefix + std::to_string(expected) + " missing";
-            return false;
-        }
-        chunks.push_back(*entry.second);
-        ++expected;
+        if (entry.first != expected++)
+            channel.damage = "member " + chunkPrefix + std::to_string(expected - 1) + " missing";
+        else
+            channel.damage = memberDamage(*entry.second, m_dataEnd, sampleBytes);
+        if (!channel.damage.empty())
+            break;
+        channel.members.push_back(entry.second);
+        bytes += entry.second->size; // each at most 1032 times the file's size: no overflow
     }
-    return true;
+    if (!channel.damage.empty())
+        channel.members.clear();
+    channel.sampleCount = channel.damage.empty() ? bytes / sampleBytes : 0;
 }
 
 bool SrArchive::loadCurves(std::string &error)
@@ -399,11 +349,15 @@ bool SrArchive::loadCurves(std::string &error)
             error = "member " + curveMemberName(number) + " missing";
             return false;
         }
-        if (member->second.size != channel.sampleCount * sizeof(double)) {
-            error = "member " + member->first + " size does not match its samples count";
+        if (member->second->size != channel.sampleCount * sizeof(double)) {
+            error = "member " + member->second->name + " size does not match its samples count";
             return false;
         }
-        channel.members.push_back(member->second);
+        channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
+        if (channel.damage.empty())
+            channel.members.push_back(member->second);
+        else
+            channel.sampleCount = 0;
         m_channels.push_back(std::move(channel));
     }
     return true;
@@ -416,7 +370,10 @@ bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::stri
         return false;
     }
     const Channel &channel = m_channels[index];
-    std::lock_guard<std::mutex> lock(m_readMutex);
+    if (!channel.damage.empty()) {
+        error = channel.damage;
+        return false;
+    }
     if (count > channel.sampleCount) {
         error = "asked for " + std::to_string(count) + " samples of a waveform of "
                 + std::to_string(channel.sampleCount);
@@ -428,70 +385,91 @@ bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::stri
         error = "no sample buffer";
         return false;
     }
-    switch (channel.kind) {
-    case Channel::Analog: return readAnalog(channel, out, count, error);
-    case Channel::Logic: return readLogic(channel, out, count, error);
-    case Channel::Curve: return readCurve(channel, out, count, error);
-    }
-    return false;
+    return readChannel(channel, out, count, error);
 }
 
-bool SrArchive::readAnalog(const Channel &channel, double *out, uint64_t count, std::string &error) const
+// Members are independent: each thread decodes a run of them straight into its place in out.
+// A member holding no more than count samples is inflated into its own stretch of out and
+// widened there in place, while it is still in the cache.
+bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count, std::string &error) const
 {
-    // Inflate through a cache-sized buffer and widen to double on the way out, so the samples
-    // pass through memory once.
-    std::vector<float> buffer(STREAM_BUFFER_BYTES / sizeof(float));
-    for (const Member &member : channel.members) {
-        MemberStream stream(m_zip, member);
-        uint64_t left = std::min<uint64_t>(member.size / sizeof(float), count);
-        count -= left;
-        while (left > 0) {
-            const size_t n = static_cast<size_t>(std::min<uint64_t>(left, buffer.size()));
-            if (!stream.read(buffer.data(), n * sizeof(float), error))
-                return false;
-            std::copy(buffer.data(), buffer.data() + n, out); // float32 little-endian on every target we build for
-            out += n;
-            left -= n;
-        }
-        if (!stream.finish(error))
-            return false;
-        if (count == 0)
+    const SampleLayout layout(channel);
+    std::vector<uint64_t> first; // first sample of each member that count reaches
+    uint64_t samples = 0, compressed = 0;
+    for (const ZipEntry *member : channel.members) {
+        if (samples >= count)
             break;
+        first.push_back(samples);
+        samples += member->size / layout.bytes;
+        compressed += member->compressedSize;
+    }
+    const size_t needed = first.size();
+    const unsigned threads = compressed < PARALLEL_BYTES
+                                 ? 1
+                                 : std::max(1u, std::min(MAX_THREADS, std::thread::hardware_concurrency()));
+    // Every thread runs until it fails or passes the earliest failure seen, so the reason given
+    // is always that of the first bad member.
+    std::atomic<size_t> firstFailure{needed};
+    std::vector<std::string> errors(threads);
+    std::vector<size_t> failedAt(threads, needed);
+    const auto failed = [&](unsigned t, size_t at) {
+        failedAt[t] = at;
+        size_t seen = firstFailure;
+        while (at < seen && !firstFailure.compare_exchange_weak(seen, at)) {
+        }
+    };
+    const auto work = [&](unsigned t, size_t begin, size_t end) {
+        try {
+            MemberReader reader(m_fd, m_dataEnd);
+            std::vector<unsigned char> partial;
+            for (size_t i = begin; i < end && i < firstFailure; ++i) {
+                const ZipEntry &member = *channel.members[i];
+                const uint64_t n = std::min(member.size / layout.bytes, count - first[i]);
+                double *to = out + first[i];
+                unsigned char *bytes = reinterpret_cast<unsigned char *>(to);
+                if (n * layout.bytes != member.size || layout.bytes > sizeof(double)) {
+                    partial.resize(member.size);
+                    bytes = partial.data();
+                }
+                if (!reader.read(member, bytes, errors[t]))
+                    return failed(t, i);
+                layout.widen(bytes, to, n);
+            }
+        } catch (const std::bad_alloc &) {
+            errors[t] = "not enough memory";
+            failed(t, begin);
+        }
+    };
+
+    std::vector<std::thread> helpers;
+    size_t begin = 0;
+    uint64_t done = 0;
+    for (unsigned t = 0; t < threads; ++t) {
+        size_t end = begin;
+        const uint64_t target = compressed / threads * (t + 1);
+        while (end < needed && (t + 1 == threads || done < target))
+            done += channel.members[end++]->compressedSize;
+        try {
+            if (t + 1 < threads) {
+                helpers.emplace_back(work, t, begin, end);
+                begin = end;
+                continue;
+            }
+        } catch (const std::system_error &) {
+            // No thread to be had: this one does the share itself.
+        }
+        work(t, begin, end);
+        begin = end;
+    }
+    for (std::thread &helper : helpers)
+        helper.join();
+    for (unsigned t = 0; t < threads; ++t) {
+        if (failedAt[t] == firstFailure && failedAt[t] < needed) {
+            error = errors[t];
+            return false;
+        }
     }
     return true;
-}
-
-bool SrArchive::readLogic(const Channel &channel, double *out, uint64_t count, std::string &error) const
-{
-    std::vector<unsigned char> buffer(STREAM_BUFFER_BYTES / channel.unitSize * channel.unitSize);
-    const unsigned byteIndex = channel.bit / 8;
-    const unsigned mask = 1u << (channel.bit % 8);
-    for (const Member &member : channel.members) {
-        MemberStream stream(m_zip, member);
-        uint64_t left = std::min<uint64_t>(member.size / channel.unitSize, count);
-        count -= left;
-        const size_t perRead = buffer.size() / channel.unitSize;
-        while (left > 0) {
-            const size_t n = static_cast<size_t>(std::min<uint64_t>(left, perRead));
-            if (!stream.read(buffer.data(), n * channel.unitSize, error))
-                return false;
-            const unsigned char *sample = buffer.data() + byteIndex;
-            for (size_t i = 0; i < n; ++i, sample += channel.unitSize)
-                *out++ = (*sample & mask) ? 1.0 : 0.0;
-            left -= n;
-        }
-        if (!stream.finish(error))
-            return false;
-        if (count == 0)
-            break;
-    }
-    return true;
-}
-
-bool SrArchive::readCurve(const Channel &channel, double *out, uint64_t count, std::string &error) const
-{
-    MemberStream stream(m_zip, channel.members.front());
-    return stream.read(out, count * sizeof(double), error) && stream.finish(error);
 }
 
 } // namespace vornsr

@@ -2,26 +2,20 @@
 #define VORN_SRARCHIVE_H
 
 #include <cstdint>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
+#include "srzipdir.h"
 
-typedef struct zip zip_t;
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace vornsr {
 
 // Names of our own members, which libsigrok never opens.
 extern const char *const CURVE_METADATA_MEMBER; // "vorngraph/metadata"
 std::string curveMemberName(uint64_t number);   // "vorngraph/curve-N"
-
-struct Member
-{
-    uint64_t index = 0; // in the zip directory
-    uint64_t size = 0;  // uncompressed bytes
-    std::string name;
-};
 
 // One waveform the archive offers.
 struct Channel
@@ -34,14 +28,16 @@ struct Channel
     uint64_t sampleCount = 0;
     double sampleInterval = 0.0;
     double startTime = 0.0;
-    std::vector<Member> members; // data in chunk order
+    std::vector<const ZipEntry *> members; // data in chunk order
+    std::string damage;                    // why its data cannot be read; then it has no samples
     unsigned bit = 0;            // logic: bit of this probe in a sample of unitSize bytes
     unsigned unitSize = 0;       // logic: bytes per sample
     uint64_t curveNumber = 0;    // curve: N of [curve N]
 };
 
 // A parsed sigrok session archive (srzip versions 1 and 2, plus our envelope curves).
-// Opening checks the whole structure, so that later reads can only fail on damaged data.
+// Opening checks the structure and bounds every size by the bytes in the file. Damage stays
+// local: a channel whose members are unusable fails its own reads, the others still load.
 class SrArchive
 {
 public:
@@ -58,21 +54,21 @@ public:
 private:
     SrArchive() = default;
     bool load(std::string &error);
+    bool readChannel(const Channel &channel, double *out, uint64_t count, std::string &error) const;
     bool readSmallMember(const std::string &name, uint64_t limit, std::string &text,
                          std::string &error) const;
     bool loadDevice(std::string &error);
     bool loadCurves(std::string &error);
-    bool collectChunks(const std::string &prefix, std::vector<Member> &chunks,
-                       std::string &error) const;
-    bool readAnalog(const Channel &channel, double *out, uint64_t count, std::string &error) const;
-    bool readLogic(const Channel &channel, double *out, uint64_t count, std::string &error) const;
-    bool readCurve(const Channel &channel, double *out, uint64_t count, std::string &error) const;
+    void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
-    zip_t *m_zip = nullptr;
-    std::map<std::string, Member> m_members;
+    int m_fd = -1;
+    uint64_t m_dataEnd = 0; // member data lies before the central directory
+    std::vector<ZipEntry> m_entries;
+    std::unordered_map<std::string_view, const ZipEntry *> m_members; // names view m_entries
+    // Members named "<base>-<chunk number>", by base.
+    std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
     double m_sampleInterval = 0.0;
-    mutable std::mutex m_readMutex; // libzip handles are not thread-safe
 };
 
 } // namespace vornsr

@@ -41,10 +41,11 @@ bool parseIni(const std::string &text, std::vector<IniSection> &sections, std::s
         for (gchar **key = keys.get(); key && *key; ++key) {
             gchar *value = g_key_file_get_string(file.get(), *group, *key, &gerror);
             if (!value) {
-                error = std::string("[") + *group + "] " + *key + ": "
-                        + (gerror ? gerror->message : "unreadable value");
+                if (section.unreadable.empty())
+                    section.unreadable = std::string("[") + *group + "] " + *key + ": "
+                                         + (gerror ? gerror->message : "unreadable value");
                 g_clear_error(&gerror);
-                return false;
+                continue;
             }
             section.keys.emplace_back(*key, value);
             g_free(value);
@@ -95,36 +96,51 @@ bool parseUnsigned(const std::string &text, uint64_t &value)
 bool parseSampleRate(const std::string &text, uint64_t &hertz)
 {
     // libsigrok's size strings: a decimal number, optional blanks, an optional k/M/G/T/P
-    // multiplier (any case; "m" is mega here, as in libsigrok), then an optional "Hz".
+    // multiplier (any case; "m" is mega here, as in libsigrok), then an optional "Hz". Where
+    // libsigrok would truncate a fraction of a hertz, we refuse: a rate taken as another one
+    // would stretch the time axis without a word.
     const char *s = text.c_str();
-    while (*s == ' ')
+    while (*s == ' ' || *s == '\t')
         ++s;
-    if (*s < '0' || *s > '9')
+    std::string whole, fraction;
+    while (*s >= '0' && *s <= '9')
+        whole += *s++;
+    if (*s == '.') {
+        while (*++s >= '0' && *s <= '9')
+            fraction += *s;
+    }
+    if (whole.empty() && fraction.empty())
         return false;
-    char *end = nullptr;
-    errno = 0;
-    const double number = g_ascii_strtod(s, &end);
-    if (errno == ERANGE || end == s)
-        return false;
-    s = end;
-    while (*s == ' ')
+    while (*s == ' ' || *s == '\t')
         ++s;
-    double multiplier = 1.0;
+    unsigned exponent = 0;
     switch (*s) {
-    case 'k': case 'K': multiplier = 1e3; ++s; break;
-    case 'm': case 'M': multiplier = 1e6; ++s; break;
-    case 'g': case 'G': multiplier = 1e9; ++s; break;
-    case 't': case 'T': multiplier = 1e12; ++s; break;
-    case 'p': case 'P': multiplier = 1e15; ++s; break;
+    case 'k': case 'K': exponent = 3; break;
+    case 'm': case 'M': exponent = 6; break;
+    case 'g': case 'G': exponent = 9; break;
+    case 't': case 'T': exponent = 12; break;
+    case 'p': case 'P': exponent = 15; break;
     default: break;
     }
+    if (exponent > 0)
+        ++s;
     if (*s && g_ascii_strcasecmp(s, "Hz") != 0)
         return false;
-    const double value = std::round(number * multiplier);
-    if (!(value >= 1.0) || value > 1.8e19)
+    while (!fraction.empty() && fraction.back() == '0')
+        fraction.pop_back();
+    if (fraction.size() > exponent)
         return false;
-    hertz = static_cast<uint64_t>(value);
-    return true;
+    // The digits of the rate in hertz: the fraction moves into the whole part, zeros fill up.
+    const std::string digits = whole + fraction + std::string(exponent - fraction.size(), '0');
+    uint64_t value = 0;
+    for (char c : digits) {
+        const unsigned digit = static_cast<unsigned>(c - '0');
+        if (value > (UINT64_MAX - digit) / 10)
+            return false;
+        value = value * 10 + digit;
+    }
+    hertz = value;
+    return value > 0;
 }
 
 } // namespace vornsr

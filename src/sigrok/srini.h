@@ -12,10 +12,13 @@ struct IniSection
 {
     std::string name;
     std::vector<std::pair<std::string, std::string>> keys; // in file order
+    std::string unreadable; // why the first key left out of keys could not be read, if any
 
     const std::string *value(const std::string &key) const;
 };
 
+// A value that is not valid text only matters to a reader of its section: the key is left out
+// and the section says why.
 bool parseIni(const std::string &text, std::vector<IniSection> &sections, std::string &error);
 const IniSection *findSection(const std::vector<IniSection> &sections, const std::string &name);
 
