@@ -80,14 +80,17 @@ fuzz)
         -DVORN_BUILD_TESTS=OFF -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
         -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" > /dev/null
     cmake --build build-fuzz -j "$(nproc)" --target fuzz_srarchive fuzz_srini fuzz_srwriter
+    found=0
     for target in srarchive srini srwriter; do
         corpus=build-fuzz/corpus/$target
         seeds=${target/srwriter/srarchive} # the writer starts from the same captures
         mkdir -p "$corpus"
         build-fuzz/fuzz/fuzz_$target -max_total_time="${FUZZ_SECONDS:-60}" -max_len=65536 -timeout=10 \
             -rss_limit_mb=2560 -artifact_prefix=build-fuzz/ -dict="fuzz/$seeds.dict" -print_final_stats=1 \
-            "$corpus" "fuzz/corpus/$seeds"
+            "$corpus" "fuzz/corpus/$seeds" || found=1
     done
+    # Every target gets its time; a finding in any fails the run.
+    exit $found
     ;;
 bench)
     install_missing
