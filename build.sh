@@ -71,22 +71,27 @@ asan)
     QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j "$(nproc)" -E install_and_host "$@"
     ;;
 fuzz)
-    # Each target runs for a bounded time (FUZZ_SECONDS, default 60) from a corpus of real captures.
+    # Each target runs for a bounded time (FUZZ_SECONDS, default 60) from the committed seeds
+    # (tools/make_fuzz_seeds.sh) with its dictionary; what it adds to the corpus stays in build-fuzz.
     install_missing
     PACKAGES=(clang libclang-rt-14-dev)
     install_missing
-    flags="-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer"
+    flags="-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined"
     CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_BUILD_FUZZ=ON \
         -DVORN_BUILD_TESTS=OFF -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
         -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" > /dev/null
-    cmake --build build-fuzz -j "$(nproc)" --target fuzz_srarchive fuzz_srini
-    corpus=build-fuzz/corpus
-    mkdir -p "$corpus/srarchive" "$corpus/srini"
-    cp data/sample.sr "$corpus/srarchive/" 2>/dev/null || true
-    unzip -p data/sample.sr metadata > "$corpus/srini/metadata" 2>/dev/null || true
-    for target in srarchive srini; do
-        build-fuzz/fuzz/fuzz_$target -max_total_time="${FUZZ_SECONDS:-60}" -max_len=65536 "$corpus/$target"
+    cmake --build build-fuzz -j "$(nproc)" --target fuzz_srarchive fuzz_srini fuzz_srwriter
+    found=0
+    for target in srarchive srini srwriter; do
+        corpus=build-fuzz/corpus/$target
+        seeds=${target/srwriter/srarchive} # the writer starts from the same captures
+        mkdir -p "$corpus"
+        build-fuzz/fuzz/fuzz_$target -max_total_time="${FUZZ_SECONDS:-60}" -max_len=65536 -timeout=10 \
+            -rss_limit_mb=2560 -artifact_prefix=build-fuzz/ -dict="fuzz/$seeds.dict" -print_final_stats=1 \
+            "$corpus" "fuzz/corpus/$seeds" || found=1
     done
+    # Every target gets its time; a finding in any fails the run.
+    exit $found
     ;;
 bench)
     install_missing

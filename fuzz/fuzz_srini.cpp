@@ -1,4 +1,4 @@
-// The key-file and number parsers on arbitrary text.
+// The key-file and number parsers on arbitrary text, and on every value of what parses.
 
 #include "srini.h"
 
@@ -6,16 +6,32 @@
 #include <string>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+namespace {
+
+void parseNumbers(const std::string &text)
 {
-    const std::string text(reinterpret_cast<const char *>(data), size);
-    std::vector<vornsr::IniSection> sections;
-    std::string error;
-    vornsr::parseIni(text, sections, error);
     uint64_t u = 0;
     double d = 0;
     vornsr::parseSampleRate(text, u);
     vornsr::parseUnsigned(text, u);
-    vornsr::parseDouble(text, d);
+    if (vornsr::parseDouble(text, d))
+        vornsr::formatDouble(d);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const std::string text(reinterpret_cast<const char *>(data), size);
+    parseNumbers(text);
+    std::vector<vornsr::IniSection> sections;
+    std::string error;
+    if (!vornsr::parseIni(text, sections, error))
+        return 0;
+    for (const auto &section : sections) {
+        vornsr::findSection(sections, section.name);
+        for (const auto &kv : section.keys)
+            parseNumbers(kv.second);
+    }
     return 0;
 }

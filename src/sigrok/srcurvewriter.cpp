@@ -1,7 +1,9 @@
 #include "srcurvewriter.h"
 
+#include "capturelock.h"
 #include "srarchive.h"
 #include "srini.h"
+#include "srnames.h"
 #include "srreadercache.h"
 #include "zipreplace.h"
 
@@ -11,13 +13,15 @@
 #include <algorithm>
 #include <cstring>
 #include <cmath>
+#include <map>
 #include <memory>
+#include <set>
 
 namespace vornsr {
 
 namespace {
 
-constexpr size_t MAX_NAME_BYTES = 127; // what the reader's info record can carry
+constexpr uint64_t MAX_CURVE_NUMBER = 999999999;
 
 struct KeyFileDeleter { void operator()(GKeyFile *f) const { g_key_file_free(f); } };
 struct StrvDeleter { void operator()(gchar **v) const { g_strfreev(v); } };
@@ -25,8 +29,8 @@ struct ZipDiscarder { void operator()(zip_t *z) const { zip_discard(z); } };
 
 bool checkCurve(const CurveData &curve, std::string &error)
 {
-    if (curve.name.empty() || curve.name.size() > MAX_NAME_BYTES) {
-        error = "curve name must have 1 to 127 bytes";
+    if (curve.name.empty()) {
+        error = "curve has no name";
         return false;
     }
     if (!g_utf8_validate(curve.name.data(), static_cast<gssize>(curve.name.size()), nullptr)
@@ -115,6 +119,32 @@ bool storedAsIs(zip_t *zip, GKeyFile *meta, const char *group, uint64_t number, 
     return read && (bytes == 0 || std::memcmp(stored.data(), curve.samples, bytes) == 0);
 }
 
+// [curve N] as the reader accepts it: N from 1 to MAX_CURVE_NUMBER, no leading zero.
+bool parseCurveNumber(const std::string &text, uint64_t &number)
+{
+    if (text.empty() || text.size() > 9 || text[0] == '0')
+        return false;
+    return text.find_first_not_of("0123456789") == std::string::npos && parseUnsigned(text, number);
+}
+
+// A number the reader reads and no curve has: one above the highest while there is room.
+uint64_t unusedCurveNumber(std::set<uint64_t> &used)
+{
+    uint64_t number = used.empty() ? 1 : *used.rbegin() + 1;
+    if (number > MAX_CURVE_NUMBER) {
+        number = 1;
+        while (used.count(number))
+            ++number;
+    }
+    used.insert(number);
+    return number;
+}
+
+bool listed(const std::vector<std::string> &names, const std::string &name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
 {
     const zip_int64_t index = zip_name_locate(zip, name.c_str(), 0);
@@ -134,10 +164,23 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         if (!checkCurve(curve, error))
             return false;
     }
-    // Only a capture we can read completely is touched.
-    if (!SrArchive::open(path, error))
+    // The lock spans reading and replacing, so that a concurrent save cannot slip in between.
+    const std::unique_ptr<CaptureLock> lock = CaptureLock::acquire(path, error);
+    if (!lock)
         return false;
-    std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(path, error));
+    // Only a capture we can read completely is touched.
+    const std::unique_ptr<SrArchive> archive = SrArchive::open(lock->path(), error);
+    if (!archive)
+        return false;
+    // Callers name curves as the reader offers them, which may be a shortened stored name.
+    std::map<uint64_t, std::string> offered;
+    const std::vector<std::string> offeredList = offeredNames(archive->channels());
+    for (size_t i = 0; i < offeredList.size(); ++i) {
+        if (archive->channels()[i].kind == Channel::Curve)
+            offered[archive->channels()[i].curveNumber] = offeredList[i];
+    }
+    std::string failure;
+    std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(*lock, failure, error));
     if (!zip)
         return false;
 
@@ -154,21 +197,20 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
 
     std::vector<bool> placed(curves.size(), false);
     bool changed = false;
-    uint64_t highest = 0;
+    std::set<uint64_t> used;
     std::unique_ptr<gchar *, StrvDeleter> groups(g_key_file_get_groups(meta.get(), nullptr));
     for (gchar **group = groups.get(); *group; ++group) {
         const std::string section = *group;
         uint64_t number = 0;
-        if (section.compare(0, 6, "curve ") != 0 || !parseUnsigned(section.substr(6), number))
+        if (section.compare(0, 6, "curve ") != 0 || !parseCurveNumber(section.substr(6), number))
             continue;
-        highest = std::max(highest, number);
-        gchar *raw = g_key_file_get_string(meta.get(), *group, "name", nullptr);
-        const std::string name = raw ? raw : "";
-        g_free(raw);
-        if (std::find(remove.begin(), remove.end(), name) == remove.end())
+        used.insert(number);
+        const std::string name = keyValue(meta.get(), *group, "name");
+        const std::string shown = offered.count(number) ? offered[number] : name;
+        if (!listed(remove, name) && !listed(remove, shown))
             continue;
         const auto replacement = std::find_if(curves.begin(), curves.end(), [&](const CurveData &c) {
-            return c.name == name;
+            return c.name == name || c.name == shown;
         });
         const size_t r = static_cast<size_t>(replacement - curves.begin());
         if (replacement != curves.end() && !placed[r]) {
@@ -191,7 +233,7 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         if (placed[i])
             continue;
         changed = true;
-        const uint64_t number = ++highest;
+        const uint64_t number = unusedCurveNumber(used);
         const std::string group = "curve " + std::to_string(number);
         setCurveKeys(meta.get(), group.c_str(), curves[i]);
         if (!putMember(zip.get(), curveMemberName(number), curves[i].samples,
@@ -214,7 +256,7 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
 
     zip_t *raw = zip.release();
     if (zip_close(raw) != 0) {
-        error = std::string("cannot write file: ") + zip_strerror(raw);
+        error = failure.empty() ? std::string("cannot write file: ") + zip_strerror(raw) : failure;
         zip_discard(raw);
         return false;
     }

@@ -1,10 +1,12 @@
 #include "waveform_sigrok.h"
 
 #include "srarchive.h"
+#include "srnames.h"
 #include "srreadercache.h"
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 using vornsr::Channel;
@@ -30,6 +32,21 @@ void copyUtf8(char *field, size_t fieldSize, const std::string &text)
     }
     std::memcpy(field, text.data(), n);
     std::memset(field + n, 0, fieldSize - n);
+}
+
+// The offered name of one channel; the names of the archive last asked about are kept, so that
+// k info calls cost one naming pass.
+std::string offeredName(const std::shared_ptr<const SrArchive> &archive, size_t index)
+{
+    static std::mutex mutex;
+    static std::weak_ptr<const SrArchive> named;
+    static std::vector<std::string> names;
+    std::lock_guard<std::mutex> lock(mutex);
+    if (named.lock() != archive) {
+        names = vornsr::offeredNames(archive->channels());
+        named = archive;
+    }
+    return names[index];
 }
 
 } // namespace
@@ -64,7 +81,7 @@ int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWa
     info->sampleCount = channel.sampleCount;
     info->sampleInterval = channel.sampleInterval;
     info->startTime = channel.startTime;
-    copyUtf8(info->name, sizeof info->name, channel.name);
+    copyUtf8(info->name, sizeof info->name, offeredName(archive, static_cast<size_t>(index)));
     copyUtf8(info->unit, sizeof info->unit, channel.unit);
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "zipreplace.h"
 
+#include "capturelock.h"
+
 #include <zip.h>
 
 #include <fcntl.h>
@@ -19,8 +21,10 @@ namespace {
 // State of one libzip source that reads the original file and writes its replacement.
 struct ReplacingFile
 {
+    const CaptureLock *lock = nullptr;
     std::string path;
     struct stat original{};
+    std::string *failure = nullptr; // a reason clearer than libzip's codes
     FILE *in = nullptr;
     int out = -1;
     std::string tempPath;
@@ -46,23 +50,18 @@ struct ReplacingFile
 
     zip_int64_t beginWrite()
     {
-        const size_t slash = path.rfind('/');
-        const std::string dir = slash == std::string::npos ? std::string(".") : path.substr(0, slash);
-        const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
-        std::string templ = dir + "/." + base + ".XXXXXX";
-        const int fd = ::mkstemp(&templ[0]);
+        const int fd = lock->createTemporary(tempPath);
         if (fd < 0)
             return fail(ZIP_ER_TMPOPEN, errno);
         out = fd;
-        tempPath = templ;
-        // Keep the file as the user had it; a new owner can only be given by root.
+        // Keep the file as the user had it, as far as the saving user may: a new owner can only
+        // be given by root, a group by its members. The mode comes last, as chown clears set-id bits.
+        if (::fchown(fd, original.st_uid, original.st_gid) != 0)
+            (void)::fchown(fd, static_cast<uid_t>(-1), original.st_gid);
         if (::fchmod(fd, original.st_mode & 07777) != 0) {
             const int e = errno;
             discardTemp();
             return fail(ZIP_ER_TMPOPEN, e);
-        }
-        if (::fchown(fd, original.st_uid, original.st_gid) != 0) {
-            // Not permitted for other users' files; the file then belongs to whoever saves it.
         }
         writePos = writeEnd = 0;
         return 0;
@@ -100,6 +99,12 @@ struct ReplacingFile
             const int e = errno;
             discardTemp();
             return fail(ZIP_ER_WRITE, e);
+        }
+        // A program that does not take our lock may have replaced or changed the file meanwhile.
+        if (!lock->stillTheFileRead()) {
+            discardTemp();
+            *failure = "the file was changed by another program while saving; nothing was written";
+            return fail(ZIP_ER_CHANGED, 0);
         }
         if (::rename(tempPath.c_str(), path.c_str()) != 0) {
             const int e = errno;
@@ -141,8 +146,16 @@ zip_int64_t replacingFileCallback(void *userdata, void *data, zip_uint64_t lengt
     auto *file = static_cast<ReplacingFile *>(userdata);
     switch (cmd) {
     case ZIP_SOURCE_OPEN:
-        if (!file->in && !(file->in = std::fopen(file->path.c_str(), "rb")))
-            return file->fail(ZIP_ER_OPEN, errno);
+        // Read through the locked descriptor: the path could name another file by now.
+        if (!file->in) {
+            const int fd = ::dup(file->lock->fd());
+            if (fd < 0 || !(file->in = ::fdopen(fd, "rb"))) {
+                const int e = errno;
+                if (fd >= 0)
+                    ::close(fd);
+                return file->fail(ZIP_ER_OPEN, e);
+            }
+        }
         std::rewind(file->in);
         return 0;
     case ZIP_SOURCE_READ: {
@@ -205,28 +218,14 @@ zip_int64_t replacingFileCallback(void *userdata, void *data, zip_uint64_t lengt
 
 } // namespace
 
-zip_t *openArchiveForUpdate(const std::string &path, std::string &error)
+zip_t *openArchiveForUpdate(const CaptureLock &lock, std::string &failure, std::string &error)
 {
-    char resolved[PATH_MAX];
-    if (!::realpath(path.c_str(), resolved)) {
-        error = errno == ENOENT ? "file not found" : std::string("cannot open file: ") + std::strerror(errno);
-        return nullptr;
-    }
-    // A capture the user made read-only stays as it is, even though the folder would allow
-    // a rename over it.
-    if (::access(resolved, W_OK) != 0) {
-        error = std::string("file is not writable: ") + std::strerror(errno);
-        return nullptr;
-    }
     auto *file = new ReplacingFile;
-    file->path = resolved;
+    file->lock = &lock;
+    file->path = lock.path();
+    file->original = lock.identity();
+    file->failure = &failure;
     zip_error_init(&file->error);
-    if (::stat(resolved, &file->original) != 0 || !S_ISREG(file->original.st_mode)) {
-        error = "not a regular file";
-        zip_error_fini(&file->error);
-        delete file;
-        return nullptr;
-    }
     zip_error_t zerror;
     zip_error_init(&zerror);
     zip_source_t *source = zip_source_function_create(replacingFileCallback, file, &zerror);

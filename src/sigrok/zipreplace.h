@@ -7,11 +7,14 @@ typedef struct zip zip_t;
 
 namespace vornsr {
 
-// Opens an existing archive for changes. zip_close() then writes the new archive to a temporary
-// file in the same folder, flushes it to disk, gives it the old file's permissions and owner,
-// and renames it over the old one; a failure at any point leaves the old file as it was.
-// A symbolic link is followed: its target is replaced and the link kept.
-zip_t *openArchiveForUpdate(const std::string &path, std::string &error);
+class CaptureLock;
+
+// Opens the locked capture for changes. zip_close() then writes the new archive to a temporary
+// file in the same folder, flushes it to disk, gives it the old file's permissions, owner and
+// group as far as the saving user may, checks that the capture is still the file that was read,
+// and renames the new one over it; a failure at any point leaves the old file as it was, and
+// where libzip's code would say little, failure gets the reason. The lock must outlive the archive.
+zip_t *openArchiveForUpdate(const CaptureLock &lock, std::string &failure, std::string &error);
 
 } // namespace vornsr
 

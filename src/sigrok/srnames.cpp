@@ -1,0 +1,61 @@
+#include "srnames.h"
+
+#include <cstring>
+#include <set>
+
+namespace vornsr {
+
+namespace {
+
+constexpr size_t NAME_BYTES = 127; // the info record's name field, less its NUL
+const char *const SUFFIXES[] = {" [upper]", " [lower]"};
+constexpr size_t SUFFIX_BYTES = 8;
+
+// The longest prefix of at most limit bytes that ends on a character boundary.
+std::string cutUtf8(const std::string &text, size_t limit)
+{
+    if (text.size() <= limit)
+        return text;
+    size_t n = limit;
+    while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80)
+        --n;
+    return text.substr(0, n);
+}
+
+bool endsWith(const std::string &text, const char *suffix)
+{
+    const size_t n = std::strlen(suffix);
+    return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
+
+} // namespace
+
+std::vector<std::string> offeredNames(const std::vector<Channel> &channels)
+{
+    std::vector<std::string> names;
+    std::set<std::string> taken;
+    for (const Channel &channel : channels) {
+        std::string base = channel.name, suffix;
+        size_t room = NAME_BYTES - SUFFIX_BYTES;
+        if (channel.kind == Channel::Curve) {
+            room = NAME_BYTES;
+            for (const char *s : SUFFIXES) {
+                if (endsWith(base, s)) {
+                    suffix = s;
+                    base.resize(base.size() - SUFFIX_BYTES);
+                    room = NAME_BYTES - SUFFIX_BYTES;
+                }
+            }
+        }
+        std::string name = cutUtf8(base, room) + suffix;
+        for (unsigned n = 2; taken.count(name); ++n) {
+            const std::string tag = " (" + std::to_string(n) + ")";
+            name = cutUtf8(base, room - tag.size()) + tag + suffix;
+        }
+        taken.insert(name);
+        names.push_back(name);
+    }
+    return names;
+}
+
+} // namespace vornsr
