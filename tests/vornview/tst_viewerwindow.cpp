@@ -36,6 +36,8 @@ void TstViewerWindow::initTestCase()
 {
     QStandardPaths::setTestModeEnabled(true);
     QVERIFY(m_dir.isValid());
+    // Settings of this process only: the German run of this test may run at the same time.
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_dir.path());
     if (QStandardPaths::findExecutable(QStringLiteral("sigrok-cli")).isEmpty())
         QSKIP("sigrok-cli is not installed (Debian package sigrok-cli); the viewer opens its captures");
 }
