@@ -117,6 +117,8 @@ int main(int argc, char *argv[])
 
     const QString title = QCoreApplication::translate("vornview", "%1 - VornView").arg(QFileInfo(options.file).fileName());
     WaveformWindow window(options.file, title);
+    if (window.graph()->waveformCount() > 1)
+        window.graph()->setStacked(true);
     FirstPaintTimer firstPaint(sinceStart);
     if (options.timing) {
         if (auto *chartView = window.findChild<QGraphicsView *>())

@@ -312,4 +312,6 @@ void VornGraph::followPlotChanges()
     if (m_envelopeEditor)
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();
+    updateCursorLines();
+    updateReadouts();
 }
