@@ -1,6 +1,7 @@
 #ifndef VORN_BENCH_SUMMARY_H
 #define VORN_BENCH_SUMMARY_H
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -8,6 +9,17 @@
 // Milliseconds per mouse move while a handle of an envelope of this many points is dragged,
 // the repaint included (bench_drag.cpp).
 double dragMillisecondsPerMove(int points);
+
+struct ViewStepFigure
+{
+    double wheel = -1;
+    double pan = -1;
+    double resize = -1;
+    double worst() const { return std::max({wheel, pan, resize}); }
+};
+// Milliseconds per navigation step with the repaint, each kind of step on its own
+// (bench_view.cpp).
+ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples);
 
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 

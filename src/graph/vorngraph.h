@@ -13,6 +13,7 @@
 #include <QVector>
 #include <QWidget>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -279,6 +280,7 @@ private:
     // Min/max index of every long waveform, so that a view change costs the same at any length.
     std::vector<std::shared_ptr<const MinMaxPyramid>> m_pyramids;
     QList<QLineSeries *> m_openGLHeldBack; // series drawn by the scene only while an edit runs
+    std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
     // A left-button drag on the chart: the pan's start, or the cursor being moved.
     bool m_panning = false;

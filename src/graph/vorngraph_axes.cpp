@@ -5,10 +5,12 @@
 
 #include <QCategoryAxis>
 #include <QChart>
+#include <QLineSeries>
 #include <QSignalBlocker>
 #include <QTimer>
 #include <QValueAxis>
 
+#include <array>
 #include <cmath>
 
 namespace {
@@ -84,6 +86,7 @@ double VornGraph::calculateDivisionSizeY(double minValue, double maxValue) const
 
 void VornGraph::setupAxisX()
 {
+    m_laidOut = {};
     m_axisX = new QValueAxis;
     m_axisX->setTickCount(11);
     m_axisX->setGridLineVisible(true);
@@ -116,8 +119,19 @@ void VornGraph::updateSquareDivisions()
     const double divisions = plot.width() / m_divisionPixels;
     if (m_timePerDivision == 0.0)
         chooseTimePerDivision(divisions);
+    // A resize reaches here twice, through the widget and through the plot area; each pass
+    // redraws every series, which is most of what a step costs.
+    const std::array<double, 6> layout{plot.left(), plot.top(), plot.width(), plot.height(), m_timePerDivision,
+                                       m_timeOffset};
+    if (layout == m_laidOut)
+        return;
+    m_laidOut = layout;
 
     const QSignalBlocker blocker(m_chart);
+    // The chart strokes every series again when the range changes; empty ones cost nothing,
+    // and the new points follow below.
+    for (QLineSeries *series : qAsConst(m_series))
+        series->replace(QList<QPointF>());
     applyDivisionGrid(m_axisX, -m_timeOffset, divisions * m_timePerDivision * 0.5, m_timePerDivision);
     updateXAxisLabels();
     updateSeriesForViewport();

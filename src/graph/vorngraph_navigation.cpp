@@ -6,6 +6,7 @@
 #include <QChart>
 #include <QCoreApplication>
 #include <QKeyEvent>
+#include <QLineSeries>
 #include <QSignalBlocker>
 #include <QTreeWidget>
 #include <QValueAxis>
@@ -59,6 +60,12 @@ bool VornGraph::eventFilter(QObject *watched, QEvent *event)
         }
     } else if (watched == m_chartView && event->type() == QEvent::KeyPress) {
         return chartKeyPressed(static_cast<QKeyEvent *>(event));
+    } else if (watched == m_chartView && event->type() == QEvent::Resize && m_axisX) {
+        // The chart would stroke the old points at the new size only to have them replaced
+        // when the plot area settles; the next layout fills the series again.
+        for (QLineSeries *series : qAsConst(m_series))
+            series->replace(QList<QPointF>());
+        m_laidOut = {};
     } else if (auto *box = qobject_cast<QDoubleSpinBox *>(watched)) {
         return treeBoxEvent(box, event);
     }
