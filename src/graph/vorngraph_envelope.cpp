@@ -193,6 +193,7 @@ void VornGraph::startEnvelopeEditing(int index)
         m_editorOverlay->setPointCount(m_envelopeEditor->pointCount());
     }
     m_editorOverlay->updateState(m_envelopeEditor->state());
+    m_editorOverlay->setWaveformName(m_waveforms.at(index).name);
     m_editorOverlay->resetUserPosition();
     positionEditorOverlay();
     m_editorOverlay->show();

@@ -1,5 +1,6 @@
 #include "graphharness.h"
 
+#include "envelopeeditoroverlay.h"
 #include "navigation.h"
 
 #include <QDoubleSpinBox>
@@ -130,6 +131,7 @@ void TstNavigation::dragPansUnlessAnEditOwnsTheMouse()
     QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
 
     g->startEnvelopeEditing(0);
+    QCOMPARE(g->m_editorOverlay->title(), QStringLiteral("Envelope of a"));
     const double editing = g->timeOffset();
     m_harness->drag(from, from + QPoint(100, 0));
     QCOMPARE(g->timeOffset(), editing);
