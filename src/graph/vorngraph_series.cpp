@@ -93,6 +93,8 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setGridLineVisible(m_yAxes.isEmpty());
     axis->setLineVisible(false);
     axis->setLabelsVisible(false);
+    // An axis that draws nothing still costs a label layout on every view change, unless hidden.
+    axis->setVisible(m_yAxes.isEmpty());
     m_chart->addAxis(axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;
