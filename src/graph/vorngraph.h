@@ -176,6 +176,7 @@ private:
     void setupAxisX();
     void updateSquareDivisions();
     void scheduleSquareDivisions();
+    void emptyWaveformSeries();
     void chooseTimePerDivision(double horizontalDivisions);
     void updateXAxis(double timePerDivision);
     void updateXAxisLabels();

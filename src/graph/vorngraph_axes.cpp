@@ -128,16 +128,21 @@ void VornGraph::updateSquareDivisions()
     m_laidOut = layout;
 
     const QSignalBlocker blocker(m_chart);
-    // The chart strokes every series again when the range changes; empty ones cost nothing,
-    // and the new points follow below.
-    for (QLineSeries *series : qAsConst(m_series))
-        series->replace(QList<QPointF>());
+    emptyWaveformSeries();
     applyDivisionGrid(m_axisX, -m_timeOffset, divisions * m_timePerDivision * 0.5, m_timePerDivision);
     updateXAxisLabels();
     updateSeriesForViewport();
     updateCenterLines();
     updateRangeDisplay();
     followPlotChanges();
+}
+
+// The chart strokes every series again when its range or size changes; empty ones cost nothing,
+// and the new points follow from updateSeriesForViewport.
+void VornGraph::emptyWaveformSeries()
+{
+    for (QLineSeries *series : qAsConst(m_series))
+        series->replace(QList<QPointF>());
 }
 
 void VornGraph::scheduleSquareDivisions()
@@ -177,6 +182,9 @@ void VornGraph::updateXAxis(double timePerDivision)
     if (!m_axisX)
         return;
     const double aspect = double(m_chartView->width()) / double(m_chartView->height());
+    // Its range follows the view's aspect, not the plot's: the next layout must not be skipped.
+    m_laidOut = {};
+    emptyWaveformSeries();
     applyDivisionGrid(m_axisX, -m_timeOffset, aspect * Y_DIVISIONS * timePerDivision * 0.5, timePerDivision);
     updateXAxisLabels();
     updateSeriesForViewport();

@@ -61,10 +61,8 @@ bool VornGraph::eventFilter(QObject *watched, QEvent *event)
     } else if (watched == m_chartView && event->type() == QEvent::KeyPress) {
         return chartKeyPressed(static_cast<QKeyEvent *>(event));
     } else if (watched == m_chartView && event->type() == QEvent::Resize && m_axisX) {
-        // The chart would stroke the old points at the new size only to have them replaced
-        // when the plot area settles; the next layout fills the series again.
-        for (QLineSeries *series : qAsConst(m_series))
-            series->replace(QList<QPointF>());
+        // The next layout, when the plot area has settled, fills the series again.
+        emptyWaveformSeries();
         m_laidOut = {};
     } else if (auto *box = qobject_cast<QDoubleSpinBox *>(watched)) {
         return treeBoxEvent(box, event);

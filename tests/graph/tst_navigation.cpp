@@ -250,6 +250,10 @@ void TstNavigation::treeBoxesTakeTypedValuesOnConfirm()
     QTest::keyClick(box, Qt::Key_Return);
     QCOMPARE(g->timePerDivision(), Scale125::nextDown(before));
     QCOMPARE(counter.presses, 0);
+    // Back to the time base of the last layout: the axis must still follow.
+    QTest::keyClick(m_harness->view(), Qt::Key_Minus);
+    const double span = g->m_chart->plotArea().width() / g->m_divisionPixels * before;
+    QCOMPARE(g->m_axisX->max() - g->m_axisX->min(), span);
 
     // Over a box the user is not in, the wheel scrolls the tree.
     g->m_chartView->setFocus();
