@@ -5,6 +5,7 @@
 #include <QChart>
 #include <QLineSeries>
 #include <QOpenGLContext>
+#include <QPen>
 #include <QValueAxis>
 
 #include <cmath>
@@ -80,6 +81,12 @@ QLineSeries *VornGraph::createWaveformSeries()
     // The chart owns the series from here on.
     m_chart->addSeries(series);
     series->setColor(getWaveformColor(m_series.size()));
+    // A one-pixel cosmetic trace is drawn by the rasteriser's line routine; a wider pen goes
+    // through the path stroker, which costs more than everything else in a step.
+    QPen pen = series->pen();
+    pen.setWidthF(1.0);
+    pen.setCosmetic(true);
+    series->setPen(pen);
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
