@@ -139,5 +139,10 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
     printLoad();
     printOpen();
     std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
+    const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);
+    const ViewStepFigure many = viewStepMilliseconds(8, 1'000'000);
+    std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());
+    std::printf("view step by kind (wheel/pan/resize): 4x25M %.1f/%.1f/%.1f ms, 8x1M %.1f/%.1f/%.1f ms\n", large.wheel,
+                large.pan, large.resize, many.wheel, many.pan, many.resize);
     std::fflush(stdout);
 }

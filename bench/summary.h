@@ -1,6 +1,7 @@
 #ifndef VORN_BENCH_SUMMARY_H
 #define VORN_BENCH_SUMMARY_H
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -11,6 +12,16 @@ double dragMillisecondsPerMove(int points);
 
 // Prints the check 100M line (bench_check.cpp).
 void printCheck(std::vector<double> samples);
+struct ViewStepFigure
+{
+    double wheel = -1;
+    double pan = -1;
+    double resize = -1;
+    double worst() const { return std::max({wheel, pan, resize}); }
+};
+// Milliseconds per navigation step with the repaint, each kind of step on its own
+// (bench_view.cpp).
+ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples);
 
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 

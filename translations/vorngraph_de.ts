@@ -23,6 +23,10 @@
         <source>Adjust envelope points</source>
         <translation>Hüllkurvenpunkte anpassen</translation>
     </message>
+    <message>
+        <source>Envelope of %1</source>
+        <translation>Hüllkurve von %1</translation>
+    </message>
 </context>
 <context>
     <name>VornGraph</name>
@@ -87,6 +91,22 @@
     <message>
         <source>Delete Envelope</source>
         <translation>Hüllkurve löschen</translation>
+    </message>
+    <message>
+        <source>t = —</source>
+        <translation>t = —</translation>
+    </message>
+    <message>
+        <source>t = %1   %2</source>
+        <translation>t = %1   %2</translation>
+    </message>
+    <message>
+        <source>t1 = %1   t2 = %2   Δt = %3   1/Δt = %4</source>
+        <translation>t1 = %1   t2 = %2   Δt = %3   1/Δt = %4</translation>
+    </message>
+    <message>
+        <source>%1: %2 → %3 (Δ %4)</source>
+        <translation>%1: %2 → %3 (Δ %4)</translation>
     </message>
 </context>
 <context>
@@ -154,6 +174,38 @@
     <message>
         <source>Do you really want to delete the envelope?</source>
         <translation>Wollen Sie die Hüllkurve wirklich löschen?</translation>
+    </message>
+    <message>
+        <source>Next Violation</source>
+        <translation>Nächste Verletzung</translation>
+    </message>
+    <message>
+        <source>Previous Violation</source>
+        <translation>Vorherige Verletzung</translation>
+    </message>
+    <message>
+        <source>%1: pass</source>
+        <translation>%1: bestanden</translation>
+    </message>
+    <message>
+        <source>%1: fail, %2 violations, first at %3</source>
+        <translation>%1: nicht bestanden, %2 Verletzungen, erste bei %3</translation>
+    </message>
+    <message>
+        <source>View</source>
+        <translation>Ansicht</translation>
+    </message>
+    <message>
+        <source>Stacked</source>
+        <translation>Gestapelt</translation>
+    </message>
+    <message>
+        <source>Overlaid</source>
+        <translation>Überlagert</translation>
+    </message>
+    <message>
+        <source>Cursors</source>
+        <translation>Cursor</translation>
     </message>
 </context>
 </TS>

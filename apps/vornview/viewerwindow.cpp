@@ -108,6 +108,9 @@ bool ViewerWindow::openFile(const QString &path)
         storeRecentFiles(recent);
         return false;
     }
+    // One band per waveform, so that a capture of several channels is readable at first sight.
+    if (document->graph()->waveformCount() > 1)
+        document->graph()->setStacked(true);
     recent.prepend(absolute);
     storeRecentFiles(recent);
     setDocument(document, absolute);

@@ -190,7 +190,13 @@ void EnvelopeEditorController::updateFillArea()
     QGraphicsScene *s = scene();
     if (!s)
         return;
-    const QVector<QPolygonF> polygons = fillPolygons(m_markers, chart(), m_series);
+    QVector<QPolygonF> polygons = fillPolygons(m_markers, chart(), m_series);
+    // Panned or zoomed, a run reaches past the plot; its fill must not cover the axes' labels.
+    const QRectF plot = chart()->plotArea();
+    for (QPolygonF &polygon : polygons) {
+        if (!plot.contains(polygon.boundingRect()))
+            polygon = polygon.intersected(QPolygonF(plot));
+    }
     // A drag leaves the runs as they are; reshaping their polygons draws the same as rebuilding
     // them and spares the scene an item removal and insertion per mouse move.
     if (polygons.size() != m_fillAreas.size()) {

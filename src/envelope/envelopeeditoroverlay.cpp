@@ -54,7 +54,24 @@ void EnvelopeEditorOverlay::setupUi()
     buttonRow->addWidget(m_cancelButton);
     layout->addLayout(buttonRow);
 
+    // Made last so that the step hint stays the panel's first label.
+    m_titleLabel = new QLabel(this);
+    m_titleLabel->setStyleSheet(QStringLiteral("font-weight: bold;"));
+    m_titleLabel->hide();
+    layout->insertWidget(0, m_titleLabel);
+
     setFixedWidth(PANEL_WIDTH);
+}
+
+void EnvelopeEditorOverlay::setWaveformName(const QString &name)
+{
+    m_titleLabel->setText(tr("Envelope of %1").arg(name));
+    m_titleLabel->setVisible(!name.isEmpty());
+}
+
+QString EnvelopeEditorOverlay::title() const
+{
+    return m_titleLabel->isVisible() ? m_titleLabel->text() : QString();
 }
 
 void EnvelopeEditorOverlay::applyStylesheet()

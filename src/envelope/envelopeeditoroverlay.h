@@ -25,6 +25,10 @@ public:
     void setPointCount(int count);
     void updateState(EnvelopeEditorController::State state);
 
+    // Names the waveform whose envelope is edited at the top of the panel.
+    void setWaveformName(const QString &name);
+    QString title() const;
+
     void clampToParent();
     bool hasUserPosition() const { return m_userPositioned; }
     void resetUserPosition() { m_userPositioned = false; }
@@ -45,6 +49,7 @@ private:
     void connectSignals();
 
     QLabel *m_statusLabel = nullptr;
+    QLabel *m_titleLabel = nullptr;
     QSpinBox *m_pointCountSpinBox = nullptr;
     QPushButton *m_applyButton = nullptr;
     QPushButton *m_cancelButton = nullptr;

@@ -105,7 +105,7 @@ void VornGraph::createFrameWidgets()
     m_errorLabel->setStyleSheet(QStringLiteral("QLabel { color: red; font-size: 14px; background-color: #1e1e1e; }"));
 
     m_stackedWidget = new QStackedWidget;
-    m_stackedWidget->addWidget(m_chartView);
+    m_stackedWidget->addWidget(createChartPage());
     m_stackedWidget->addWidget(m_errorLabel);
 }
 

@@ -2,6 +2,7 @@
 #define VORNGRAPH_H
 
 #include "downsampling.h"
+#include "navigation.h"
 #include "envelopeeditorcontroller.h"
 #include "vorngraph_export.h"
 #include "vornwaveform.h"
@@ -12,8 +13,10 @@
 #include <QVector>
 #include <QWidget>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -27,6 +30,10 @@ class QChart;
 class QDoubleSpinBox;
 class QGraphicsPathItem;
 class QPainterPath;
+class QGraphicsLineItem;
+class QKeyEvent;
+class QMouseEvent;
+class QWheelEvent;
 class QLabel;
 class QLineSeries;
 class QPoint;
@@ -89,6 +96,31 @@ public:
     // envelope, counted from the centre of the screen; false when there is none.
     bool showNextViolation(int index);
     bool showPreviousViolation(int index);
+    // Navigation as the chart's wheel, drag and keys do it; the tree's boxes follow.
+    double timePerDivision() const { return m_timePerDivision; }
+    double timeOffset() const { return m_timeOffset; }
+    double divisionSize(int index) const;
+    double offset(int index) const;
+    // Steps the time per division through the 1-2-5 values (positive: longer), keeping time
+    // where it is on the screen.
+    void zoomTime(int steps, double anchorTime);
+    // Moves the view by a number of divisions (positive: towards later times).
+    void panTime(double divisions);
+    void showWholeCapture();
+    void stepDivisionSize(int index, int steps);
+    void stepOffset(int index, int divisions);
+
+    // Every visible waveform in its own band of the screen, or all of them over its full height.
+    void setStacked(bool stacked);
+    bool isStacked() const { return m_stacked; }
+
+    // Two time cursors with their readouts; the hover readout follows the pointer.
+    void setCursorsVisible(bool visible);
+    bool cursorsVisible() const { return m_cursorsVisible; }
+    void setCursorTimes(double first, double second);
+    double cursorTime(int cursor) const { return m_cursorTimes[cursor & 1]; }
+    QString hoverReadout() const;
+    QString cursorReadout() const;
 
 signals:
     void envelopeEditingStarted(int waveformIndex);
@@ -99,8 +131,11 @@ signals:
     void deleteEnvelopeRequested(int waveformIndex);
     void waveformSelectionChanged(int waveformIndex);
     void envelopeChecked(int waveformIndex);
+    void stackedChanged(bool stacked);
+    void cursorsVisibleChanged(bool visible);
 
 protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void showEvent(QShowEvent *event) override;
 
@@ -121,6 +156,7 @@ private:
     friend class TstVornGraphEnvelope;
     friend class TstVornGraphTree;
     friend class VornGraphBench;
+    friend class TstNavigation;
 
     // vorngraph.cpp: frame and life cycle
     void createChart();
@@ -152,6 +188,7 @@ private:
     void setupAxisX();
     void updateSquareDivisions();
     void scheduleSquareDivisions();
+    void emptyWaveformSeries();
     void chooseTimePerDivision(double horizontalDivisions);
     void updateXAxis(double timePerDivision);
     void updateXAxisLabels();
@@ -172,6 +209,29 @@ private:
     QDoubleSpinBox *createTimeDivisionSpinBox();
     QDoubleSpinBox *createTimeOffsetSpinBox();
     QDoubleSpinBox *createWaveformOffsetSpinBox(size_t waveformIndex);
+
+    // vorngraph_navigation.cpp: wheel, drag and keys on the chart; the tree boxes' input
+    void setTimeBase(double timePerDivision, double timeOffset);
+    void setWaveformScale(int index, double divisionSize, double offset);
+    QDoubleSpinBox *divisionSpinBox(int index) const;
+    bool chartKeyPressed(QKeyEvent *event);
+    bool chartWheelTurned(QWheelEvent *event);
+    bool chartMouseEvent(QMouseEvent *event);
+    void adoptTreeBox(QDoubleSpinBox *box);
+    bool treeBoxEvent(QDoubleSpinBox *box, QEvent *event);
+
+    // vorngraph_stack.cpp: stacked and overlaid layouts
+    void applyStackedLayout();
+    void applyOverlaidLayout();
+    WaveformExtent extentOf(int index) const;
+
+    // vorngraph_cursors.cpp: the status line, the hover readout and the two cursors
+    QWidget *createChartPage();
+    void updateCursorLines();
+    void updateReadouts();
+    QString valuesAt(double time) const;
+    int cursorNear(int viewX) const;
+    double timeAtViewX(double viewX) const;
 
     // vorngraph_tree.cpp: the information tree
     void updateInfoTree();
@@ -242,6 +302,20 @@ private:
     QVector<EnvelopeCheckResult> m_checkResults;
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
+    std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
+    bool m_stacked = false;
+    // A left-button drag on the chart: the pan's start, or the cursor being moved.
+    bool m_panning = false;
+    int m_draggedCursor = -1;
+    QPoint m_pressPos;
+    double m_pressTimeOffset = 0.0;
+    int m_wheelRemainder = 0;
+    bool m_cursorsVisible = false;
+    double m_cursorTimes[2] = {0.0, 0.0};
+    QGraphicsLineItem *m_cursorLines[2] = {nullptr, nullptr};
+    double m_hoverX = std::numeric_limits<double>::quiet_NaN(); // pointer over the chart, view pixels
+    QLabel *m_hoverLabel = nullptr;
+    QLabel *m_cursorLabel = nullptr;
 };
 
 #endif

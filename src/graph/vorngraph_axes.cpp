@@ -5,10 +5,12 @@
 
 #include <QCategoryAxis>
 #include <QChart>
+#include <QLineSeries>
 #include <QSignalBlocker>
 #include <QTimer>
 #include <QValueAxis>
 
+#include <array>
 #include <cmath>
 
 namespace {
@@ -84,6 +86,7 @@ double VornGraph::calculateDivisionSizeY(double minValue, double maxValue) const
 
 void VornGraph::setupAxisX()
 {
+    m_laidOut = {};
     m_axisX = new QValueAxis;
     m_axisX->setTickCount(11);
     m_axisX->setGridLineVisible(true);
@@ -116,14 +119,30 @@ void VornGraph::updateSquareDivisions()
     const double divisions = plot.width() / m_divisionPixels;
     if (m_timePerDivision == 0.0)
         chooseTimePerDivision(divisions);
+    // A resize reaches here twice, through the widget and through the plot area; each pass
+    // redraws every series, which is most of what a step costs.
+    const std::array<double, 6> layout{plot.left(), plot.top(), plot.width(), plot.height(), m_timePerDivision,
+                                       m_timeOffset};
+    if (layout == m_laidOut)
+        return;
+    m_laidOut = layout;
 
     const QSignalBlocker blocker(m_chart);
+    emptyWaveformSeries();
     applyDivisionGrid(m_axisX, -m_timeOffset, divisions * m_timePerDivision * 0.5, m_timePerDivision);
     updateXAxisLabels();
     updateSeriesForViewport();
     updateCenterLines();
     updateRangeDisplay();
     followPlotChanges();
+}
+
+// The chart strokes every series again when its range or size changes; empty ones cost nothing,
+// and the new points follow from updateSeriesForViewport.
+void VornGraph::emptyWaveformSeries()
+{
+    for (QLineSeries *series : qAsConst(m_series))
+        series->replace(QList<QPointF>());
 }
 
 void VornGraph::scheduleSquareDivisions()
@@ -163,6 +182,9 @@ void VornGraph::updateXAxis(double timePerDivision)
     if (!m_axisX)
         return;
     const double aspect = double(m_chartView->width()) / double(m_chartView->height());
+    // Its range follows the view's aspect, not the plot's: the next layout must not be skipped.
+    m_laidOut = {};
+    emptyWaveformSeries();
     applyDivisionGrid(m_axisX, -m_timeOffset, aspect * Y_DIVISIONS * timePerDivision * 0.5, timePerDivision);
     updateXAxisLabels();
     updateSeriesForViewport();

@@ -28,6 +28,7 @@ QDoubleSpinBox *VornGraph::createDivisionSpinBox(size_t waveformIndex, double in
     box->setValue(initialValue);
     box->setProperty("waveformIndex", QVariant::fromValue<quint64>(waveformIndex));
     box->setProperty("lastValue", initialValue);
+    adoptTreeBox(box);
     connect(box, &QDoubleSpinBox::valueChanged, this, &VornGraph::onDivisionSpinBoxChanged);
     return box;
 }
@@ -37,6 +38,7 @@ QDoubleSpinBox *VornGraph::createTimeDivisionSpinBox()
     auto *box = new ScaledSpinBox(QStringLiteral("s"), this);
     box->setValue(m_timePerDivision);
     box->setProperty("lastValue", m_timePerDivision);
+    adoptTreeBox(box);
     connect(box, &QDoubleSpinBox::valueChanged, this, &VornGraph::onTimeDivisionSpinBoxChanged);
     return box;
 }
@@ -46,6 +48,7 @@ QDoubleSpinBox *VornGraph::createTimeOffsetSpinBox()
     auto *box = new LinearSpinBox(QStringLiteral("s"), this);
     box->setValue(m_timeOffset);
     box->setStep(m_timePerDivision);
+    adoptTreeBox(box);
     connect(box, &QDoubleSpinBox::valueChanged, this, &VornGraph::onTimeOffsetSpinBoxChanged);
     return box;
 }
@@ -60,6 +63,7 @@ QDoubleSpinBox *VornGraph::createWaveformOffsetSpinBox(size_t waveformIndex)
     if (index < m_divisionSizes.size())
         box->setStep(m_divisionSizes[index]);
     box->setProperty("waveformIndex", QVariant::fromValue<quint64>(waveformIndex));
+    adoptTreeBox(box);
     connect(box, &QDoubleSpinBox::valueChanged, this, &VornGraph::onWaveformOffsetSpinBoxChanged);
     return box;
 }

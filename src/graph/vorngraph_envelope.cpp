@@ -195,6 +195,7 @@ void VornGraph::startEnvelopeEditing(int index)
         m_editorOverlay->setPointCount(m_envelopeEditor->pointCount());
     }
     m_editorOverlay->updateState(m_envelopeEditor->state());
+    m_editorOverlay->setWaveformName(m_waveforms.at(index).name);
     m_editorOverlay->resetUserPosition();
     positionEditorOverlay();
     m_editorOverlay->show();
@@ -315,4 +316,6 @@ void VornGraph::followPlotChanges()
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();
     updateViolationMarks();
+    updateCursorLines();
+    updateReadouts();
 }

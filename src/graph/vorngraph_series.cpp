@@ -5,6 +5,7 @@
 #include <QChart>
 #include <QLineSeries>
 #include <QOpenGLContext>
+#include <QPen>
 #include <QValueAxis>
 
 #include <cmath>
@@ -60,6 +61,12 @@ QLineSeries *VornGraph::createWaveformSeries()
     // The chart owns the series from here on.
     m_chart->addSeries(series);
     series->setColor(getWaveformColor(m_series.size()));
+    // A one-pixel cosmetic trace is drawn by the rasteriser's line routine; a wider pen goes
+    // through the path stroker, which costs more than everything else in a step.
+    QPen pen = series->pen();
+    pen.setWidthF(1.0);
+    pen.setCosmetic(true);
+    series->setPen(pen);
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
@@ -73,6 +80,8 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setGridLineVisible(m_yAxes.isEmpty());
     axis->setLineVisible(false);
     axis->setLabelsVisible(false);
+    // An axis that draws nothing still costs a label layout on every view change, unless hidden.
+    axis->setVisible(m_yAxes.isEmpty());
     m_chart->addAxis(axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;

@@ -151,4 +151,6 @@ void VornGraph::onWaveformVisibilityChanged(QTreeWidgetItem *item, int)
     m_series[k]->setVisible(visible);
     setEnvelopeVisible(k, visible);
     updateZeroLines();
+    if (m_stacked)
+        applyStackedLayout();
 }

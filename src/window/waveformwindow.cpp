@@ -47,6 +47,7 @@ void WaveformWindow::setupMenuBar()
     m_deleteEnvelopeAction = m_envelopeMenu->addAction(tr("Delete"), this, &WaveformWindow::onDeleteEnvelopeTriggered);
     m_editEnvelopeAction->setEnabled(false);
     m_deleteEnvelopeAction->setEnabled(false);
+    setupViewMenu();
 }
 
 void WaveformWindow::showModal()

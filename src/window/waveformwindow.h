@@ -81,6 +81,7 @@ private slots:
 
 private:
     void setupMenuBar();
+    void setupViewMenu(); // waveformwindow_view.cpp
     void updateEnvelopeActions(int index);
     void showEnvelopeEditorDialog(int index);
     void showError(const QString &text);
@@ -108,6 +109,10 @@ private:
     QMenu *m_envelopeMenu = nullptr;
     QAction *m_editEnvelopeAction = nullptr;
     QAction *m_deleteEnvelopeAction = nullptr;
+    QMenu *m_viewMenu = nullptr;
+    QAction *m_stackedAction = nullptr;
+    QAction *m_overlaidAction = nullptr;
+    QAction *m_cursorsAction = nullptr;
     QString m_filePath;
     QVector<EnvelopeData> m_originalEnvelopes;
     bool m_envelopeEditingEnabled = true;

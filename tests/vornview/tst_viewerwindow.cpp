@@ -141,7 +141,8 @@ void TstViewerWindow::showsGermanTextsUnderAGermanLocale_data()
     QTest::newRow("the window's File menu") << 0 << -1 << "Datei";
     QTest::newRow("the viewer's Open") << 0 << 0 << "Öffnen…";
     QTest::newRow("the window's Save") << 0 << 3 << "Speichern";
-    QTest::newRow("the viewer's Help menu") << 2 << -1 << "Hilfe";
+    QTest::newRow("the window's View menu") << 2 << -1 << "Ansicht";
+    QTest::newRow("the viewer's Help menu") << 3 << -1 << "Hilfe";
 }
 
 // Run by CTest with LANG=de_DE.UTF-8 as its own test.

@@ -1,0 +1,41 @@
+#ifndef NAVIGATION_H
+#define NAVIGATION_H
+
+#include "downsampling.h"
+#include "vorngraph_export.h"
+
+#include <QVector>
+
+#include <vector>
+
+// The value range of one waveform as the stacked layout sees it; logic probes get thin bands.
+struct WaveformExtent
+{
+    double min = 0.0;
+    double max = 0.0;
+    bool logic = false;
+};
+
+// Units per vertical division and offset (the value at the screen's centre is minus the offset).
+struct WaveformScale
+{
+    double divisionSize = 1.0;
+    double offset = 0.0;
+};
+
+// The smallest 1-2-5 value s with span / s <= divisions.
+VORNGRAPH_EXPORT double fittingDivisionSize(double span, double divisions);
+
+// One band of the screen's divisions per waveform: analog ones from the top in the given order,
+// sharing what the logic probes leave; logic probes below them.
+VORNGRAPH_EXPORT QVector<WaveformScale> stackedScales(const QVector<WaveformExtent> &extents, int divisions);
+
+// The time offset that keeps time at the same place on the screen when the time per division
+// changes from timePerDivision to newTimePerDivision.
+VORNGRAPH_EXPORT double offsetKeepingTime(double timeOffset, double timePerDivision, double newTimePerDivision,
+                                          double time);
+
+// The sample nearest to time; NaN when time lies more than half an interval outside the samples.
+VORNGRAPH_EXPORT double nearestSampleValue(const std::vector<double> &samples, SampleTimeBase time, double at);
+
+#endif

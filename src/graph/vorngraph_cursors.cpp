@@ -1,0 +1,192 @@
+#include "vorngraph.h"
+
+#include "interactivechartview.h"
+
+#include <QChart>
+#include <QGraphicsLineItem>
+#include <QGraphicsScene>
+#include <QLabel>
+#include <QLineSeries>
+#include <QPen>
+#include <QVBoxLayout>
+#include <QValueAxis>
+
+#include <cmath>
+
+namespace {
+
+constexpr int CURSOR_GRAB_PIXELS = 5;
+// Below the editor's graphics, above the chart's own items.
+constexpr double CURSOR_Z = 990.0;
+const QColor CURSOR_COLOURS[2] = {{255, 170, 0}, {0, 200, 255}};
+
+QString formatted(double value, const QString &unit)
+{
+    return std::isfinite(value) ? ValueFormatter::formatWithUnit(value, unit) : QStringLiteral("—");
+}
+
+QLabel *statusLabel()
+{
+    auto *label = new QLabel;
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    // A new text must not resize the chart: that would cost a layout on every step.
+    label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    label->setContentsMargins(6, 2, 6, 2);
+    return label;
+}
+
+} // namespace
+
+QWidget *VornGraph::createChartPage()
+{
+    auto *page = new QWidget;
+    auto *layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_chartView, 1);
+    m_hoverLabel = statusLabel();
+    m_cursorLabel = statusLabel();
+    m_cursorLabel->hide();
+    layout->addWidget(m_hoverLabel);
+    layout->addWidget(m_cursorLabel);
+
+    m_chartView->setFocusPolicy(Qt::StrongFocus);
+    m_chartView->viewport()->setMouseTracking(true);
+    m_chartView->viewport()->installEventFilter(this);
+    m_chartView->installEventFilter(this);
+    updateReadouts();
+    return page;
+}
+
+double VornGraph::timeAtViewX(double viewX) const
+{
+    const QRectF plot = m_chart->plotArea();
+    if (!m_axisX || plot.width() <= 0.0)
+        return std::numeric_limits<double>::quiet_NaN();
+    const double sceneX = m_chartView->mapToScene(QPoint(int(viewX), 0)).x();
+    return m_axisX->min() + (sceneX - plot.left()) / plot.width() * (m_axisX->max() - m_axisX->min());
+}
+
+int VornGraph::cursorNear(int viewX) const
+{
+    if (!m_cursorsVisible)
+        return -1;
+    int nearest = -1;
+    double best = CURSOR_GRAB_PIXELS + 0.5;
+    for (int k = 0; k < 2; ++k) {
+        if (!m_cursorLines[k] || !m_cursorLines[k]->isVisible())
+            continue;
+        const double distance = std::fabs(m_chartView->mapFromScene(m_cursorLines[k]->line().p1()).x() - viewX);
+        if (distance < best) {
+            best = distance;
+            nearest = k;
+        }
+    }
+    return nearest;
+}
+
+void VornGraph::setCursorsVisible(bool visible)
+{
+    if (visible == m_cursorsVisible)
+        return;
+    m_cursorsVisible = visible;
+    if (visible && m_axisX) {
+        // Cursors outside the view come back at a third and two thirds of it.
+        const double min = m_axisX->min();
+        const double span = m_axisX->max() - min;
+        const auto inView = [&](double t) { return t >= min && t <= min + span; };
+        if (!inView(m_cursorTimes[0]) || !inView(m_cursorTimes[1])) {
+            m_cursorTimes[0] = min + span / 3.0;
+            m_cursorTimes[1] = min + span * 2.0 / 3.0;
+        }
+    }
+    m_cursorLabel->setVisible(visible);
+    updateCursorLines();
+    updateReadouts();
+    emit cursorsVisibleChanged(visible);
+}
+
+void VornGraph::setCursorTimes(double first, double second)
+{
+    m_cursorTimes[0] = first;
+    m_cursorTimes[1] = second;
+    updateCursorLines();
+    updateReadouts();
+}
+
+void VornGraph::updateCursorLines()
+{
+    const QRectF plot = m_chart->plotArea();
+    for (int k = 0; k < 2; ++k) {
+        QGraphicsLineItem *&line = m_cursorLines[k];
+        if (!m_cursorsVisible || !m_axisX || plot.isEmpty()) {
+            if (line)
+                line->hide();
+            continue;
+        }
+        if (!line) {
+            line = new QGraphicsLineItem;
+            line->setPen(QPen(QBrush(CURSOR_COLOURS[k]), 1.0, k == 0 ? Qt::SolidLine : Qt::DashLine));
+            line->setZValue(CURSOR_Z);
+            // The scene owns the line from here on.
+            m_chart->scene()->addItem(line);
+        }
+        const double span = m_axisX->max() - m_axisX->min();
+        const double x = plot.left() + (m_cursorTimes[k] - m_axisX->min()) / span * plot.width();
+        line->setLine(x, plot.top(), x, plot.bottom());
+        line->setVisible(x >= plot.left() && x <= plot.right());
+    }
+}
+
+QString VornGraph::valuesAt(double time) const
+{
+    QStringList values;
+    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
+        if (!m_series[i]->isVisible())
+            continue;
+        const WaveformData &w = m_waveforms.at(i);
+        const double v = nearestSampleValue(*w.samples, SampleTimeBase{w.sampleInterval, w.startTime}, time);
+        values << QStringLiteral("%1: %2").arg(w.name, formatted(v, w.unit));
+    }
+    return values.join(QStringLiteral("   "));
+}
+
+QString VornGraph::hoverReadout() const
+{
+    const double time = std::isfinite(m_hoverX) ? timeAtViewX(m_hoverX) : std::numeric_limits<double>::quiet_NaN();
+    if (!std::isfinite(time))
+        return tr("t = —");
+    return tr("t = %1   %2").arg(formatted(time, QStringLiteral("s")), valuesAt(time));
+}
+
+QString VornGraph::cursorReadout() const
+{
+    if (!m_cursorsVisible)
+        return QString();
+    const double t1 = m_cursorTimes[0];
+    const double t2 = m_cursorTimes[1];
+    const double dt = t2 - t1;
+    QStringList parts;
+    parts << tr("t1 = %1   t2 = %2   Δt = %3   1/Δt = %4")
+                 .arg(formatted(t1, QStringLiteral("s")), formatted(t2, QStringLiteral("s")),
+                      formatted(dt, QStringLiteral("s")),
+                      formatted(dt != 0.0 ? 1.0 / std::fabs(dt) : NAN, QStringLiteral("Hz")));
+    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
+        if (!m_series[i]->isVisible())
+            continue;
+        const WaveformData &w = m_waveforms.at(i);
+        const SampleTimeBase time{w.sampleInterval, w.startTime};
+        const double v1 = nearestSampleValue(*w.samples, time, t1);
+        const double v2 = nearestSampleValue(*w.samples, time, t2);
+        parts << tr("%1: %2 → %3 (Δ %4)").arg(w.name, formatted(v1, w.unit), formatted(v2, w.unit), formatted(v2 - v1, w.unit));
+    }
+    return parts.join(QStringLiteral("   "));
+}
+
+void VornGraph::updateReadouts()
+{
+    if (m_hoverLabel)
+        m_hoverLabel->setText(hoverReadout());
+    if (m_cursorLabel && m_cursorsVisible)
+        m_cursorLabel->setText(cursorReadout());
+}

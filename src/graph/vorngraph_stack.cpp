@@ -1,0 +1,60 @@
+#include "vorngraph.h"
+
+#include <QLineSeries>
+
+#include <cmath>
+
+void VornGraph::setStacked(bool stacked)
+{
+    m_stacked = stacked;
+    if (stacked)
+        applyStackedLayout();
+    else
+        applyOverlaidLayout();
+    emit stackedChanged(stacked);
+}
+
+void VornGraph::applyStackedLayout()
+{
+    QVector<int> shown;
+    QVector<WaveformExtent> extents;
+    for (int i = 0; i < m_series.size() && i < m_waveforms.size(); ++i) {
+        if (m_series[i]->isVisible()) {
+            shown << i;
+            extents << extentOf(i);
+        }
+    }
+    const QVector<WaveformScale> scales = stackedScales(extents, Y_DIVISIONS);
+    for (int k = 0; k < shown.size(); ++k)
+        setWaveformScale(shown[k], scales[k].divisionSize, scales[k].offset);
+}
+
+// Every waveform over the whole height again, fitted as when it was first shown.
+void VornGraph::applyOverlaidLayout()
+{
+    for (int i = 0; i < m_series.size() && i < m_waveforms.size(); ++i) {
+        const WaveformExtent extent = extentOf(i);
+        const bool known = extent.max >= extent.min;
+        const double middle = known ? (extent.min + extent.max) * 0.5 : 0.0;
+        double size = known ? calculateDivisionSizeY(extent.min, extent.max) : 0.0;
+        if (size > 0.0)
+            setWaveformScale(i, size, std::round(-middle / size) * size);
+        else
+            setWaveformScale(i, middle != 0.0 ? Scale125::nextUp(std::fabs(middle) / Y_DIVISIONS) : 1.0, -middle);
+    }
+}
+
+// Logic probes are the unitless waveforms that only hold 0 and 1.
+WaveformExtent VornGraph::extentOf(int index) const
+{
+    const WaveformData &w = m_waveforms.at(index);
+    WaveformExtent extent{INFINITY, -INFINITY, false};
+    for (const double v : *w.samples) {
+        if (std::isfinite(v)) {
+            extent.min = std::min(extent.min, v);
+            extent.max = std::max(extent.max, v);
+        }
+    }
+    extent.logic = w.unit.isEmpty() && extent.min >= 0.0 && extent.max <= 1.0;
+    return extent;
+}
