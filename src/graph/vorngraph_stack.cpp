@@ -1,5 +1,7 @@
 #include "vorngraph.h"
 
+#include "minmaxpyramid.h"
+
 #include <QLineSeries>
 
 #include <cmath>
@@ -44,17 +46,13 @@ void VornGraph::applyOverlaidLayout()
     }
 }
 
-// Logic probes are the unitless waveforms that only hold 0 and 1.
+// Logic probes are the unitless waveforms that only hold 0 and 1. The extent comes from the summary
+// the min/max index gathered while it was built, so a long capture is not read again.
 WaveformExtent VornGraph::extentOf(int index) const
 {
     const WaveformData &w = m_waveforms.at(index);
-    WaveformExtent extent{INFINITY, -INFINITY, false};
-    for (const double v : *w.samples) {
-        if (std::isfinite(v)) {
-            extent.min = std::min(extent.min, v);
-            extent.max = std::max(extent.max, v);
-        }
-    }
+    const SampleSummary summary = summaryOf(w);
+    WaveformExtent extent{summary.finiteMin, summary.finiteMax, false};
     extent.logic = w.unit.isEmpty() && extent.min >= 0.0 && extent.max <= 1.0;
     return extent;
 }
