@@ -18,7 +18,34 @@
 #include <cmath>
 #include <memory>
 
-struct ChartTestHarness
+// Mouse events sent to a viewport as a user makes them. QTest::mouseMove does not carry the held
+// button in Qt 6, so every event is sent as such.
+struct ViewportMouse
+{
+    virtual ~ViewportMouse() = default;
+    virtual QWidget *viewport() const = 0;
+
+    void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
+    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
+    void release(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonRelease, pos, b, {}); }
+    void click(const QPoint &pos) { press(pos); release(pos); }
+    void drag(const QPoint &from, const QPoint &to, Qt::MouseButton button = Qt::LeftButton)
+    {
+        press(from, button);
+        move((from + to) / 2, button);
+        move(to, button);
+        release(to, button);
+    }
+    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons,
+              QWidget *target = nullptr)
+    {
+        target = target ? target : viewport();
+        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    }
+};
+
+struct ChartTestHarness : ViewportMouse
 {
     QChart *chart = new QChart;
     QLineSeries *series = new QLineSeries;
@@ -61,28 +88,9 @@ struct ChartTestHarness
             && QTest::qWaitFor([this] { return chart->plotArea().width() > 50; });
     }
 
-    QWidget *viewport() const { return view->viewport(); }
+    QWidget *viewport() const override { return view->viewport(); }
     QPointF scenePos(double time, double value) const { return chart->mapToPosition({time, value}, series); }
     QPoint viewPos(double time, double value) const { return view->mapFromChartValue({time, value}, series); }
-
-    void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
-    // QTest::mouseMove does not carry the pressed button in Qt 6, so the event is sent as such.
-    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
-    void release(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonRelease, pos, b, {}); }
-    void click(const QPoint &pos) { press(pos); release(pos); }
-    void drag(const QPoint &from, const QPoint &to, Qt::MouseButton button = Qt::LeftButton)
-    {
-        press(from, button);
-        move((from + to) / 2, button);
-        move(to, button);
-        release(to, button);
-    }
-
-    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons)
-    {
-        QMouseEvent event(type, QPointF(pos), QPointF(viewport()->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
-        QApplication::sendEvent(viewport(), &event);
-    }
 };
 
 #endif
