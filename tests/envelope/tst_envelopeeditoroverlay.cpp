@@ -1,16 +1,12 @@
+#include "../interaction/charttestharness.h"
 #include "envelopeeditoroverlay.h"
-#include "interactivechartview.h"
 
-#include <QApplication>
-#include <QChart>
 #include <QLabel>
-#include <QMouseEvent>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QtTest>
 
-#include <memory>
 
 // The panel at (100, 100) on an 800 x 500 chart view.
 class TstEnvelopeEditorOverlay : public QObject
@@ -92,14 +88,15 @@ private slots:
         QFETCH(Qt::MouseButton, button);
         QFETCH(QSize, viewSize);
         QFETCH(QPoint, expected);
-        const auto send = [this](QEvent::Type type, const QPoint &pos, Qt::MouseButton b, Qt::MouseButtons held) {
-            QMouseEvent event(type, QPointF(pos), QPointF(m_overlay->mapToGlobal(pos)), b, held, Qt::NoModifier);
-            QApplication::sendEvent(m_overlay, &event);
-        };
-        send(QEvent::MouseButtonPress, {10, 10}, button, button);
-        send(QEvent::MouseMove, QPoint(10, 10) + by, Qt::NoButton, button);
-        // The panel has moved under the mouse, so the release lands where the press did.
-        send(QEvent::MouseButtonRelease, {10, 10}, button, Qt::NoButton);
+        struct : ViewportMouse {
+            QWidget *panel;
+            QWidget *viewport() const override { return panel; }
+        } mouse;
+        mouse.panel = m_overlay;
+        mouse.press({10, 10}, button);
+        mouse.move(QPoint(10, 10) + by, button);
+        mouse.release({10, 10}, button); // the panel has moved under the mouse
+
         if (viewSize.isValid()) {
             m_view->resize(viewSize);
             m_overlay->clampToParent();
