@@ -10,6 +10,8 @@
 
 #include <QApplication>
 #include <QChart>
+#include <QGraphicsItem>
+#include <QGraphicsScene>
 #include <QLineSeries>
 #include <QMouseEvent>
 #include <QTest>
@@ -17,6 +19,20 @@
 
 #include <cmath>
 #include <memory>
+#include <optional>
+
+// The scene's items at one depth, the editor's way of telling its graphics apart; only those
+// centred on at, or only the visible ones, when asked.
+inline QList<QGraphicsItem *> itemsAtDepth(QGraphicsScene *scene, double z, std::optional<QPointF> at = {},
+                                           bool visibleOnly = false)
+{
+    QList<QGraphicsItem *> found;
+    for (QGraphicsItem *item : scene->items())
+        if (item->zValue() == z && (!visibleOnly || item->isVisible())
+            && (!at || QLineF(item->sceneBoundingRect().center(), *at).length() < 0.01))
+            found << item;
+    return found;
+}
 
 // Mouse events sent to a viewport as a user makes them. QTest::mouseMove does not carry the held
 // button in Qt 6, so every event is sent as such.
