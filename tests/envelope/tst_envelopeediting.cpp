@@ -22,11 +22,7 @@ struct Editor
 
     QList<QGraphicsItem *> items(double z, bool visibleOnly = false) const
     {
-        QList<QGraphicsItem *> found;
-        for (QGraphicsItem *item : chart.chart->scene()->items())
-            if (item->zValue() == z && (!visibleOnly || item->isVisible()))
-                found << item;
-        return found;
+        return itemsAtDepth(chart.chart->scene(), z, {}, visibleOnly);
     }
     QString drawn() const { return QStringLiteral("%1 lines, %2 fills").arg(items(LINE_Z, true).size()).arg(items(FILL_Z).size()); }
     const EnvelopePoint &point(int i) const { return controller->points().at(i); }
