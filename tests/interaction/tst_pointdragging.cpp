@@ -171,12 +171,7 @@ private:
     // A marker's items by depth: link 999, handles 1001, toggle 1002, the bars of its sign 1003.
     QList<QGraphicsItem *> itemsAround(double z, const QPointF &centre, bool visibleOnly = false) const
     {
-        QList<QGraphicsItem *> found;
-        for (QGraphicsItem *item : m_harness->chart->scene()->items())
-            if (item->zValue() == z && QLineF(item->sceneBoundingRect().center(), centre).length() < 0.01
-                && (!visibleOnly || item->isVisible()))
-                found << item;
-        return found;
+        return itemsAtDepth(m_harness->chart->scene(), z, centre, visibleOnly);
     }
 
     std::unique_ptr<ChartTestHarness> m_harness;
