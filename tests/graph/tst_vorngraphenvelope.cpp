@@ -15,7 +15,6 @@
 #include <QValueAxis>
 #include <QtTest>
 
-#include <algorithm>
 #include <limits>
 
 namespace {
@@ -205,8 +204,11 @@ private slots:
         if (steps.endsWith("display")) {
             // The series the edit holds go with a new display, which must end the edit first.
             const QPoint handle = upperHandle(1);
+            const int axesBefore = g->m_chart->axes().size();
             g->displayGraph();
             QVERIFY(!g->isEnvelopeEditing());
+            QCOMPARE(QList<int>({int(g->m_chart->series().size()), int(g->m_chart->axes().size())}),
+                     QList<int>({seriesBefore, axesBefore}));
             m_h->move(handle + QPoint(0, -30));
             m_h->release(handle);
             QVERIFY(toggles().isEmpty());
@@ -263,19 +265,10 @@ private:
             .arg(overlay()->isVisible()).arg(graph()->m_infoTree->isEnabled()).arg(toggles().size());
     }
     // The round on/off switches drawn above everything else.
-    QList<QGraphicsItem *> toggles() const
-    {
-        QList<QGraphicsItem *> found;
-        for (QGraphicsItem *item : graph()->m_chart->scene()->items())
-            if (item->zValue() == 1002.0)
-                found << item;
-        return found;
-    }
+    QList<QGraphicsItem *> toggles() const { return itemsAtDepth(graph()->m_chart->scene(), 1002.0); }
     bool toggleDrawnAt(int point) const
     {
-        const QList<QGraphicsItem *> items = toggles();
-        return std::any_of(items.begin(), items.end(),
-                           [&](QGraphicsItem *item) { return QLineF(item->pos(), toggleScenePos(point)).length() < 0.01; });
+        return !itemsAtDepth(graph()->m_chart->scene(), 1002.0, toggleScenePos(point)).isEmpty();
     }
     QPoint upperHandle(int i) const { return m_h->viewPos(1, point(i).time, point(i).upperValue); }
     QPointF toggleScenePos(int i) const
