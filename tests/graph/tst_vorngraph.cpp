@@ -182,19 +182,6 @@ private slots:
         QCOMPARE(g->m_axisXLabels->categoriesLabels(), before);
     }
 
-    void rebuildsOnASecondDisplay()
-    {
-        VornGraph *g = shownGraph({sine(), sine()});
-        QVERIFY(g);
-        g->addWaveform(sine());
-        g->displayGraph();
-        QTRY_VERIFY(!g->m_axisXLabels->categoriesLabels().isEmpty());
-        QCOMPARE(g->m_series.size(), 3);
-        // Three waveforms, the centre cross, the time-zero line and three zero lines.
-        QCOMPARE(g->m_chart->series().size(), 3 + 3 + 3);
-        QCOMPARE(g->m_chart->axes().size(), 3 + 3);
-    }
-
     void divisionControlsMoveOneStep_data()
     {
         QTest::addColumn<int>("waveform"); // -1: the time base
