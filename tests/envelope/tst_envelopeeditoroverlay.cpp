@@ -43,14 +43,13 @@ private slots:
         QFETCH(QString, hint);
         m_overlay->updateState(EnvelopeEditorController::EditingPoints);
         m_overlay->updateState(state);
-        QCOMPARE(m_overlay->findChild<QSpinBox *>()->isEnabled(), editable);
         QCOMPARE(m_overlay->findChildren<QLabel *>().first()->text(), hint);
         QSignalSpy applied(m_overlay, &EnvelopeEditorOverlay::applyClicked);
         QSignalSpy cancelled(m_overlay, &EnvelopeEditorOverlay::cancelClicked);
         for (QPushButton *button : m_overlay->findChildren<QPushButton *>())
             QTest::mouseClick(button, Qt::LeftButton);
-        QCOMPARE(applied.size(), editable ? 1 : 0);
-        QCOMPARE(cancelled.size(), 1);
+        QCOMPARE(QList<int>({m_overlay->findChild<QSpinBox *>()->isEnabled(), int(applied.size()), int(cancelled.size())}),
+                 QList<int>({editable, editable, 1}));
     }
 
     // Between 2 and 100 points: a typed 1 is refused, and so is the last digit of 101.
