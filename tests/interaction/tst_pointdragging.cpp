@@ -95,8 +95,7 @@ private slots:
         QVERIFY(upper && lower && toggle);
         const QColor plain = upper->brush().color();
         m_markers[0]->setSelected(true);
-        QVERIFY(upper->brush().color().lightness() > plain.lightness());
-        QVERIFY(upper->brush().color() != lower->brush().color());
+        QVERIFY(upper->brush().color().lightness() > plain.lightness() && upper->brush().color() != lower->brush().color());
         m_markers[0]->setSelected(false);
         QCOMPARE(upper->brush().color(), plain);
         for (bool enabled : {false, true}) {
@@ -144,8 +143,7 @@ private slots:
         QCOMPARE(itemsAround(999, middle).size() + itemsAround(1002, middle).size() + itemsAround(1003, middle).size(), 4);
 
         m_harness->move(end + QPoint(0, 30));
-        QCOMPARE(moved.size(), 2);
-        QVERIFY(m_markers[2]->isSelected());
+        QVERIFY(moved.size() == 2 && m_markers[2]->isSelected());
     }
 
     // A toggle wins over the crowded handles around it; a hidden handle cannot be grabbed, so a
