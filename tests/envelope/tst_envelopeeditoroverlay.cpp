@@ -1,16 +1,12 @@
+#include "../interaction/charttestharness.h"
 #include "envelopeeditoroverlay.h"
-#include "interactivechartview.h"
 
-#include <QApplication>
-#include <QChart>
 #include <QLabel>
-#include <QMouseEvent>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QtTest>
 
-#include <memory>
 
 // The panel at (100, 100) on an 800 x 500 chart view.
 class TstEnvelopeEditorOverlay : public QObject
@@ -47,14 +43,13 @@ private slots:
         QFETCH(QString, hint);
         m_overlay->updateState(EnvelopeEditorController::EditingPoints);
         m_overlay->updateState(state);
-        QCOMPARE(m_overlay->findChild<QSpinBox *>()->isEnabled(), editable);
         QCOMPARE(m_overlay->findChildren<QLabel *>().first()->text(), hint);
         QSignalSpy applied(m_overlay, &EnvelopeEditorOverlay::applyClicked);
         QSignalSpy cancelled(m_overlay, &EnvelopeEditorOverlay::cancelClicked);
         for (QPushButton *button : m_overlay->findChildren<QPushButton *>())
             QTest::mouseClick(button, Qt::LeftButton);
-        QCOMPARE(applied.size(), editable ? 1 : 0);
-        QCOMPARE(cancelled.size(), 1);
+        QCOMPARE(QList<int>({m_overlay->findChild<QSpinBox *>()->isEnabled(), int(applied.size()), int(cancelled.size())}),
+                 QList<int>({editable, editable, 1}));
     }
 
     // Between 2 and 100 points: a typed 1 is refused, and so is the last digit of 101.
@@ -92,14 +87,15 @@ private slots:
         QFETCH(Qt::MouseButton, button);
         QFETCH(QSize, viewSize);
         QFETCH(QPoint, expected);
-        const auto send = [this](QEvent::Type type, const QPoint &pos, Qt::MouseButton b, Qt::MouseButtons held) {
-            QMouseEvent event(type, QPointF(pos), QPointF(m_overlay->mapToGlobal(pos)), b, held, Qt::NoModifier);
-            QApplication::sendEvent(m_overlay, &event);
-        };
-        send(QEvent::MouseButtonPress, {10, 10}, button, button);
-        send(QEvent::MouseMove, QPoint(10, 10) + by, Qt::NoButton, button);
-        // The panel has moved under the mouse, so the release lands where the press did.
-        send(QEvent::MouseButtonRelease, {10, 10}, button, Qt::NoButton);
+        struct : ViewportMouse {
+            QWidget *panel;
+            QWidget *viewport() const override { return panel; }
+        } mouse;
+        mouse.panel = m_overlay;
+        mouse.press({10, 10}, button);
+        mouse.move(QPoint(10, 10) + by, button);
+        mouse.release({10, 10}, button); // the panel has moved under the mouse
+
         if (viewSize.isValid()) {
             m_view->resize(viewSize);
             m_overlay->clampToParent();

@@ -1,20 +1,14 @@
 #ifndef GRAPHHARNESS_H
 #define GRAPHHARNESS_H
 
-// A VornGraph shown at 1600 x 900 and laid out, with mouse events sent to its chart view's
-// viewport as a user would make them.
+// A VornGraph shown at 1600 x 900 and laid out, with mouse events sent to its chart view's viewport.
 
-#include "interactivechartview.h"
+#include "../interaction/charttestharness.h"
 #include "vorngraph.h"
 
-#include <QApplication>
 #include <QChart>
-#include <QLineSeries>
-#include <QMouseEvent>
-#include <QTest>
 
 #include <cmath>
-#include <memory>
 
 inline WaveformData makeWaveform(const QString &name, std::vector<double> samples, double interval = 1e-3,
                                  double start = 0.0)
@@ -37,7 +31,7 @@ inline WaveformData sineWave(const QString &name, double amplitude)
     return makeWaveform(name, std::move(v));
 }
 
-struct GraphHarness
+struct GraphHarness : ViewportMouse
 {
     std::unique_ptr<VornGraph> graph = std::make_unique<VornGraph>();
 
@@ -56,30 +50,10 @@ struct GraphHarness
     }
 
     InteractiveChartView *view() const { return graph->findChild<InteractiveChartView *>(); }
-    QWidget *viewport() const { return view()->viewport(); }
+    QWidget *viewport() const override { return view()->viewport(); }
     QPoint viewPos(int waveform, double time, double value) const
     {
         return view()->mapFromChartValue({time, value}, view()->chart()->series().at(waveform));
-    }
-
-    void press(const QPoint &pos) { send(QEvent::MouseButtonPress, pos, Qt::LeftButton, Qt::LeftButton); }
-    // QTest::mouseMove does not carry the held button in Qt 6, so the event is sent as such.
-    void move(const QPoint &pos) { send(QEvent::MouseMove, pos, Qt::NoButton, Qt::LeftButton); }
-    void release(const QPoint &pos) { send(QEvent::MouseButtonRelease, pos, Qt::LeftButton, Qt::NoButton); }
-    void drag(const QPoint &from, const QPoint &to)
-    {
-        press(from);
-        move((from + to) / 2);
-        move(to);
-        release(to);
-    }
-
-    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons,
-              QWidget *target = nullptr)
-    {
-        target = target ? target : viewport();
-        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
-        QApplication::sendEvent(target, &event);
     }
 };
 

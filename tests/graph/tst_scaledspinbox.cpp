@@ -18,10 +18,8 @@ private slots:
         const int ok = QValidator::Acceptable, typing = QValidator::Intermediate, bad = QValidator::Invalid;
         QTest::newRow("prefix and unit") << "s" << "2 ms" << ok << 0.002;
         QTest::newRow("negative") << "V" << "-20 mV" << ok << -0.02;
-        QTest::newRow("greek mu") << "s" << QString::fromUtf8("2 \u03bcs") << ok << 2e-6;
         QTest::newRow("empty unit, kilo") << "" << "5k" << ok << 5000.0;
         QTest::newRow("comma typed, not read") << "s" << "2,5 ms" << typing << kept;
-        QTest::newRow("femto typed, not read") << "s" << "2 fs" << typing << kept;
         QTest::newRow("micro sign typed, not read") << "s" << QString::fromUtf8("2 \u00b5s") << typing << kept;
         QTest::newRow("unit letters on the way") << "Hz" << "5 kH" << typing << kept;
         QTest::newRow("empty") << "s" << "" << typing << kept;

@@ -10,6 +10,8 @@
 
 #include <QApplication>
 #include <QChart>
+#include <QGraphicsItem>
+#include <QGraphicsScene>
 #include <QLineSeries>
 #include <QMouseEvent>
 #include <QTest>
@@ -17,8 +19,49 @@
 
 #include <cmath>
 #include <memory>
+#include <optional>
 
-struct ChartTestHarness
+// The scene's items at one depth, the editor's way of telling its graphics apart; only those
+// centred on at, or only the visible ones, when asked.
+inline QList<QGraphicsItem *> itemsAtDepth(QGraphicsScene *scene, double z, std::optional<QPointF> at = {},
+                                           bool visibleOnly = false)
+{
+    QList<QGraphicsItem *> found;
+    for (QGraphicsItem *item : scene->items())
+        if (item->zValue() == z && (!visibleOnly || item->isVisible())
+            && (!at || QLineF(item->sceneBoundingRect().center(), *at).length() < 0.01))
+            found << item;
+    return found;
+}
+
+// Mouse events sent to a viewport as a user makes them. QTest::mouseMove does not carry the held
+// button in Qt 6, so every event is sent as such.
+struct ViewportMouse
+{
+    virtual ~ViewportMouse() = default;
+    virtual QWidget *viewport() const = 0;
+
+    void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
+    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
+    void release(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonRelease, pos, b, {}); }
+    void click(const QPoint &pos) { press(pos); release(pos); }
+    void drag(const QPoint &from, const QPoint &to, Qt::MouseButton button = Qt::LeftButton)
+    {
+        press(from, button);
+        move((from + to) / 2, button);
+        move(to, button);
+        release(to, button);
+    }
+    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons,
+              QWidget *target = nullptr)
+    {
+        target = target ? target : viewport();
+        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
+        QApplication::sendEvent(target, &event);
+    }
+};
+
+struct ChartTestHarness : ViewportMouse
 {
     QChart *chart = new QChart;
     QLineSeries *series = new QLineSeries;
@@ -61,28 +104,9 @@ struct ChartTestHarness
             && QTest::qWaitFor([this] { return chart->plotArea().width() > 50; });
     }
 
-    QWidget *viewport() const { return view->viewport(); }
+    QWidget *viewport() const override { return view->viewport(); }
     QPointF scenePos(double time, double value) const { return chart->mapToPosition({time, value}, series); }
     QPoint viewPos(double time, double value) const { return view->mapFromChartValue({time, value}, series); }
-
-    void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
-    // QTest::mouseMove does not carry the pressed button in Qt 6, so the event is sent as such.
-    void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
-    void release(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonRelease, pos, b, {}); }
-    void click(const QPoint &pos) { press(pos); release(pos); }
-    void drag(const QPoint &from, const QPoint &to, Qt::MouseButton button = Qt::LeftButton)
-    {
-        press(from, button);
-        move((from + to) / 2, button);
-        move(to, button);
-        release(to, button);
-    }
-
-    void send(QEvent::Type type, const QPoint &pos, Qt::MouseButton button, Qt::MouseButtons buttons)
-    {
-        QMouseEvent event(type, QPointF(pos), QPointF(viewport()->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
-        QApplication::sendEvent(viewport(), &event);
-    }
 };
 
 #endif

@@ -72,23 +72,16 @@ private slots:
                 && bounds.top() <= stroked.top() && bounds.bottom() >= stroked.bottom());
     }
 
-    void hitTestsAreCirclesAroundTheItems_data()
-    {
-        QTest::addColumn<QPointF>("offset");
-        QTest::addColumn<bool>("hit");
-        QTest::newRow("on the circle") << QPointF(-6.0, 8.0) << true;
-        QTest::newRow("just outside") << QPointF(0.0, -10.01) << false;
-        QTest::newRow("corner of the square") << QPointF(8.0, 8.0) << false;
-    }
-
+    // On the circle, just outside it, and in the corner of its square.
     void hitTestsAreCirclesAroundTheItems()
     {
-        QFETCH(QPointF, offset);
-        QFETCH(bool, hit);
         const QPointF upper = m_harness->scenePos(20.0, 1.0), lower = m_harness->scenePos(20.0, -1.0);
         const DraggablePointMarker *m = m_markers[0];
-        QCOMPARE(QList<bool>({m->hitTestUpper(upper + offset, 10.0), m->hitTestLower(lower + offset, 10.0),
-                              m->hitTestToggle((upper + lower) / 2 + offset, 10.0)}), QList<bool>({hit, hit, hit}));
+        QList<bool> hits;
+        for (const QPointF offset : {QPointF(-6.0, 8.0), QPointF(0.0, -10.01), QPointF(8.0, 8.0)})
+            hits << m->hitTestUpper(upper + offset, 10.0) << m->hitTestLower(lower + offset, 10.0)
+                 << m->hitTestToggle((upper + lower) / 2 + offset, 10.0);
+        QCOMPARE(hits, QList<bool>({true, true, true, false, false, false, false, false, false}));
     }
 
     // A selected handle brightens and the pair stays tellable apart. Enabled: handles, link and a
@@ -102,8 +95,7 @@ private slots:
         QVERIFY(upper && lower && toggle);
         const QColor plain = upper->brush().color();
         m_markers[0]->setSelected(true);
-        QVERIFY(upper->brush().color().lightness() > plain.lightness());
-        QVERIFY(upper->brush().color() != lower->brush().color());
+        QVERIFY(upper->brush().color().lightness() > plain.lightness() && upper->brush().color() != lower->brush().color());
         m_markers[0]->setSelected(false);
         QCOMPARE(upper->brush().color(), plain);
         for (bool enabled : {false, true}) {
@@ -140,8 +132,8 @@ private slots:
             QCOMPARE(selected.size() + moved.size(), 0);
             return;
         }
-        QCOMPARE(selected, QList<QVariantList>({{2}}));
         const double value = m_harness->view->mapToChartValue(end, m_harness->series).y();
+        QCOMPARE(selected, QList<QVariantList>({{2}}));
         QCOMPARE(moved.size(), 2);
         QCOMPARE(moved.last(), QVariantList({2, upper ? value : 1.5, upper ? -0.5 : value}));
         QVERIFY(m_markers[2]->time() == 80.0 && (upper ? upperAt(2) : lowerAt(2)) == end);
@@ -151,8 +143,7 @@ private slots:
         QCOMPARE(itemsAround(999, middle).size() + itemsAround(1002, middle).size() + itemsAround(1003, middle).size(), 4);
 
         m_harness->move(end + QPoint(0, 30));
-        QCOMPARE(moved.size(), 2);
-        QVERIFY(m_markers[2]->isSelected());
+        QVERIFY(moved.size() == 2 && m_markers[2]->isSelected());
     }
 
     // A toggle wins over the crowded handles around it; a hidden handle cannot be grabbed, so a
@@ -178,12 +169,7 @@ private:
     // A marker's items by depth: link 999, handles 1001, toggle 1002, the bars of its sign 1003.
     QList<QGraphicsItem *> itemsAround(double z, const QPointF &centre, bool visibleOnly = false) const
     {
-        QList<QGraphicsItem *> found;
-        for (QGraphicsItem *item : m_harness->chart->scene()->items())
-            if (item->zValue() == z && QLineF(item->sceneBoundingRect().center(), centre).length() < 0.01
-                && (!visibleOnly || item->isVisible()))
-                found << item;
-        return found;
+        return itemsAtDepth(m_harness->chart->scene(), z, centre, visibleOnly);
     }
 
     std::unique_ptr<ChartTestHarness> m_harness;

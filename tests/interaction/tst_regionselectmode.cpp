@@ -134,20 +134,15 @@ private slots:
 private:
     // A fraction of the samples' 0..100 s, half way up the plot.
     QPoint pixelAt(double fraction) const { return m_harness->viewPos(100.0 * fraction, 0.0); }
-    QGraphicsRectItem *selectionBand() const;
+    QGraphicsRectItem *selectionBand() const
+    {
+        return qgraphicsitem_cast<QGraphicsRectItem *>(itemsAtDepth(m_harness->chart->scene(), 1000.0).value(0));
+    }
 
     std::unique_ptr<ChartTestHarness> m_harness;
     InteractiveChartView *m_view = nullptr;
     RegionSelectMode *m_mode = nullptr;
 };
-
-QGraphicsRectItem *TstRegionSelectMode::selectionBand() const
-{
-    for (QGraphicsItem *item : m_harness->chart->scene()->items())
-        if (auto *rect = qgraphicsitem_cast<QGraphicsRectItem *>(item); rect && rect->zValue() == 1000.0)
-            return rect;
-    return nullptr;
-}
 
 QTEST_MAIN(TstRegionSelectMode)
 #include "tst_regionselectmode.moc"

@@ -85,11 +85,10 @@ private slots:
         QVERIFY(saveEnvelope(m_path, "A1", envelopeOf(2.0)));
         QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(5.0)));
         const auto read = readWaveforms(m_path);
-        QCOMPARE(read.size(), 8);
         const QList<QPair<QString, QByteArray>> stored = {
             {"A0 [upper]", described(envelopeOf(5.0).upper)}, {"A0 [lower]", described(envelopeOf(5.0).lower)},
             {"A1 [upper]", described(envelopeOf(2.0).upper)}, {"A1 [lower]", described(envelopeOf(2.0).lower)}};
-        QCOMPARE(read.mid(4), stored);
+        QCOMPARE(read.mid(4), stored); // and nothing after them
     }
 
     void savingAnUnchangedEnvelopeWritesNothing()
@@ -130,8 +129,7 @@ private slots:
         QCOMPARE(chmod(QFile::encodeName(m_path).constData(), 0640), 0);
         const QString link = m_dir->filePath("link.sr");
         QVERIFY(QFile::link(m_path, link));
-        QVERIFY(saveEnvelope(link, "A0", envelopeOf(1.0)));
-        QVERIFY(QFileInfo(link).isSymLink());
+        QVERIFY(saveEnvelope(link, "A0", envelopeOf(1.0)) && QFileInfo(link).isSymLink());
         QCOMPARE(readWaveforms(m_path).size(), 6);
         QCOMPARE(QFile::permissions(m_path), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser
                                                  | QFile::ReadGroup);
@@ -176,8 +174,7 @@ private slots:
         int status = 0;
         QCOMPARE(waitpid(child, &status, 0), child);
         chmod(dir.constData(), 0755);
-        QVERIFY(WIFEXITED(status));
-        QCOMPARE(WEXITSTATUS(status), 1);
+        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 1);
         QCOMPARE(readFile(path), original);
         QCOMPARE(entries(m_dir->path()), before);
     }

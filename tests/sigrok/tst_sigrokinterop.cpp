@@ -91,29 +91,21 @@ private slots:
 
         // sigrok lists disabled probes too, named by their number; we offer the named channels,
         // analog first.
-        QStringList analog, logic;
-        qulonglong analogCount = 0, logicCount = 0;
-        double rate = 0;
-        const QRegularExpression channel(QStringLiteral("^- (.+): (analog|logic)$"));
-        for (const QString &line : QString::fromUtf8(show.out).split('\n')) {
-            const auto m = channel.match(line);
-            if (m.hasMatch() && !QRegularExpression(QStringLiteral("^\\d+$")).match(m.captured(1)).hasMatch())
-                (m.captured(2) == "analog" ? analog : logic).append(m.captured(1));
-            if (line.startsWith("Samplerate: "))
-                rate = line.mid(12).toDouble();
-            if (line.startsWith("Analog sample count: "))
-                analogCount = line.mid(21).toULongLong();
-            if (line.startsWith("Logic sample count: "))
-                logicCount = line.mid(20).toULongLong();
+        QHash<QString, QStringList> shown; // "analog" and "logic" channels, "Samplerate", ...
+        const QRegularExpression line(QStringLiteral("^(?:- (\\D.*): (analog|logic)|(.+ count|Samplerate): (\\S+))$"));
+        for (const QString &text : QString::fromUtf8(show.out).split('\n')) {
+            const auto m = line.match(text);
+            if (m.hasMatch())
+                shown[m.captured(2) + m.captured(3)] << m.captured(1) + m.captured(4);
         }
-        const QList<Listed> listed = vornList(path);
         QStringList names;
-        for (const Listed &l : listed) {
+        for (const Listed &l : vornList(path)) {
             names.append(l.name);
-            QCOMPARE(l.samples, analog.contains(l.name) ? analogCount : logicCount);
-            QCOMPARE(l.interval, 1.0 / rate);
+            const bool analog = shown["analog"].contains(l.name);
+            QCOMPARE(l.samples, shown[analog ? "Analog sample count" : "Logic sample count"].value(0).toULongLong());
+            QCOMPARE(l.interval, 1.0 / shown["Samplerate"].value(0).toDouble());
         }
-        QCOMPARE(names, analog + logic);
+        QCOMPARE(names, shown["analog"] + shown["logic"]);
     }
 
     void dumpsTheValuesSigrokPrints_data()

@@ -21,25 +21,16 @@ private slots:
         QCOMPARE(source.samples.writable().data(), own);
     }
 
-    void envelopeIsEmptyUntilBothCurvesHoldSamples_data()
-    {
-        QTest::addColumn<int>("upperCount");
-        QTest::addColumn<int>("lowerCount");
-        QTest::addColumn<bool>("empty");
-        QTest::newRow("default") << 0 << 0 << true;
-        QTest::newRow("upper only") << 3 << 0 << true;
-        QTest::newRow("lower only") << 0 << 3 << true;
-        QTest::newRow("both") << 3 << 3 << false;
-    }
     void envelopeIsEmptyUntilBothCurvesHoldSamples()
     {
-        QFETCH(int, upperCount);
-        QFETCH(int, lowerCount);
-        QFETCH(bool, empty);
-        EnvelopeData e;
-        e.upper.samples.writable().resize(size_t(upperCount));
-        e.lower.samples.writable().resize(size_t(lowerCount));
-        QCOMPARE(e.isEmpty(), empty);
+        QList<bool> empty;
+        for (const auto &[upper, lower] : {std::pair{0, 0}, {3, 0}, {0, 3}, {3, 3}}) {
+            EnvelopeData e;
+            e.upper.samples.writable().resize(size_t(upper));
+            e.lower.samples.writable().resize(size_t(lower));
+            empty << e.isEmpty();
+        }
+        QCOMPARE(empty, QList<bool>({true, true, true, false}));
     }
 };
 
