@@ -13,6 +13,18 @@ constexpr double BAND_FILL = 0.8;
 // A logic probe's band, in divisions; together they take at most half of the screen.
 constexpr double LOGIC_BAND = 1.0;
 
+// The roundest offset within slack of the exact one, so that the value axis reads 5 V rather than
+// 5.71308 V: a whole division, then a half, a fifth and a tenth of one.
+double roundedOffset(double exact, double slack, double size)
+{
+    for (const double step : {size, size / 2, size / 5, size / 10}) {
+        const double rounded = std::round(exact / step) * step;
+        if (std::fabs(rounded - exact) <= slack)
+            return rounded;
+    }
+    return exact;
+}
+
 } // namespace
 
 double fittingDivisionSize(double span, double divisions)
@@ -47,7 +59,9 @@ QVector<WaveformScale> stackedScales(const QVector<WaveformExtent> &extents, int
             span = std::fabs(middle) > 0.0 ? std::fabs(middle) : 1.0;
         const double size = fittingDivisionSize(span, band * BAND_FILL);
         const double centre = top - band * 0.5;
-        scales[i] = WaveformScale{size, centre * size - middle};
+        const double exact = centre * size - middle;
+        // A probe's band is too thin to move; its 0 and 1 need no axis of their own.
+        scales[i] = WaveformScale{size, e.logic ? exact : roundedOffset(exact, (band * size - span) * 0.5, size)};
         top -= band;
     };
     for (qsizetype i = 0; i < extents.size(); ++i) {
