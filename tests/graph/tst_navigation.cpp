@@ -50,44 +50,64 @@ private slots:
     }
     void cleanup() { m_harness.reset(); }
 
-    void wheelStepsTheViewAtThePointer_data()
+    void wheelAndKeysStepTheView_data()
     {
+        QTest::addColumn<int>("key"); // 0: the wheel
         QTest::addColumn<int>("delta");
         QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
         QTest::addColumn<int>("timeSteps"); // 1-2-5 steps of the time base
         QTest::addColumn<double>("panned"); // divisions towards later times
         QTest::addColumn<int>("sizeSteps"); // 1-2-5 steps of the selected waveform
-        QTest::newRow("away zooms in") << 120 << Qt::KeyboardModifiers() << -1 << 0.0 << 0;
-        QTest::newRow("two notches out") << -240 << Qt::KeyboardModifiers() << 2 << 0.0 << 0;
-        QTest::newRow("half notches add up") << 60 << Qt::KeyboardModifiers() << 0 << 0.0 << 0;
-        QTest::newRow("shift pans") << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0 << 1.0 << 0;
-        QTest::newRow("ctrl scales") << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << 0 << 0.0 << -1;
+        QTest::addColumn<double>("offsetDivisions"); // of the selected waveform
+        const Qt::KeyboardModifiers none;
+        QTest::newRow("wheel away zooms in at the pointer") << 0 << 120 << none << -1 << 0.0 << 0 << 0.0;
+        QTest::newRow("two notches out") << 0 << -240 << none << 2 << 0.0 << 0 << 0.0;
+        QTest::newRow("half notches add up") << 0 << 60 << none << 0 << 0.0 << 0 << 0.0;
+        QTest::newRow("shift pans") << 0 << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0 << 1.0 << 0 << 0.0;
+        QTest::newRow("ctrl scales") << 0 << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << 0 << 0.0 << -1 << 0.0;
+        QTest::newRow("right") << int(Qt::Key_Right) << 0 << none << 0 << 1.0 << 0 << 0.0;
+        QTest::newRow("left") << int(Qt::Key_Left) << 0 << none << 0 << -1.0 << 0 << 0.0;
+        QTest::newRow("plus zooms in at the centre") << int(Qt::Key_Plus) << 0 << none << -1 << 0.0 << 0 << 0.0;
+        QTest::newRow("minus") << int(Qt::Key_Minus) << 0 << none << 1 << 0.0 << 0 << 0.0;
+        QTest::newRow("up") << int(Qt::Key_Up) << 0 << none << 0 << 0.0 << 0 << 1.0;
+        QTest::newRow("down") << int(Qt::Key_Down) << 0 << none << 0 << 0.0 << 0 << -1.0;
     }
-    void wheelStepsTheViewAtThePointer()
+    void wheelAndKeysStepTheView()
     {
+        QFETCH(int, key);
         QFETCH(int, delta);
         QFETCH(Qt::KeyboardModifiers, modifiers);
         QFETCH(int, timeSteps);
         QFETCH(double, panned);
         QFETCH(int, sizeSteps);
+        QFETCH(double, offsetDivisions);
         VornGraph *g = graph();
         QSignalSpy boxChanged(g->m_timeDivisionSpinBox, &QDoubleSpinBox::valueChanged);
         const QPoint at = m_harness->viewPos(0, 0.3, 0.0);
         const double before = g->timePerDivision(), pointed = timeAt(at.x()), centre = -g->timeOffset();
-        const double size = g->divisionSize(0);
-        wheel(m_harness->viewport(), at, delta, modifiers);
+        const double size = g->divisionSize(0), offset = g->offset(0);
+        if (key)
+            QTest::keyClick(m_harness->view(), Qt::Key(key));
+        else
+            wheel(m_harness->viewport(), at, delta, modifiers);
 
         double expected = before;
         for (int k = 0; k < std::abs(timeSteps); ++k)
             expected = timeSteps > 0 ? Scale125::nextUp(expected) : Scale125::nextDown(expected);
         QCOMPARE(QList<double>({g->timePerDivision(), g->m_timeDivisionSpinBox->value(),
                                 g->m_timeDivisionSpinBox->property("lastValue").toDouble(), double(boxChanged.count()),
-                                g->divisionSize(0)}),
-                 QList<double>({expected, expected, expected, 0, sizeSteps < 0 ? Scale125::nextDown(size) : size}));
-        if (panned != 0.0)
-            QCOMPARE(-g->timeOffset(), centre + panned * before);
-        else
+                                g->divisionSize(0), g->offset(0), g->m_offsetSpinBoxes[0]->value()}),
+                 QList<double>({expected, expected, expected, 0, sizeSteps < 0 ? Scale125::nextDown(size) : size,
+                                offset + offsetDivisions * g->divisionSize(0), g->offset(0)}));
+        // The wheel zooms around the time under the pointer, the keys around the centre.
+        if (!key && timeSteps != 0)
             QVERIFY(std::fabs(timeAt(at.x()) - pointed) < 1e-9);
+        else
+            QCOMPARE(-g->timeOffset(), centre + panned * before);
+
+        QTest::keyClick(m_harness->view(), Qt::Key_Home);
+        QCOMPARE(QList<double>({g->timePerDivision(), -g->timeOffset()}),
+                 QList<double>({g->calculateDivisionSizeX(g->m_chart->plotArea().width() / g->m_divisionPixels), 0.5}));
     }
 
     void dragPansUnlessAnEditOwnsTheMouse()
@@ -103,38 +123,6 @@ private slots:
         const double editing = g->timeOffset();
         m_harness->drag(from, from + QPoint(100, 0));
         QCOMPARE(g->timeOffset(), editing);
-    }
-
-    void keysMoveTheView_data()
-    {
-        QTest::addColumn<int>("key");
-        QTest::addColumn<int>("timeSteps");
-        QTest::addColumn<double>("panned");
-        QTest::addColumn<double>("offsetDivisions"); // of the selected waveform
-        QTest::newRow("right") << int(Qt::Key_Right) << 0 << 1.0 << 0.0;
-        QTest::newRow("left") << int(Qt::Key_Left) << 0 << -1.0 << 0.0;
-        QTest::newRow("plus") << int(Qt::Key_Plus) << -1 << 0.0 << 0.0;
-        QTest::newRow("minus") << int(Qt::Key_Minus) << 1 << 0.0 << 0.0;
-        QTest::newRow("up") << int(Qt::Key_Up) << 0 << 0.0 << 1.0;
-        QTest::newRow("down") << int(Qt::Key_Down) << 0 << 0.0 << -1.0;
-    }
-    void keysMoveTheView()
-    {
-        QFETCH(int, key);
-        QFETCH(int, timeSteps);
-        QFETCH(double, panned);
-        QFETCH(double, offsetDivisions);
-        VornGraph *g = graph();
-        const double base = g->timePerDivision(), centre = -g->timeOffset(), offset = g->offset(0);
-        QTest::keyClick(m_harness->view(), Qt::Key(key));
-        const double stepped = timeSteps == 0 ? base : timeSteps > 0 ? Scale125::nextUp(base) : Scale125::nextDown(base);
-        QCOMPARE(QList<double>({g->timePerDivision(), -g->timeOffset(), g->offset(0), g->m_offsetSpinBoxes[0]->value()}),
-                 QList<double>({stepped, centre + panned * base, offset + offsetDivisions * g->divisionSize(0),
-                                g->offset(0)}));
-
-        QTest::keyClick(m_harness->view(), Qt::Key_Home);
-        QCOMPARE(QList<double>({g->timePerDivision(), -g->timeOffset()}),
-                 QList<double>({g->calculateDivisionSizeX(g->m_chart->plotArea().width() / g->m_divisionPixels), 0.5}));
     }
 
     void cursorsAndHoverReadValues()
