@@ -47,56 +47,37 @@ private slots:
         QVERIFY(saveEnvelope(m_path, QStringLiteral("A1"), band(9.4)));
     }
 
-    // Loading checked A1; setting an envelope, as Apply does, checks again.
-    void summaryAndMarksFollowEveryEnvelope()
+    // Loading checked A1; setting an envelope, as Apply does, checks again. The window opens
+    // centred between samples 9999 and 10000: the runs around it start at samples 9994, 10004
+    // and 10014, and F3 and Shift+F3 centre on the next and previous one.
+    void summaryMarksAndKeysFollowEveryEnvelope()
     {
-        QVERIFY(open());
-        const auto marks = [this] {
+        WaveformWindow window(m_path, QStringLiteral("check"));
+        window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        const auto marks = [&window] {
             auto *marks = dynamic_cast<QGraphicsPathItem *>(
-                itemsAtDepth(m_window->graph()->findChild<QChartView *>()->scene(), 996.0).value(0));
+                itemsAtDepth(window.graph()->findChild<QChartView *>()->scene(), 996.0).value(0));
             return marks ? marks->path().elementCount() : -1;
         };
         // The 20000 visible samples fall into 2500 buckets of 8, each marked on its first and last
         // violating sample: per 40 samples {4,5,6} {14,15} {16} {24,25,26} {34,35,36}, so 9 marks of
         // 5 path elements per 5 buckets.
-        QCOMPARE(m_window->envelopeCheckSummary() + " " + QString::number(marks()),
+        QCOMPARE(window.envelopeCheckSummary() + " " + QString::number(marks()),
                  QStringLiteral("A1: fail, 6000 violations, first at 20 μs %1").arg(2500 / 5 * 9 * 5));
-        m_window->graph()->setEnvelope(1, band(10.5));
-        QCOMPARE(m_window->envelopeCheckSummary() + " " + QString::number(marks()), QStringLiteral("A1: pass 0"));
-    }
-
-    // A window opens centred on the capture's middle, between samples 9999 and 10000: the runs
-    // around it start at samples 9994, 10004 and 10014.
-    void keysCentreOnTheRunsOfViolations_data()
-    {
-        QTest::addColumn<QList<int>>("keys"); // +1 F3, -1 Shift+F3
-        QTest::addColumn<double>("centre");
-        QTest::newRow("next") << QList<int>{1} << 10004 * DT;
-        QTest::newRow("previous") << QList<int>{-1} << 9994 * DT;
-        QTest::newRow("over a whole run") << QList<int>{1, 1} << 10014 * DT;
-        QTest::newRow("and back") << QList<int>{1, 1, -1} << 10004 * DT;
-    }
-    void keysCentreOnTheRunsOfViolations()
-    {
-        QFETCH(QList<int>, keys);
-        QFETCH(double, centre);
-        QVERIFY(open());
-        for (int key : keys)
-            QTest::keyClick(m_window.get(), Qt::Key_F3, key < 0 ? Qt::ShiftModifier : Qt::NoModifier);
-        QCOMPARE(-m_window->graph()->timeOffset(), centre);
+        QStringList centres;
+        for (int key : {-1, 1, 1, -1}) {
+            QTest::keyClick(&window, Qt::Key_F3, key < 0 ? Qt::ShiftModifier : Qt::NoModifier);
+            centres << QString::number(-window.graph()->timeOffset() / DT);
+        }
+        QCOMPARE(centres, QStringList({"9994", "10004", "10014", "10004"}));
+        window.graph()->setEnvelope(1, band(10.5));
+        QCOMPARE(window.envelopeCheckSummary() + " " + QString::number(marks()), QStringLiteral("A1: pass 0"));
     }
 
 private:
-    bool open()
-    {
-        m_window = std::make_unique<WaveformWindow>(m_path, QStringLiteral("check"));
-        m_window->show();
-        return QTest::qWaitForWindowActive(m_window.get());
-    }
-
     QTemporaryDir m_dir;
     QString m_path;
-    std::unique_ptr<WaveformWindow> m_window;
 };
 
 QTEST_MAIN(TstWaveformWindowCheck)
