@@ -1,6 +1,5 @@
 #include "graphharness.h"
 
-#include "envelopeeditoroverlay.h"
 #include "navigation.h"
 
 #include <QDoubleSpinBox>
@@ -9,18 +8,17 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTreeWidget>
-#include <QValueAxis>
-#include <QWheelEvent>
+
+#include <numeric>
 
 namespace {
 
-// 1001 samples 1 ms apart whose value is their index in volts: the value at t is t / 1 ms.
-WaveformData ramp(const QString &name)
+// "a": 1001 samples 1 ms apart whose value is their index in volts, so the value at t is t / 1 ms.
+WaveformData ramp()
 {
     std::vector<double> v(1001);
-    for (std::size_t i = 0; i < v.size(); ++i)
-        v[i] = double(i);
-    return makeWaveform(name, std::move(v));
+    std::iota(v.begin(), v.end(), 0.0);
+    return makeWaveform(QStringLiteral("a"), std::move(v));
 }
 
 void wheel(QWidget *target, QPoint at, int delta, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
@@ -46,7 +44,7 @@ private slots:
     void init()
     {
         m_harness = std::make_unique<GraphHarness>();
-        QVERIFY(m_harness->show({ramp(QStringLiteral("a")), sineWave(QStringLiteral("b"), 2.0)}));
+        QVERIFY(m_harness->show({ramp(), sineWave(QStringLiteral("b"), 2.0)}));
     }
     void cleanup() { m_harness.reset(); }
 
@@ -159,7 +157,7 @@ private slots:
         WaveformData probe = makeWaveform(QStringLiteral("d"), {0, 1, 1, 0});
         probe.unit.clear();
         m_harness = std::make_unique<GraphHarness>();
-        QVERIFY(m_harness->show({ramp(QStringLiteral("a")), probe, makeWaveform(QStringLiteral("s"), {0, 0.5, 1})}));
+        QVERIFY(m_harness->show({ramp(), probe, makeWaveform(QStringLiteral("s"), {0, 0.5, 1})}));
         VornGraph *g = graph();
         QSignalSpy offsetChanged(g->m_offsetSpinBoxes[1], &QDoubleSpinBox::valueChanged);
         QSignalSpy stacked(g, &VornGraph::stackedChanged);
