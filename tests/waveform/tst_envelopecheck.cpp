@@ -82,8 +82,7 @@ private slots:
     void longWaveformsGiveTheSameAnswersAsShortOnes()
     {
         const uint64_t n = 3'000'000;
-        WaveformData w;
-        w.sampleInterval = 1e-6;
+        WaveformData w = curve({}, 1e-6, 0.0);
         std::vector<double> &s = w.samples.writable();
         s.resize(n);
         for (uint64_t i = 0; i < n; ++i)
