@@ -16,17 +16,14 @@ namespace {
 
 const double NaN = std::nan("");
 
-EnvelopeData makeEnvelope(std::vector<double> upper, std::vector<double> lower)
+// Flat at +-0.8 V over eight samples unless told.
+EnvelopeData makeEnvelope(std::vector<double> upper = std::vector<double>(8, 0.8),
+                          std::vector<double> lower = std::vector<double>(8, -0.8))
 {
     EnvelopeData envelope;
     envelope.upper = makeWaveform(QStringLiteral("ch [upper]"), std::move(upper), 5e-3, 0.02);
     envelope.lower = makeWaveform(QStringLiteral("ch [lower]"), std::move(lower), 5e-3, 0.02);
     return envelope;
-}
-
-EnvelopeData flatEnvelope(int samples)
-{
-    return makeEnvelope(std::vector<double>(size_t(samples), 0.8), std::vector<double>(size_t(samples), -0.8));
 }
 
 } // namespace
@@ -45,6 +42,14 @@ private slots:
         m_h = std::make_unique<GraphHarness>();
         QVERIFY(m_h->show({sineWave(QStringLiteral("wide"), 100.0), sineWave(QStringLiteral("ch"), 1.0)}));
         m_events.clear();
+        VornGraph *g = graph();
+        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
+        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
+            // The host hears of a new state before the tree follows it.
+            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
+        });
     }
 
     void drawsOneSegmentPerRunBetweenGaps_data()
@@ -71,7 +76,7 @@ private slots:
         const int seriesBefore = g->m_chart->series().size();
 
         // Set twice: the second drawing replaces the first.
-        g->setEnvelope(1, flatEnvelope(4));
+        g->setEnvelope(1, makeEnvelope());
         g->setEnvelope(1, envelope);
         const QList<QLineSeries *> upper = g->m_envelopeUpperSeries.at(1), lower = g->m_envelopeLowerSeries.at(1);
         const QList<QAreaSeries *> areas = g->m_envelopeAreaSeries.at(1);
@@ -85,25 +90,18 @@ private slots:
         QCOMPARE(drawn, segments);
 
         g->clearEnvelope(1);
-        QVERIFY(!g->hasEnvelope(1));
-        QCOMPARE(g->m_chart->series().size(), seriesBefore);
-    }
-
-    void ignoresIndicesOutsideTheWaveforms()
-    {
-        VornGraph *g = graph();
-        const int seriesBefore = g->m_chart->series().size();
-        g->setEnvelope(2, flatEnvelope(3));
-        g->setEnvelope(-1, flatEnvelope(3));
+        // Indices outside the waveforms are ignored.
+        g->setEnvelope(2, makeEnvelope());
+        g->setEnvelope(-1, makeEnvelope());
         g->startEnvelopeEditing(2);
-        QVERIFY(!g->isEnvelopeEditing() && g->envelope(-1).isEmpty() && &g->envelope(-1) == &g->envelope(99));
+        QVERIFY(!g->hasEnvelope(1) && !g->isEnvelopeEditing() && g->envelope(-1).isEmpty()
+                && &g->envelope(-1) == &g->envelope(99));
         QCOMPARE(g->m_chart->series().size(), seriesBefore);
     }
 
     void editOfANewEnvelopeDeliversWhatThePointsSay()
     {
         VornGraph *g = graph();
-        record();
         g->startEnvelopeEditing(1);
         QCOMPARE(m_events + QStringList({overlay()->title(), shown()}),
                  QStringList({"state 1, tree 1", "started 1", "Envelope of ch", "panel 1, tree 0, 0 switches"}));
@@ -175,9 +173,8 @@ private slots:
         const QString stage = steps.section(' ', stored ? 1 : 0, stored ? 1 : 0);
         VornGraph *g = graph();
         if (stored)
-            g->setEnvelope(1, flatEnvelope(8));
+            g->setEnvelope(1, makeEnvelope());
         const int seriesBefore = g->m_chart->series().size();
-        record();
         g->startEnvelopeEditing(1);
         if (stored) {
             // The stored envelope gives the points and steps aside while they are edited.
@@ -271,17 +268,6 @@ private:
                 QTest::mouseClick(b, Qt::LeftButton);
     }
     void selectRegion(double from, double to) { m_h->drag(m_h->viewPos(1, from, 0.0), m_h->viewPos(1, to, 0.0)); }
-    void record()
-    {
-        VornGraph *g = graph();
-        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
-        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
-        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
-        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
-            // The host hears of a new state before the tree follows it.
-            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
-        });
-    }
 
     std::unique_ptr<GraphHarness> m_h;
     QStringList m_events;
