@@ -17,12 +17,7 @@
 
 namespace {
 
-struct Run
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
+struct Run { int exitCode = -1; QByteArray out, err; };
 
 Run vorn(const QStringList &args)
 {
