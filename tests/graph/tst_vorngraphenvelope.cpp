@@ -95,7 +95,7 @@ private slots:
         g->setEnvelope(-1, makeEnvelope());
         g->startEnvelopeEditing(2);
         QVERIFY(!g->hasEnvelope(1) && !g->isEnvelopeEditing() && g->envelope(-1).isEmpty()
-                && &g->envelope(-1) == &g->envelope(99));
+                && g->envelope(2).isEmpty() && &g->envelope(-1) == &g->envelope(99));
         QCOMPARE(g->m_chart->series().size(), seriesBefore);
     }
 
