@@ -53,32 +53,29 @@ private slots:
         QTest::addColumn<int>("key"); // 0: the wheel
         QTest::addColumn<int>("delta");
         QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
-        QTest::addColumn<int>("timeSteps"); // 1-2-5 steps of the time base
-        QTest::addColumn<double>("panned"); // divisions towards later times
-        QTest::addColumn<int>("sizeSteps"); // 1-2-5 steps of the selected waveform
-        QTest::addColumn<double>("offsetDivisions"); // of the selected waveform
+        // 1-2-5 steps of the time base, divisions panned towards later times, 1-2-5 steps of the
+        // selected waveform's scale, divisions its offset moves
+        QTest::addColumn<QList<double>>("steps");
         const Qt::KeyboardModifiers none;
-        QTest::newRow("wheel away zooms in at the pointer") << 0 << 120 << none << -1 << 0.0 << 0 << 0.0;
-        QTest::newRow("two notches out") << 0 << -240 << none << 2 << 0.0 << 0 << 0.0;
-        QTest::newRow("half notches add up") << 0 << 60 << none << 0 << 0.0 << 0 << 0.0;
-        QTest::newRow("shift pans") << 0 << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0 << 1.0 << 0 << 0.0;
-        QTest::newRow("ctrl scales") << 0 << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << 0 << 0.0 << -1 << 0.0;
-        QTest::newRow("right") << int(Qt::Key_Right) << 0 << none << 0 << 1.0 << 0 << 0.0;
-        QTest::newRow("left") << int(Qt::Key_Left) << 0 << none << 0 << -1.0 << 0 << 0.0;
-        QTest::newRow("plus zooms in at the centre") << int(Qt::Key_Plus) << 0 << none << -1 << 0.0 << 0 << 0.0;
-        QTest::newRow("minus") << int(Qt::Key_Minus) << 0 << none << 1 << 0.0 << 0 << 0.0;
-        QTest::newRow("up") << int(Qt::Key_Up) << 0 << none << 0 << 0.0 << 0 << 1.0;
-        QTest::newRow("down") << int(Qt::Key_Down) << 0 << none << 0 << 0.0 << 0 << -1.0;
+        QTest::newRow("wheel away zooms in at the pointer") << 0 << 120 << none << QList<double>{-1, 0, 0, 0};
+        QTest::newRow("two notches out") << 0 << -240 << none << QList<double>{2, 0, 0, 0};
+        QTest::newRow("half notches add up") << 0 << 60 << none << QList<double>{0, 0, 0, 0};
+        QTest::newRow("shift pans") << 0 << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << QList<double>{0, 1, 0, 0};
+        QTest::newRow("ctrl scales") << 0 << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << QList<double>{0, 0, -1, 0};
+        QTest::newRow("right") << int(Qt::Key_Right) << 0 << none << QList<double>{0, 1, 0, 0};
+        QTest::newRow("left") << int(Qt::Key_Left) << 0 << none << QList<double>{0, -1, 0, 0};
+        QTest::newRow("plus zooms in at the centre") << int(Qt::Key_Plus) << 0 << none << QList<double>{-1, 0, 0, 0};
+        QTest::newRow("minus") << int(Qt::Key_Minus) << 0 << none << QList<double>{1, 0, 0, 0};
+        QTest::newRow("up") << int(Qt::Key_Up) << 0 << none << QList<double>{0, 0, 0, 1};
+        QTest::newRow("down") << int(Qt::Key_Down) << 0 << none << QList<double>{0, 0, 0, -1};
     }
     void wheelAndKeysStepTheView()
     {
         QFETCH(int, key);
         QFETCH(int, delta);
         QFETCH(Qt::KeyboardModifiers, modifiers);
-        QFETCH(int, timeSteps);
-        QFETCH(double, panned);
-        QFETCH(int, sizeSteps);
-        QFETCH(double, offsetDivisions);
+        QFETCH(QList<double>, steps);
+        const double timeSteps = steps[0], panned = steps[1], sizeSteps = steps[2], offsetDivisions = steps[3];
         VornGraph *g = graph();
         QSignalSpy boxChanged(g->m_timeDivisionSpinBox, &QDoubleSpinBox::valueChanged);
         const QPoint at = m_harness->viewPos(0, 0.3, 0.0);
@@ -90,7 +87,7 @@ private slots:
             wheel(m_harness->viewport(), at, delta, modifiers);
 
         double expected = before;
-        for (int k = 0; k < std::abs(timeSteps); ++k)
+        for (int k = 0; k < std::abs(int(timeSteps)); ++k)
             expected = timeSteps > 0 ? Scale125::nextUp(expected) : Scale125::nextDown(expected);
         QCOMPARE(QList<double>({g->timePerDivision(), g->m_timeDivisionSpinBox->value(),
                                 g->m_timeDivisionSpinBox->property("lastValue").toDouble(), double(boxChanged.count()),
