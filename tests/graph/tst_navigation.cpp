@@ -1,6 +1,5 @@
 #include "graphharness.h"
 
-#include "envelopeeditoroverlay.h"
 #include "navigation.h"
 
 #include <QDoubleSpinBox>
@@ -9,29 +8,30 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTreeWidget>
-#include <QValueAxis>
-#include <QWheelEvent>
+
+#include <numeric>
 
 namespace {
 
-// 1001 samples 1 ms apart whose value is their index in volts: the value at t is t / 1 ms.
-WaveformData ramp(const QString &name)
+// "a": 1001 samples 1 ms apart whose value is their index in volts, so the value at t is t / 1 ms.
+WaveformData ramp()
 {
     std::vector<double> v(1001);
-    for (std::size_t i = 0; i < v.size(); ++i)
-        v[i] = double(i);
-    return makeWaveform(name, std::move(v));
+    std::iota(v.begin(), v.end(), 0.0);
+    return makeWaveform(QStringLiteral("a"), std::move(v));
 }
 
-class KeyCounter : public QObject
+void wheel(QWidget *target, QPoint at, int delta, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
 {
-public:
+    QWheelEvent event(QPointF(at), QPointF(target->mapToGlobal(at)), QPoint(), QPoint(0, delta), Qt::NoButton,
+                      modifiers, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(target, &event);
+}
+
+struct KeyCounter : QObject
+{
     int presses = 0;
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        presses += event->type() == QEvent::KeyPress;
-        return false;
-    }
+    bool eventFilter(QObject *, QEvent *event) override { return (presses += event->type() == QEvent::KeyPress) < 0; }
 };
 
 } // namespace
@@ -41,233 +41,172 @@ class TstNavigation : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
+    void init()
+    {
+        m_harness = std::make_unique<GraphHarness>();
+        QVERIFY(m_harness->show({ramp(), sineWave(QStringLiteral("b"), 2.0)}));
+    }
     void cleanup() { m_harness.reset(); }
 
-    void wheelStepsTheViewAtThePointer_data();
-    void wheelStepsTheViewAtThePointer();
-    void dragPansUnlessAnEditOwnsTheMouse();
-    void keysMoveTheView_data();
-    void keysMoveTheView();
-    void cursorsAndHoverReadValues();
-    void stackedScalesGiveEachWaveformItsBand();
-    void stackingSetsTheBoxesQuietly();
-    void treeBoxesTakeTypedValuesOnConfirm();
+    void wheelAndKeysStepTheView_data()
+    {
+        QTest::addColumn<int>("key"); // 0: the wheel
+        QTest::addColumn<int>("delta");
+        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+        // 1-2-5 steps of the time base, divisions panned towards later times, 1-2-5 steps of the
+        // selected waveform's scale, divisions its offset moves
+        QTest::addColumn<QList<double>>("steps");
+        const Qt::KeyboardModifiers none;
+        QTest::newRow("wheel away zooms in at the pointer") << 0 << 120 << none << QList<double>{-1, 0, 0, 0};
+        QTest::newRow("two notches out") << 0 << -240 << none << QList<double>{2, 0, 0, 0};
+        QTest::newRow("half notches add up") << 0 << 60 << none << QList<double>{0, 0, 0, 0};
+        QTest::newRow("shift pans") << 0 << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << QList<double>{0, 1, 0, 0};
+        QTest::newRow("ctrl scales") << 0 << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << QList<double>{0, 0, -1, 0};
+        QTest::newRow("right") << int(Qt::Key_Right) << 0 << none << QList<double>{0, 1, 0, 0};
+        QTest::newRow("left") << int(Qt::Key_Left) << 0 << none << QList<double>{0, -1, 0, 0};
+        QTest::newRow("plus zooms in at the centre") << int(Qt::Key_Plus) << 0 << none << QList<double>{-1, 0, 0, 0};
+        QTest::newRow("minus") << int(Qt::Key_Minus) << 0 << none << QList<double>{1, 0, 0, 0};
+        QTest::newRow("up") << int(Qt::Key_Up) << 0 << none << QList<double>{0, 0, 0, 1};
+        QTest::newRow("down") << int(Qt::Key_Down) << 0 << none << QList<double>{0, 0, 0, -1};
+    }
+    void wheelAndKeysStepTheView()
+    {
+        QFETCH(int, key);
+        QFETCH(int, delta);
+        QFETCH(Qt::KeyboardModifiers, modifiers);
+        QFETCH(QList<double>, steps);
+        const double timeSteps = steps[0], panned = steps[1], sizeSteps = steps[2], offsetDivisions = steps[3];
+        VornGraph *g = graph();
+        QSignalSpy boxChanged(g->m_timeDivisionSpinBox, &QDoubleSpinBox::valueChanged);
+        const QPoint at = m_harness->viewPos(0, 0.3, 0.0);
+        const double before = g->timePerDivision(), pointed = timeAt(at.x()), centre = -g->timeOffset();
+        const double size = g->divisionSize(0), offset = g->offset(0);
+        if (key)
+            QTest::keyClick(m_harness->view(), Qt::Key(key));
+        else
+            wheel(m_harness->viewport(), at, delta, modifiers);
+
+        double expected = before;
+        for (int k = 0; k < std::abs(int(timeSteps)); ++k)
+            expected = timeSteps > 0 ? Scale125::nextUp(expected) : Scale125::nextDown(expected);
+        QCOMPARE(QList<double>({g->timePerDivision(), g->m_timeDivisionSpinBox->value(),
+                                g->m_timeDivisionSpinBox->property("lastValue").toDouble(), double(boxChanged.count()),
+                                g->divisionSize(0), g->offset(0), g->m_offsetSpinBoxes[0]->value()}),
+                 QList<double>({expected, expected, expected, 0, sizeSteps < 0 ? Scale125::nextDown(size) : size,
+                                offset + offsetDivisions * g->divisionSize(0), g->offset(0)}));
+        // The wheel zooms around the time under the pointer, the keys around the centre.
+        if (!key && timeSteps != 0)
+            QVERIFY(std::fabs(timeAt(at.x()) - pointed) < 1e-9);
+        else
+            QCOMPARE(-g->timeOffset(), centre + panned * before);
+
+        QTest::keyClick(m_harness->view(), Qt::Key_Home);
+        QCOMPARE(QList<double>({g->timePerDivision(), -g->timeOffset()}),
+                 QList<double>({g->calculateDivisionSizeX(g->m_chart->plotArea().width() / g->m_divisionPixels), 0.5}));
+    }
+
+    void dragPansUnlessAnEditOwnsTheMouse()
+    {
+        VornGraph *g = graph();
+        const QPoint from = m_harness->viewPos(0, 0.5, 0.0);
+        const double offset = g->timeOffset();
+        m_harness->drag(from, from + QPoint(100, 30));
+        QVERIFY(std::fabs(g->timeOffset() - (offset + 100 / g->m_divisionPixels * g->timePerDivision())) < 1e-12);
+        QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
+
+        g->startEnvelopeEditing(0);
+        const double editing = g->timeOffset();
+        m_harness->drag(from, from + QPoint(100, 0));
+        QCOMPARE(g->timeOffset(), editing);
+    }
+
+    void cursorsAndHoverReadValues()
+    {
+        VornGraph *g = graph();
+        g->setWaveformVisible(1, false);
+        QTest::keyClick(m_harness->view(), Qt::Key_C);
+        QVERIFY(g->cursorsVisible());
+        // Drag the first cursor onto 100 ms, click the second onto 300 ms.
+        m_harness->drag(g->m_chartView->mapFromScene(g->m_cursorLines[0]->line().p1()), m_harness->viewPos(0, 0.1, 0.0));
+        g->setCursorTimes(0.1, 0.4);
+        m_harness->click(m_harness->viewPos(0, 0.3, 0.0));
+        QVERIFY(std::fabs(g->cursorTime(1) - 0.3) < 0.002);
+        g->setCursorTimes(0.1, 0.3);
+        QCOMPARE(g->cursorReadout(), QStringLiteral("t1 = 100 ms   t2 = 300 ms   Δt = 200 ms   1/Δt = 5 Hz   a: 100 V → 300 V (Δ 200 V)"));
+
+        m_harness->send(QEvent::MouseMove, m_harness->viewPos(0, 0.5, 0.0), Qt::NoButton, Qt::NoButton);
+        const double t = timeAt(m_harness->viewPos(0, 0.5, 0.0).x());
+        QCOMPARE(QStringList({g->hoverReadout(), g->m_hoverLabel->text()}),
+                 QStringList(2, QStringLiteral("t = %1   a: %2").arg(ValueFormatter::formatWithUnit(t, "s"),
+                                                                      ValueFormatter::formatWithUnit(std::round(t * 1000), "V"))));
+    }
+
+    void stackingGivesEachWaveformItsBandQuietly()
+    {
+        // Analog bands of four divisions from the top, then logic bands of one division.
+        QStringList bands;
+        for (const WaveformScale &s : stackedScales({{-1, 1, false}, {0, 1, true}, {0, 10, false}, {0, 1, true}}, 10))
+            bands << QStringLiteral("%1 from %2").arg(s.divisionSize).arg(s.offset);
+        QCOMPARE(bands, QStringList({"1 from 3", "2 from -7.5", "5 from -10", "2 from -9.5"}));
+        QCOMPARE(QList<double>({fittingDivisionSize(20, 10), fittingDivisionSize(21, 10)}), QList<double>({2.0, 5.0}));
+
+        // A logic probe is unitless and holds 0 and 1; a trace in volts between 0 and 1 is analog.
+        WaveformData probe = makeWaveform(QStringLiteral("d"), {0, 1, 1, 0});
+        probe.unit.clear();
+        m_harness = std::make_unique<GraphHarness>();
+        QVERIFY(m_harness->show({ramp(), probe, makeWaveform(QStringLiteral("s"), {0, 0.5, 1})}));
+        VornGraph *g = graph();
+        QSignalSpy offsetChanged(g->m_offsetSpinBoxes[1], &QDoubleSpinBox::valueChanged);
+        QSignalSpy stacked(g, &VornGraph::stackedChanged);
+        g->setStacked(true);
+        QStringList shown, expected;
+        for (const WaveformScale &s : stackedScales({{0, 1000, false}, {0, 1, true}, {0, 1, false}}, 10))
+            expected << QStringLiteral("%1 %1 %1 from %2 to %3").arg(s.divisionSize).arg(s.offset).arg(5 * s.divisionSize - s.offset);
+        for (int i = 0; i < 3; ++i)
+            shown << QStringLiteral("%1 %2 %3 from %4 to %5").arg(g->divisionSize(i)).arg(g->divisionSpinBox(i)->value())
+                         .arg(g->divisionSpinBox(i)->property("lastValue").toDouble()).arg(g->m_offsetSpinBoxes[i]->value())
+                         .arg(g->m_yAxes[i]->max());
+        QCOMPARE(shown, expected);
+        QCOMPARE(QList<int>({int(offsetChanged.count()), int(stacked.count())}), QList<int>({0, 1}));
+        g->setStacked(false);
+        QCOMPARE(QList<double>({g->divisionSize(0), g->offset(0)}), QList<double>({200.0, -600.0}));
+    }
+
+    void treeBoxesTakeTypedValuesOnConfirm()
+    {
+        VornGraph *g = graph();
+        QDoubleSpinBox *box = g->m_timeDivisionSpinBox;
+        const double before = g->timePerDivision();
+        KeyCounter counter;
+        g->installEventFilter(&counter);
+        box->setFocus();
+        box->selectAll();
+        QTest::keyClicks(box, QStringLiteral("1 ms"));
+        QCOMPARE(g->timePerDivision(), before);
+        QTest::keyClick(box, Qt::Key_Return);
+        QCOMPARE(QList<double>({g->timePerDivision(), double(counter.presses)}), QList<double>({Scale125::nextDown(before), 0}));
+        // Back to the time base of the last layout: the axis must still follow.
+        QTest::keyClick(m_harness->view(), Qt::Key_Minus);
+        QCOMPARE(g->m_axisX->max() - g->m_axisX->min(), g->m_chart->plotArea().width() / g->m_divisionPixels * before);
+
+        // Over a box the user is not in, the wheel scrolls the tree.
+        g->m_chartView->setFocus();
+        g->m_infoTree->resize(g->m_infoTree->width(), 150);
+        QScrollBar *bar = g->m_infoTree->verticalScrollBar();
+        bar->setValue(bar->maximum());
+        QDoubleSpinBox *offset = g->m_offsetSpinBoxes[0];
+        const double value = offset->value();
+        wheel(offset, QPoint(5, 5), 120);
+        QCOMPARE(offset->value(), value);
+        QVERIFY(bar->value() < bar->maximum());
+    }
 
 private:
     VornGraph *graph() const { return m_harness->graph.get(); }
     double timeAt(int x) const { return graph()->timeAtViewX(x); }
-    void wheel(int delta, Qt::KeyboardModifiers modifiers, QPoint at);
 
     std::unique_ptr<GraphHarness> m_harness;
 };
-
-void TstNavigation::init()
-{
-    m_harness = std::make_unique<GraphHarness>();
-    QVERIFY(m_harness->show({ramp(QStringLiteral("a")), sineWave(QStringLiteral("b"), 2.0)}));
-}
-
-void TstNavigation::wheel(int delta, Qt::KeyboardModifiers modifiers, QPoint at)
-{
-    QWidget *viewport = m_harness->viewport();
-    QWheelEvent event(QPointF(at), QPointF(viewport->mapToGlobal(at)), QPoint(), QPoint(0, delta), Qt::NoButton,
-                      modifiers, Qt::NoScrollPhase, false);
-    QApplication::sendEvent(viewport, &event);
-}
-
-void TstNavigation::wheelStepsTheViewAtThePointer_data()
-{
-    QTest::addColumn<int>("delta");
-    QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
-    QTest::addColumn<int>("timeSteps"); // 1-2-5 steps of the time base
-    QTest::addColumn<double>("panned"); // divisions towards later times
-    QTest::addColumn<int>("sizeSteps"); // 1-2-5 steps of the selected waveform
-    QTest::newRow("away zooms in") << 120 << Qt::KeyboardModifiers() << -1 << 0.0 << 0;
-    QTest::newRow("two notches out") << -240 << Qt::KeyboardModifiers() << 2 << 0.0 << 0;
-    QTest::newRow("half notches add up") << 60 << Qt::KeyboardModifiers() << 0 << 0.0 << 0;
-    QTest::newRow("shift pans") << -120 << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0 << 1.0 << 0;
-    QTest::newRow("ctrl scales") << 120 << Qt::KeyboardModifiers(Qt::ControlModifier) << 0 << 0.0 << -1;
-}
-
-void TstNavigation::wheelStepsTheViewAtThePointer()
-{
-    QFETCH(int, delta);
-    QFETCH(Qt::KeyboardModifiers, modifiers);
-    QFETCH(int, timeSteps);
-    QFETCH(double, panned);
-    QFETCH(int, sizeSteps);
-    VornGraph *g = graph();
-    QSignalSpy boxChanged(g->m_timeDivisionSpinBox, &QDoubleSpinBox::valueChanged);
-    const QPoint at = m_harness->viewPos(0, 0.3, 0.0);
-    const double before = g->timePerDivision();
-    const double pointed = timeAt(at.x());
-    const double centre = -g->timeOffset();
-    const double size = g->divisionSize(0);
-
-    wheel(delta, modifiers, at);
-
-    double expected = before;
-    for (int k = 0; k < std::abs(timeSteps); ++k)
-        expected = timeSteps > 0 ? Scale125::nextUp(expected) : Scale125::nextDown(expected);
-    QCOMPARE(g->timePerDivision(), expected);
-    QCOMPARE(g->m_timeDivisionSpinBox->value(), expected);
-    QCOMPARE(g->m_timeDivisionSpinBox->property("lastValue").toDouble(), expected);
-    QCOMPARE(boxChanged.count(), 0);
-    if (panned != 0.0)
-        QCOMPARE(-g->timeOffset(), centre + panned * before);
-    else
-        QVERIFY(std::fabs(timeAt(at.x()) - pointed) < 1e-9);
-    QCOMPARE(g->divisionSize(0), sizeSteps < 0 ? Scale125::nextDown(size) : size);
-}
-
-void TstNavigation::dragPansUnlessAnEditOwnsTheMouse()
-{
-    VornGraph *g = graph();
-    const QPoint from = m_harness->viewPos(0, 0.5, 0.0);
-    const double offset = g->timeOffset();
-    m_harness->drag(from, from + QPoint(100, 30));
-    QVERIFY(std::fabs(g->timeOffset() - (offset + 100 / g->m_divisionPixels * g->timePerDivision())) < 1e-12);
-    QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
-
-    g->startEnvelopeEditing(0);
-    QCOMPARE(g->m_editorOverlay->title(), QStringLiteral("Envelope of a"));
-    const double editing = g->timeOffset();
-    m_harness->drag(from, from + QPoint(100, 0));
-    QCOMPARE(g->timeOffset(), editing);
-    g->cancelEnvelopeEditing();
-}
-
-void TstNavigation::keysMoveTheView_data()
-{
-    QTest::addColumn<int>("key");
-    QTest::addColumn<int>("timeSteps");
-    QTest::addColumn<double>("panned");
-    QTest::addColumn<double>("offsetDivisions"); // of the selected waveform
-    QTest::newRow("right") << int(Qt::Key_Right) << 0 << 1.0 << 0.0;
-    QTest::newRow("left") << int(Qt::Key_Left) << 0 << -1.0 << 0.0;
-    QTest::newRow("plus") << int(Qt::Key_Plus) << -1 << 0.0 << 0.0;
-    QTest::newRow("minus") << int(Qt::Key_Minus) << 1 << 0.0 << 0.0;
-    QTest::newRow("up") << int(Qt::Key_Up) << 0 << 0.0 << 1.0;
-    QTest::newRow("down") << int(Qt::Key_Down) << 0 << 0.0 << -1.0;
-}
-
-void TstNavigation::keysMoveTheView()
-{
-    QFETCH(int, key);
-    QFETCH(int, timeSteps);
-    QFETCH(double, panned);
-    QFETCH(double, offsetDivisions);
-    VornGraph *g = graph();
-    const double base = g->timePerDivision();
-    const double centre = -g->timeOffset();
-    const double offset = g->offset(0);
-    QTest::keyClick(m_harness->view(), Qt::Key(key));
-    QCOMPARE(g->timePerDivision(), timeSteps == 0 ? base : timeSteps > 0 ? Scale125::nextUp(base) : Scale125::nextDown(base));
-    QCOMPARE(-g->timeOffset(), centre + panned * base);
-    QCOMPARE(g->offset(0), offset + offsetDivisions * g->divisionSize(0));
-    QCOMPARE(g->m_offsetSpinBoxes[0]->value(), g->offset(0));
-
-    QTest::keyClick(m_harness->view(), Qt::Key_Home);
-    QCOMPARE(g->timePerDivision(), g->calculateDivisionSizeX(g->m_chart->plotArea().width() / g->m_divisionPixels));
-    QCOMPARE(-g->timeOffset(), 0.5);
-}
-
-void TstNavigation::cursorsAndHoverReadValues()
-{
-    VornGraph *g = graph();
-    g->setWaveformVisible(1, false);
-    QTest::keyClick(m_harness->view(), Qt::Key_C);
-    QVERIFY(g->cursorsVisible());
-    // Drag the first cursor onto 100 ms, click the second onto 300 ms.
-    const QPoint first = g->m_chartView->mapFromScene(g->m_cursorLines[0]->line().p1());
-    m_harness->drag(first, m_harness->viewPos(0, 0.1, 0.0));
-    g->setCursorTimes(0.1, 0.4);
-    m_harness->press(m_harness->viewPos(0, 0.3, 0.0));
-    m_harness->release(m_harness->viewPos(0, 0.3, 0.0));
-    QVERIFY(std::fabs(g->cursorTime(1) - 0.3) < 0.002);
-    g->setCursorTimes(0.1, 0.3);
-    QCOMPARE(g->cursorReadout(), QStringLiteral("t1 = 100 ms   t2 = 300 ms   Δt = 200 ms   1/Δt = 5 Hz   a: 100 V → 300 V (Δ 200 V)"));
-
-    m_harness->send(QEvent::MouseMove, m_harness->viewPos(0, 0.5, 0.0), Qt::NoButton, Qt::NoButton);
-    const double t = timeAt(m_harness->viewPos(0, 0.5, 0.0).x());
-    QCOMPARE(g->hoverReadout(), QStringLiteral("t = %1   a: %2").arg(ValueFormatter::formatWithUnit(t, "s"),
-                                                                    ValueFormatter::formatWithUnit(std::round(t * 1000), "V")));
-    QCOMPARE(g->m_hoverLabel->text(), g->hoverReadout());
-}
-
-void TstNavigation::stackedScalesGiveEachWaveformItsBand()
-{
-    const QVector<WaveformScale> scales = stackedScales({{-1, 1, false}, {0, 1, true}, {0, 10, false}, {0, 1, true}}, 10);
-    // Analog bands of four divisions from the top, then logic bands of one division.
-    const double sizes[] = {1, 2, 5, 2};
-    const double offsets[] = {3, -7.5, -10, -9.5};
-    for (int i = 0; i < 4; ++i) {
-        QCOMPARE(scales[i].divisionSize, sizes[i]);
-        QCOMPARE(scales[i].offset, offsets[i]);
-    }
-    QCOMPARE(fittingDivisionSize(20, 10), 2.0);
-    QCOMPARE(fittingDivisionSize(21, 10), 5.0);
-}
-
-void TstNavigation::stackingSetsTheBoxesQuietly()
-{
-    // A logic probe is unitless and holds 0 and 1; a trace in volts between 0 and 1 is analog.
-    WaveformData probe = makeWaveform(QStringLiteral("d"), {0, 1, 1, 0});
-    probe.unit.clear();
-    m_harness = std::make_unique<GraphHarness>();
-    QVERIFY(m_harness->show({ramp(QStringLiteral("a")), probe, makeWaveform(QStringLiteral("s"), {0, 0.5, 1})}));
-    VornGraph *g = graph();
-    QSignalSpy offsetChanged(g->m_offsetSpinBoxes[1], &QDoubleSpinBox::valueChanged);
-    QSignalSpy stacked(g, &VornGraph::stackedChanged);
-    g->setStacked(true);
-    const QVector<WaveformScale> expected = stackedScales({{0, 1000, false}, {0, 1, true}, {0, 1, false}}, 10);
-    for (int i = 0; i < 3; ++i) {
-        QCOMPARE(g->divisionSize(i), expected[i].divisionSize);
-        QCOMPARE(g->divisionSpinBox(i)->value(), expected[i].divisionSize);
-        QCOMPARE(g->divisionSpinBox(i)->property("lastValue").toDouble(), expected[i].divisionSize);
-        QCOMPARE(g->m_offsetSpinBoxes[i]->value(), expected[i].offset);
-        QCOMPARE(g->m_yAxes[i]->max(), -expected[i].offset + 5 * expected[i].divisionSize);
-    }
-    QCOMPARE(offsetChanged.count(), 0);
-    QCOMPARE(stacked.count(), 1);
-    g->setStacked(false);
-    QCOMPARE(g->divisionSize(0), 200.0);
-    QCOMPARE(g->offset(0), -600.0);
-}
-
-void TstNavigation::treeBoxesTakeTypedValuesOnConfirm()
-{
-    VornGraph *g = graph();
-    QDoubleSpinBox *box = g->m_timeDivisionSpinBox;
-    const double before = g->timePerDivision();
-    KeyCounter counter;
-    g->installEventFilter(&counter);
-    box->setFocus();
-    box->selectAll();
-    QTest::keyClicks(box, QStringLiteral("1 ms"));
-    QCOMPARE(g->timePerDivision(), before);
-    QTest::keyClick(box, Qt::Key_Return);
-    QCOMPARE(g->timePerDivision(), Scale125::nextDown(before));
-    QCOMPARE(counter.presses, 0);
-    // Back to the time base of the last layout: the axis must still follow.
-    QTest::keyClick(m_harness->view(), Qt::Key_Minus);
-    const double span = g->m_chart->plotArea().width() / g->m_divisionPixels * before;
-    QCOMPARE(g->m_axisX->max() - g->m_axisX->min(), span);
-
-    // Over a box the user is not in, the wheel scrolls the tree.
-    g->m_chartView->setFocus();
-    g->m_infoTree->resize(g->m_infoTree->width(), 150);
-    QScrollBar *bar = g->m_infoTree->verticalScrollBar();
-    bar->setValue(bar->maximum());
-    QDoubleSpinBox *offset = g->m_offsetSpinBoxes[0];
-    const double value = offset->value();
-    QWheelEvent event(QPointF(5, 5), QPointF(offset->mapToGlobal(QPoint(5, 5))), QPoint(), QPoint(0, 120),
-                      Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
-    QApplication::sendEvent(offset, &event);
-    QCOMPARE(offset->value(), value);
-    QVERIFY(bar->value() < bar->maximum());
-}
 
 QTEST_MAIN(TstNavigation)
 #include "tst_navigation.moc"

@@ -6,32 +6,24 @@
 #include "scaledspinbox.h"
 
 #include <QAreaSeries>
-#include <QGraphicsScene>
 #include <QPointer>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTreeWidget>
-#include <QValueAxis>
 #include <QtTest>
-
-#include <limits>
 
 namespace {
 
-const double NaN = std::numeric_limits<double>::quiet_NaN();
+const double NaN = std::nan("");
 
-EnvelopeData makeEnvelope(std::vector<double> upper, std::vector<double> lower)
+// Flat at +-0.8 V over eight samples unless told.
+EnvelopeData makeEnvelope(std::vector<double> upper = std::vector<double>(8, 0.8),
+                          std::vector<double> lower = std::vector<double>(8, -0.8))
 {
     EnvelopeData envelope;
     envelope.upper = makeWaveform(QStringLiteral("ch [upper]"), std::move(upper), 5e-3, 0.02);
     envelope.lower = makeWaveform(QStringLiteral("ch [lower]"), std::move(lower), 5e-3, 0.02);
     return envelope;
-}
-
-EnvelopeData flatEnvelope(int samples)
-{
-    return makeEnvelope(std::vector<double>(size_t(samples), 0.8), std::vector<double>(size_t(samples), -0.8));
 }
 
 } // namespace
@@ -50,6 +42,14 @@ private slots:
         m_h = std::make_unique<GraphHarness>();
         QVERIFY(m_h->show({sineWave(QStringLiteral("wide"), 100.0), sineWave(QStringLiteral("ch"), 1.0)}));
         m_events.clear();
+        VornGraph *g = graph();
+        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
+        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
+        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
+            // The host hears of a new state before the tree follows it.
+            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
+        });
     }
 
     void drawsOneSegmentPerRunBetweenGaps_data()
@@ -76,7 +76,7 @@ private slots:
         const int seriesBefore = g->m_chart->series().size();
 
         // Set twice: the second drawing replaces the first.
-        g->setEnvelope(1, flatEnvelope(4));
+        g->setEnvelope(1, makeEnvelope());
         g->setEnvelope(1, envelope);
         const QList<QLineSeries *> upper = g->m_envelopeUpperSeries.at(1), lower = g->m_envelopeLowerSeries.at(1);
         const QList<QAreaSeries *> areas = g->m_envelopeAreaSeries.at(1);
@@ -90,30 +90,21 @@ private slots:
         QCOMPARE(drawn, segments);
 
         g->clearEnvelope(1);
-        QVERIFY(!g->hasEnvelope(1));
-        QCOMPARE(g->m_chart->series().size(), seriesBefore);
-    }
-
-    void ignoresIndicesOutsideTheWaveforms()
-    {
-        VornGraph *g = graph();
-        const int seriesBefore = g->m_chart->series().size();
-        g->setEnvelope(2, flatEnvelope(3));
-        g->setEnvelope(-1, flatEnvelope(3));
+        // Indices outside the waveforms are ignored.
+        g->setEnvelope(2, makeEnvelope());
+        g->setEnvelope(-1, makeEnvelope());
         g->startEnvelopeEditing(2);
-        QVERIFY(!g->isEnvelopeEditing());
+        QVERIFY(!g->hasEnvelope(1) && !g->isEnvelopeEditing() && g->envelope(-1).isEmpty()
+                && g->envelope(2).isEmpty() && &g->envelope(-1) == &g->envelope(99));
         QCOMPARE(g->m_chart->series().size(), seriesBefore);
-        QCOMPARE(&g->envelope(-1), &g->envelope(99));
-        QVERIFY(g->envelope(-1).isEmpty());
     }
 
     void editOfANewEnvelopeDeliversWhatThePointsSay()
     {
         VornGraph *g = graph();
-        record();
         g->startEnvelopeEditing(1);
-        QCOMPARE(m_events, QStringList({"state 1, tree 1", "started 1"}));
-        QCOMPARE(shown(), "panel 1, tree 0, 0 switches");
+        QCOMPARE(m_events + QStringList({overlay()->title(), shown()}),
+                 QStringList({"state 1, tree 1", "started 1", "Envelope of ch", "panel 1, tree 0, 0 switches"}));
 
         // Ten points on the 1 ms sample grid, from the first sample in the region to the last.
         selectRegion(0.0103, 0.0368);
@@ -136,32 +127,31 @@ private slots:
         QSignalSpy moved(mode, &PointDragMode::pointMoved);
         const QPoint to = upperHandle(2) + QPoint(0, -37);
         m_h->drag(upperHandle(2), to);
-        QCOMPARE(moved.size(), 2);
         const double dragged = g->m_chartView->mapToChartValue(to, g->m_series[1]).y();
-        QCOMPARE(moved.last().at(1).toDouble(), dragged);
+        QCOMPARE(QList<double>({double(moved.size()), moved.last().at(1).toDouble()}), QList<double>({2, dragged}));
         QVERIFY(dragged < 2.0);
 
         static_cast<ScaledSpinBox *>(g->m_offsetSpinBoxes[1])->stepBy(2);
-        m_h->press(toggle(4));
-        m_h->release(toggle(4));
+        m_h->click(g->m_chartView->mapFromScene(toggleScenePos(4)));
         const QVector<EnvelopePoint> points = g->m_envelopeEditor->points();
         QSignalSpy finished(g, &VornGraph::envelopeEditingFinished);
         m_events.clear();
         click("Apply");
-        QCOMPARE(m_events, QStringList({"state 0, tree 0", "finished 1"}));
-        QCOMPARE(shown(), "panel 0, tree 1, 0 switches");
+        QCOMPARE(m_events + QStringList(shown()), QStringList({"state 0, tree 0", "finished 1", "panel 0, tree 1, 0 switches"}));
 
         const EnvelopeData envelope = finished.first().at(1).value<EnvelopeData>();
         QCOMPARE(QStringList({envelope.upper.name, envelope.lower.name, envelope.lower.unit}),
                  QStringList({"ch [upper]", "ch [lower]", "V"}));
-        QCOMPARE(QList<double>({envelope.upper.startTime, envelope.upper.sampleInterval, double(envelope.upper.samples->size())}),
-                 QList<double>({0.010, (0.037 - 0.010) / 5, 6}));
+        QCOMPARE(QList<double>({envelope.upper.startTime, envelope.upper.sampleInterval,
+                                double(envelope.upper.samples->size()), points[2].upperValue}),
+                 QList<double>({0.010, (0.037 - 0.010) / 5, 6, dragged}));
         // Point 4 switched off leaves a gap from it to the end.
-        for (int i = 0; i < 6; ++i) {
-            QCOMPARE(std::isnan(envelope.upper.samples->at(size_t(i))), i >= 4);
-            QCOMPARE(envelope.lower.samples->at(size_t(i)), i >= 4 ? NaN : points[i].lowerValue);
+        QStringList delivered, expected;
+        for (std::size_t i = 0; i < envelope.upper.samples->size(); ++i) {
+            delivered << QStringLiteral("%1 %2").arg(envelope.upper.samples->at(i)).arg(envelope.lower.samples->at(i));
+            expected << (i >= 4 ? "nan nan" : QStringLiteral("%1 %2").arg(points[i].upperValue).arg(points[i].lowerValue));
         }
-        QCOMPARE(envelope.upper.samples->at(2), dragged);
+        QCOMPARE(delivered, expected);
         QVERIFY(g->envelope(1).upper.samples.sharesStorageWith(envelope.upper.samples));
         QVERIFY(g->m_envelopeAreaSeries.at(1).size() == 1 && g->m_envelopeAreaSeries.at(1).first()->isVisible());
     }
@@ -183,9 +173,8 @@ private slots:
         const QString stage = steps.section(' ', stored ? 1 : 0, stored ? 1 : 0);
         VornGraph *g = graph();
         if (stored)
-            g->setEnvelope(1, flatEnvelope(8));
+            g->setEnvelope(1, makeEnvelope());
         const int seriesBefore = g->m_chart->series().size();
-        record();
         g->startEnvelopeEditing(1);
         if (stored) {
             // The stored envelope gives the points and steps aside while they are edited.
@@ -222,10 +211,8 @@ private slots:
         }
         m_events.clear();
         click("Cancel");
-        QCOMPARE(m_events, QStringList({"state 0, tree 0", "cancelled"}));
-        QCOMPARE(shown(), "panel 0, tree 1, 0 switches");
-        QCOMPARE(g->hasEnvelope(1), stored);
-        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+        QCOMPARE(m_events + QStringList(shown()), QStringList({"state 0, tree 0", "cancelled", "panel 0, tree 1, 0 switches"}));
+        QCOMPARE(QList<int>({g->hasEnvelope(1), int(g->m_chart->series().size())}), QList<int>({stored, seriesBefore}));
         for (QAbstractSeries *s : g->m_chart->series())
             QVERIFY(s->isVisible());
     }
@@ -233,9 +220,7 @@ private slots:
     void panelKeepsItsDraggedPlaceUntilTheNextEdit()
     {
         VornGraph *g = graph();
-        const auto home = [g] {
-            return g->m_chartView->mapFromScene(g->m_chart->plotArea().topLeft()) + QPoint(8, 8);
-        };
+        const auto home = [g] { return g->m_chartView->mapFromScene(g->m_chart->plotArea().topLeft()) + QPoint(8, 8); };
         g->startEnvelopeEditing(1);
         QCOMPARE(overlay()->pos(), home());
         selectRegion(0.02, 0.06);
@@ -248,12 +233,11 @@ private slots:
         QVERIFY(QTest::qWaitFor([g] { return g->m_chartView->width() < 900; }));
         QCOMPARE(overlay()->geometry().bottomRight(), g->m_chartView->rect().bottomRight());
         // The markers followed the smaller plot.
-        QTRY_VERIFY(toggleDrawnAt(3));
+        QTRY_VERIFY(!itemsAtDepth(g->m_chart->scene(), 1002.0, toggleScenePos(3)).isEmpty());
 
         g->cancelEnvelopeEditing();
         g->startEnvelopeEditing(0);
-        QCOMPARE(overlay()->pos(), home());
-        QVERIFY(overlay()->isVisible());
+        QVERIFY(overlay()->isVisible() && overlay()->pos() == home());
     }
 
 private:
@@ -266,10 +250,6 @@ private:
     }
     // The round on/off switches drawn above everything else.
     QList<QGraphicsItem *> toggles() const { return itemsAtDepth(graph()->m_chart->scene(), 1002.0); }
-    bool toggleDrawnAt(int point) const
-    {
-        return !itemsAtDepth(graph()->m_chart->scene(), 1002.0, toggleScenePos(point)).isEmpty();
-    }
     QPoint upperHandle(int i) const { return m_h->viewPos(1, point(i).time, point(i).upperValue); }
     QPointF toggleScenePos(int i) const
     {
@@ -277,7 +257,6 @@ private:
                                                graph()->m_series[1]);
     }
     const EnvelopePoint &point(int i) const { return graph()->m_envelopeEditor->points().at(i); }
-    QPoint toggle(int point) const { return graph()->m_chartView->mapFromScene(toggleScenePos(point)); }
     void click(const QString &button) const
     {
         for (QPushButton *b : overlay()->findChildren<QPushButton *>())
@@ -285,17 +264,6 @@ private:
                 QTest::mouseClick(b, Qt::LeftButton);
     }
     void selectRegion(double from, double to) { m_h->drag(m_h->viewPos(1, from, 0.0), m_h->viewPos(1, to, 0.0)); }
-    void record()
-    {
-        VornGraph *g = graph();
-        connect(g, &VornGraph::envelopeEditingStarted, this, [this](int i) { m_events << QString("started %1").arg(i); });
-        connect(g, &VornGraph::envelopeEditingFinished, this, [this](int i) { m_events << QString("finished %1").arg(i); });
-        connect(g, &VornGraph::envelopeEditingCancelled, this, [this] { m_events << "cancelled"; });
-        connect(g, &VornGraph::envelopeEditorStateChanged, this, [this, g] {
-            // The host hears of a new state before the tree follows it.
-            m_events << QString("state %1, tree %2").arg(g->envelopeEditorState()).arg(g->m_infoTree->isEnabled());
-        });
-    }
 
     std::unique_ptr<GraphHarness> m_h;
     QStringList m_events;

@@ -24,134 +24,121 @@ class TstEnvelopeCheck : public QObject
     Q_OBJECT
 
 private slots:
-    void judgesEverySampleAgainstTheInterpolatedLimits_data();
-    void judgesEverySampleAgainstTheInterpolatedLimits();
-    void longWaveformsGiveTheSameAnswersAsShortOnes();
-    void masksAreSearchedBothWays();
-    void envelopeFromCapturesCoversTheirSpread();
+    void judgesEverySampleAgainstTheInterpolatedLimits_data()
+    {
+        QTest::addColumn<QVector<double>>("samples"); // at 0, 1, 2, ... s
+        QTest::addColumn<QVector<double>>("upper");   // at upperStart, + 2 s, ...
+        QTest::addColumn<double>("upperStart");
+        QTest::addColumn<QVector<double>>("lower");   // at 0, 4, 8, ... s
+        // checked, NaN, above, below; first violation, worst above time and excess, worst below time
+        // and excess; least margin
+        QTest::addColumn<QVector<double>>("expected");
+        const QVector<double> wide{-10, -10, -10};
+        // Upper 0 -> 4 over 0..2 s and 4 -> 0 over 2..4 s, so 2 at 1 s and 3 s: the ramp 0, 3, 4, 1, 0 is
+        // above by 1 at 1 s and touches 4 at 2 s, which passes; lower -10 everywhere.
+        QTest::newRow("interpolated, on the limit passes")
+            << QVector<double>{0, 3, 4, 1, 0} << QVector<double>{0, 4, 0} << 0.0 << wide
+            << QVector<double>{5, 0, 1, 0, 1, 1, 1, NaN, NaN, -1.0 / 12};
+        // Upper curve at 1, 3, 5 s with a gap at 3 s: a lonely curve sample sets no limit.
+        QTest::newRow("gap leaves no limit")
+            << QVector<double>{9, 9, 9, 9, 9} << QVector<double>{0, NaN, 0} << 1.0 << wide
+            << QVector<double>{5, 0, 0, 0, NaN, NaN, NaN, NaN, NaN, NaN};
+        // Upper 0 -> 10 over 1..3 s only; 11 at 3 s is above by 1 on the curve's closing edge.
+        QTest::newRow("curve shorter than the waveform")
+            << QVector<double>{9, 9, 9, 11, 9} << QVector<double>{0, 10} << 1.0 << QVector<double>{-8, -8}
+            << QVector<double>{5, 0, 3, 0, 1, 1, 9, NaN, NaN, -9.0 / 8};
+        QTest::newRow("NaN samples counted apart")
+            << QVector<double>{NaN, 1, NaN, -20, 1} << QVector<double>{2, 2, 2} << 0.0 << wide
+            << QVector<double>{3, 2, 0, 1, 3, NaN, NaN, 3, 10, -10.0 / 12};
+    }
+
+    void judgesEverySampleAgainstTheInterpolatedLimits()
+    {
+        QFETCH(QVector<double>, samples);
+        QFETCH(QVector<double>, upper);
+        QFETCH(double, upperStart);
+        QFETCH(QVector<double>, lower);
+        QFETCH(QVector<double>, expected);
+        EnvelopeData envelope{curve(upper, 2.0, upperStart), curve(lower, 4.0, 0.0)};
+        ViolationMask mask;
+        const EnvelopeCheckResult r = checkEnvelope(curve(samples, 1.0, 0.0), envelope, &mask);
+        // As text, so that NaN equals NaN.
+        const auto text = [](const QVector<double> &v) {
+            QStringList t;
+            for (double x : v)
+                t << QString::number(x, 'g', 17);
+            return t;
+        };
+        QCOMPARE(text({double(r.checked), double(r.nanSamples), double(r.above), double(r.below), r.firstViolation,
+                       r.worstAbove.time, r.worstAbove.excess, r.worstBelow.time, r.worstBelow.excess, r.minMargin}),
+                 text(expected));
+        uint64_t marked = 0;
+        for (uint64_t i = mask.findNext(0, samples.size()); i < uint64_t(samples.size()); i = mask.findNext(i + 1, samples.size()))
+            marked += i >= r.firstViolation ? 1 : 100;
+        QCOMPARE(marked, r.violations());
+    }
+
+    // Beyond a million samples the work is split over two threads and judged chunk by chunk.
+    void longWaveformsGiveTheSameAnswersAsShortOnes()
+    {
+        const uint64_t n = 3'000'000;
+        WaveformData w = curve({}, 1e-6, 0.0);
+        std::vector<double> &s = w.samples.writable();
+        s.resize(n);
+        for (uint64_t i = 0; i < n; ++i)
+            s[i] = std::sin(static_cast<double>(i) * 1e-4);
+        const double end = (n - 1) * 1e-6;
+        EnvelopeData envelope{curve({1.5, 1.5}, end, 0.0), curve({-1.5, -1.5}, end, 0.0)};
+        // Without violations the margin comes from chunks that are only bounded, not walked.
+        double nearest = INFINITY;
+        for (double v : s)
+            nearest = std::min({nearest, 1.5 - v, v + 1.5});
+        QCOMPARE(checkEnvelope(w, envelope).minMargin, nearest / 3);
+
+        const std::vector<uint64_t> spikes{123, 1'500'000, 1'500'001, 2'999'999};
+        for (uint64_t i : spikes)
+            s[i] = i == 1'500'001 ? 2.0 : -2.0;
+
+        ViolationMask mask;
+        const EnvelopeCheckResult r = checkEnvelope(w, envelope, &mask);
+        QCOMPARE(QStringLiteral("%1 %2 %3 %4 %5 %6").arg(r.checked).arg(r.above).arg(r.below).arg(r.firstViolation)
+                     .arg(r.worstBelow.time).arg(r.worstAbove.time, 0, 'g', 10), "3000000 1 3 0.000123 0.000123 1.500001");
+        std::vector<uint64_t> found;
+        for (uint64_t i = mask.findNext(0, n); i < n; i = mask.findNext(i + 1, n))
+            found.push_back(i);
+        QCOMPARE(found, spikes);
+    }
+
+    void masksAreSearchedBothWays()
+    {
+        ViolationMask mask;
+        mask.reset(1'000'000);
+        for (uint64_t i : {5, 64, 300'000})
+            mask.set(i);
+        QCOMPARE(QList<uint64_t>({mask.findNext(6, 1'000'000), mask.findNext(65, 200'000), mask.findPrevious(300'000),
+                                  mask.findPrevious(1'000'000), mask.findPrevious(5)}),
+                 QList<uint64_t>({64, 200'000, 64, 300'000, 1'000'000}));
+    }
+
+    void envelopeFromCapturesCoversTheirSpread()
+    {
+        // Three points over 0..4 s see samples {0,1}, {1,2,3} and {3,4}.
+        const QVector<WaveformData> captures{curve({0, 1, 2, 3, 4}, 1.0, 0.0), curve({2, 1, 0, 5, 4}, 1.0, 0.0)};
+        QString error;
+        EnvelopeData e = envelopeFromCaptures(captures, 3, 0.0, &error);
+        QCOMPARE(*e.upper.samples, (std::vector<double>{2, 5, 5}));
+        QCOMPARE(*e.lower.samples, (std::vector<double>{0, 0, 3}));
+        QCOMPARE(e.upper.sampleInterval, 2.0);
+        e = envelopeFromCaptures(captures, 3, 1.0, &error);
+        QCOMPARE(e.upper.samples->at(0), 1.5 + std::sqrt(0.5)); // maxima 1 and 2
+        // Widened by one curve interval, each limit takes the farthest of its neighbours, then 0.5 more.
+        e = widenEnvelope(e, 2.0, 0.5);
+        QCOMPARE(e.upper.samples->at(0), 4.5 + std::sqrt(2.0));
+        QCOMPARE(e.lower.samples->at(2), -std::sqrt(0.5));
+        QVERIFY(envelopeFromCaptures({captures[0], curve({1, 2}, 1.0, 0.0)}, 3, 0.0, &error).isEmpty());
+        QVERIFY(error.contains("differ"));
+    }
 };
-
-void TstEnvelopeCheck::judgesEverySampleAgainstTheInterpolatedLimits_data()
-{
-    QTest::addColumn<QVector<double>>("samples"); // at 0, 1, 2, ... s
-    QTest::addColumn<QVector<double>>("upper");   // at upperStart, + 2 s, ...
-    QTest::addColumn<double>("upperStart");
-    QTest::addColumn<QVector<double>>("lower");   // at 0, 4, 8, ... s
-    QTest::addColumn<QVector<double>>("counts");  // checked, nan, above, below
-    QTest::addColumn<QVector<double>>("worst");   // first, above time, excess, below time, excess
-    QTest::addColumn<double>("minMargin");
-
-    const QVector<double> wide{-10, -10, -10};
-    // Upper 0 -> 4 over 0..2 s and 4 -> 0 over 2..4 s, so 2 at 1 s and 3 s: the ramp 0, 3, 4, 1, 0 is
-    // above by 1 at 1 s and touches 4 at 2 s, which passes; lower -10 everywhere.
-    QTest::newRow("interpolated, on the limit passes")
-        << QVector<double>{0, 3, 4, 1, 0} << QVector<double>{0, 4, 0} << 0.0 << wide
-        << QVector<double>{5, 0, 1, 0} << QVector<double>{1, 1, 1, NaN, NaN} << -1.0 / 12;
-    // Upper curve at 1, 3, 5 s with a gap at 3 s: a lonely curve sample sets no limit.
-    QTest::newRow("gap leaves no limit")
-        << QVector<double>{9, 9, 9, 9, 9} << QVector<double>{0, NaN, 0} << 1.0 << wide
-        << QVector<double>{5, 0, 0, 0} << QVector<double>{NaN, NaN, NaN, NaN, NaN} << NaN;
-    // Upper 0 -> 10 over 1..3 s only; 11 at 3 s is above by 1 on the curve's closing edge.
-    QTest::newRow("curve shorter than the waveform")
-        << QVector<double>{9, 9, 9, 11, 9} << QVector<double>{0, 10} << 1.0 << QVector<double>{-8, -8}
-        << QVector<double>{5, 0, 3, 0} << QVector<double>{1, 1, 9, NaN, NaN} << -9.0 / 8;
-    QTest::newRow("NaN samples counted apart")
-        << QVector<double>{NaN, 1, NaN, -20, 1} << QVector<double>{2, 2, 2} << 0.0 << wide
-        << QVector<double>{3, 2, 0, 1} << QVector<double>{3, NaN, NaN, 3, 10} << -10.0 / 12;
-}
-
-void TstEnvelopeCheck::judgesEverySampleAgainstTheInterpolatedLimits()
-{
-    QFETCH(QVector<double>, samples);
-    QFETCH(QVector<double>, upper);
-    QFETCH(double, upperStart);
-    QFETCH(QVector<double>, lower);
-    QFETCH(QVector<double>, counts);
-    QFETCH(QVector<double>, worst);
-    QFETCH(double, minMargin);
-    EnvelopeData envelope{curve(upper, 2.0, upperStart), curve(lower, 4.0, 0.0)};
-    ViolationMask mask;
-    const EnvelopeCheckResult r = checkEnvelope(curve(samples, 1.0, 0.0), envelope, &mask);
-
-    QCOMPARE((QVector<double>{double(r.checked), double(r.nanSamples), double(r.above), double(r.below)}), counts);
-    const QVector<double> got{r.firstViolation, r.worstAbove.time, r.worstAbove.excess, r.worstBelow.time,
-                              r.worstBelow.excess};
-    for (int i = 0; i < got.size(); ++i)
-        QVERIFY2(got[i] == worst[i] || (std::isnan(got[i]) && std::isnan(worst[i])), qPrintable(QString::number(i)));
-    QVERIFY2(r.minMargin == minMargin || (std::isnan(r.minMargin) && std::isnan(minMargin)), qPrintable(QString::number(r.minMargin)));
-    uint64_t marked = 0;
-    for (uint64_t i = mask.findNext(0, samples.size()); i < uint64_t(samples.size()); i = mask.findNext(i + 1, samples.size()))
-        marked += i >= r.firstViolation ? 1 : 100;
-    QCOMPARE(marked, r.violations());
-}
-
-// Beyond a million samples the work is split over two threads and judged chunk by chunk.
-void TstEnvelopeCheck::longWaveformsGiveTheSameAnswersAsShortOnes()
-{
-    const uint64_t n = 3'000'000;
-    WaveformData w;
-    w.sampleInterval = 1e-6;
-    std::vector<double> &s = w.samples.writable();
-    s.resize(n);
-    for (uint64_t i = 0; i < n; ++i)
-        s[i] = std::sin(static_cast<double>(i) * 1e-4);
-    const double end = (n - 1) * 1e-6;
-    EnvelopeData envelope{curve({1.5, 1.5}, end, 0.0), curve({-1.5, -1.5}, end, 0.0)};
-    // Without violations the margin comes from chunks that are only bounded, not walked.
-    double nearest = INFINITY;
-    for (double v : s)
-        nearest = std::min({nearest, 1.5 - v, v + 1.5});
-    QCOMPARE(checkEnvelope(w, envelope).minMargin, nearest / 3);
-
-    const std::vector<uint64_t> spikes{123, 1'500'000, 1'500'001, 2'999'999};
-    for (uint64_t i : spikes)
-        s[i] = i == 1'500'001 ? 2.0 : -2.0;
-
-    ViolationMask mask;
-    const EnvelopeCheckResult r = checkEnvelope(w, envelope, &mask);
-    QCOMPARE(r.checked, n);
-    QCOMPARE(r.above, 1U);
-    QCOMPARE(r.below, 3U);
-    QCOMPARE(r.firstViolation, 123e-6);
-    QCOMPARE(r.worstBelow.time, 123e-6);
-    QCOMPARE(r.worstAbove.time, 1'500'001e-6);
-    std::vector<uint64_t> found;
-    for (uint64_t i = mask.findNext(0, n); i < n; i = mask.findNext(i + 1, n))
-        found.push_back(i);
-    QCOMPARE(found, spikes);
-}
-
-void TstEnvelopeCheck::masksAreSearchedBothWays()
-{
-    ViolationMask mask;
-    mask.reset(1'000'000);
-    for (uint64_t i : {5, 64, 300'000})
-        mask.set(i);
-    QCOMPARE(mask.findNext(6, 1'000'000), 64U);
-    QCOMPARE(mask.findNext(65, 200'000), 200'000U);
-    QCOMPARE(mask.findPrevious(300'000), 64U);
-    QCOMPARE(mask.findPrevious(1'000'000), 300'000U);
-    QCOMPARE(mask.findPrevious(5), 1'000'000U);
-}
-
-void TstEnvelopeCheck::envelopeFromCapturesCoversTheirSpread()
-{
-    // Three points over 0..4 s see samples {0,1}, {1,2,3} and {3,4}.
-    const QVector<WaveformData> captures{curve({0, 1, 2, 3, 4}, 1.0, 0.0), curve({2, 1, 0, 5, 4}, 1.0, 0.0)};
-    QString error;
-    EnvelopeData e = envelopeFromCaptures(captures, 3, 0.0, &error);
-    QCOMPARE(*e.upper.samples, (std::vector<double>{2, 5, 5}));
-    QCOMPARE(*e.lower.samples, (std::vector<double>{0, 0, 3}));
-    QCOMPARE(e.upper.sampleInterval, 2.0);
-    e = envelopeFromCaptures(captures, 3, 1.0, &error);
-    QCOMPARE(e.upper.samples->at(0), 1.5 + std::sqrt(0.5)); // maxima 1 and 2
-    // Widened by one curve interval, each limit takes the farthest of its neighbours, then 0.5 more.
-    e = widenEnvelope(e, 2.0, 0.5);
-    QCOMPARE(e.upper.samples->at(0), 4.5 + std::sqrt(2.0));
-    QCOMPARE(e.lower.samples->at(2), -std::sqrt(0.5));
-    QVERIFY(envelopeFromCaptures({captures[0], curve({1, 2}, 1.0, 0.0)}, 3, 0.0, &error).isEmpty());
-    QVERIFY(error.contains("differ"));
-}
 
 QTEST_GUILESS_MAIN(TstEnvelopeCheck)
 #include "tst_envelopecheck.moc"
