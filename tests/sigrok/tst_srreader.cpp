@@ -2,6 +2,7 @@
 #include "waveform_sigrok.h"
 #include "zipfixture.h"
 
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -198,14 +199,15 @@ private slots:
         if (sigrok_read_waveform_count(p, &waveforms) == 0) {
             failed = "info: ";
             if (sigrok_read_waveform_info_by_index(p, index, &info) == 0) {
-                // Sizes come from the archive's bytes, never from what its headers claim.
-                QVERIFY(info.sampleCount < 100);
                 std::vector<double> samples(count ? uint64_t(count) : info.sampleCount);
                 failed = sigrok_read_waveform_data_by_index(p, index, samples.data(), samples.size()) ? "data: " : "none";
             }
         }
         failed += QString::fromUtf8(sigrok_get_last_error());
         QVERIFY2(failed.startsWith(reason), qPrintable(failed));
+        // What is known to be unreadable offers nothing to allocate, whatever sizes it claims.
+        if (failed.contains(QRegularExpression("^data: .*(missing|size|fit|method)")))
+            QCOMPARE(info.sampleCount, uint64_t(0));
         // The damage stays with the waveform that needs it; the logic channels share their members.
         for (int i = 0; (reason.startsWith("data") || reason == "none") && i < waveforms; ++i) {
             if (i != index && (i < 2 || index < 2))
