@@ -15,18 +15,6 @@
 
 namespace {
 
-EnvelopeData envelopeOf(double level)
-{
-    EnvelopeData e;
-    for (WaveformData *w : {&e.upper, &e.lower}) {
-        w->unit = QStringLiteral("V");
-        w->sampleInterval = 1e-4;
-    }
-    e.upper.samples.writable() = {level, std::nan(""), level + 1};
-    e.lower.samples.writable() = {-level, std::nan(""), -level - 1};
-    return e;
-}
-
 // The limits' samples, gaps as "nan", and their interval.
 QString described(const EnvelopeData &e)
 {
