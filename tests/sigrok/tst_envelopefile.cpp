@@ -13,14 +13,6 @@
 
 namespace {
 
-// The sample bits, unit, interval and start of a curve.
-QByteArray described(const WaveformData &w)
-{
-    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
-         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
-         + QByteArray::number(w.startTime, 'g', 17);
-}
-
 // Every waveform the reader offers, in order, by name and description.
 QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
 {

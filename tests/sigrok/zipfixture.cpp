@@ -170,3 +170,15 @@ EnvelopeData envelopeOf(double scale)
     e.lower.samples.writable() = {-scale / 3, std::nan(""), -1e-310, -0.2, 0.0};
     return e;
 }
+
+QByteArray described(const WaveformData &w)
+{
+    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
+         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
+         + QByteArray::number(w.startTime, 'g', 17);
+}
+
+QByteArray described(const EnvelopeData &e)
+{
+    return described(e.upper) + '|' + described(e.lower);
+}

@@ -55,5 +55,8 @@ QStringList offeredNames(const QString &path);
 QStringList fileNames(const QString &dir);
 // Limits with values that a text format could not keep: thirds, a denormal, NaN gaps.
 EnvelopeData envelopeOf(double scale);
+// The sample bits, unit, interval and start of a curve, or of both limits.
+QByteArray described(const WaveformData &w);
+QByteArray described(const EnvelopeData &e);
 
 #endif

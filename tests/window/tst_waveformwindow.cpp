@@ -15,16 +15,6 @@
 
 namespace {
 
-// The limits' samples, gaps as "nan", and their interval.
-QString described(const EnvelopeData &e)
-{
-    QStringList values;
-    for (const WaveformData *w : {&e.upper, &e.lower})
-        for (double v : *w->samples)
-            values << QString::number(v);
-    return values.join(' ') + QStringLiteral(" every %1 s").arg(e.upper.sampleInterval);
-}
-
 QAction *menuAction(QWidget *window, const QString &menu, const QString &action = QString())
 {
     for (QAction *top : window->findChild<QMenuBar *>()->actions()) {
