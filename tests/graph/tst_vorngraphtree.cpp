@@ -114,28 +114,27 @@ private slots:
     void contextMenuOffersEnvelopeRequests_data()
     {
         QTest::addColumn<QString>("path"); // empty: below the last row
-        QTest::addColumn<QString>("setup");
         QTest::addColumn<QString>("choice");
         QTest::addColumn<QStringList>("menu"); // empty: no menu
         QTest::addColumn<QString>("request");
 
         const QStringList both{"Edit Envelope", "Delete Envelope"}, editOnly{"Edit Envelope", "Delete Envelope (off)"};
-        QTest::newRow("with envelope, delete") << "b" << "" << "Delete Envelope" << both << "delete 1";
-        QTest::newRow("no envelope, edit") << "c" << "" << "Edit Envelope" << editOnly << "edit 2";
-        QTest::newRow("no envelope, delete disabled") << "a" << "" << "Delete Envelope" << editOnly << "";
-        QTest::newRow("closed without choice") << "b" << "" << "" << both << "";
-        QTest::newRow("time row") << "Time" << "" << "Edit Envelope" << QStringList() << "";
-        QTest::newRow("child row") << "b/Max" << "" << "Edit Envelope" << QStringList() << "";
-        QTest::newRow("empty space") << "" << "" << "Edit Envelope" << QStringList() << "";
-        QTest::newRow("editing disabled") << "b" << "editing disabled" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("with envelope, delete") << "b" << "Delete Envelope" << both << "delete 1";
+        QTest::newRow("no envelope, edit") << "c" << "Edit Envelope" << editOnly << "edit 2";
+        QTest::newRow("no envelope, delete disabled") << "a" << "Delete Envelope" << editOnly << "";
+        QTest::newRow("closed without choice") << "b" << "" << both << "";
+        QTest::newRow("time row") << "Time" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("child row") << "b/Max" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("empty space") << "" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("editing disabled") << "b" << "Edit Envelope" << QStringList() << "";
         // The tree takes no clicks while an edit runs.
-        QTest::newRow("edit running") << "b" << "edit running" << "Edit Envelope" << QStringList() << "";
+        QTest::newRow("edit running") << "b" << "Edit Envelope" << QStringList() << "";
     }
 
     void contextMenuOffersEnvelopeRequests()
     {
         QFETCH(QString, path);
-        QFETCH(QString, setup);
+        const QByteArray setup = QTest::currentDataTag();
         QFETCH(QString, choice);
         QFETCH(QStringList, menu);
         QFETCH(QString, request);
