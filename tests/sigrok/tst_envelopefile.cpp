@@ -2,12 +2,9 @@
 #include "waveform_sigrok.h"
 #include "zipfixture.h"
 
-#include <QDir>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cmath>
-#include <cstring>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -15,28 +12,6 @@
 #include <unistd.h>
 
 namespace {
-
-// Values that a text format could not keep: thirds, a denormal, NaN gaps.
-EnvelopeData envelopeOf(double scale)
-{
-    EnvelopeData e;
-    for (WaveformData *w : {&e.upper, &e.lower}) {
-        w->unit = "V";
-        w->sampleInterval = 1e-7 / 3;
-        w->startTime = -0.123456789012345678;
-    }
-    e.upper.samples.writable() = {scale / 3, std::nan(""), 1e-310, -0.1, scale};
-    e.lower.samples.writable() = {-scale / 3, std::nan(""), -1e-310, -0.2, 0.0};
-    return e;
-}
-
-// The sample bits, unit, interval and start of a curve.
-QByteArray described(const WaveformData &w)
-{
-    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
-         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
-         + QByteArray::number(w.startTime, 'g', 17);
-}
 
 // Every waveform the reader offers, in order, by name and description.
 QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
@@ -56,11 +31,6 @@ QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
         out.append({QString::fromUtf8(info.name), described(w)});
     }
     return out;
-}
-
-QStringList entries(const QString &dir)
-{
-    return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System);
 }
 
 } // namespace
@@ -115,13 +85,10 @@ private slots:
         QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(1.0)));
         QVERIFY(saveEnvelope(m_path, "A1", envelopeOf(2.0)));
         QVERIFY(removeEnvelope(m_path, "A0"));
-        QStringList names;
-        for (const auto &waveform : readWaveforms(m_path))
-            names << waveform.first;
-        QCOMPARE(names, QStringList({"A0", "A1", "D0", "D2", "A1 [upper]", "A1 [lower]"}));
+        QCOMPARE(offeredNames(m_path), QStringList({"A0", "A1", "D0", "D2", "A1 [upper]", "A1 [lower]"}));
         QVERIFY(saveEnvelope(m_path, "A1", EnvelopeData())); // an empty envelope removes
         QCOMPARE(readFile(m_path), original);
-        QCOMPARE(entries(m_dir->path()), QStringList{"capture.sr"});
+        QCOMPARE(fileNames(m_dir->path()), QStringList{"capture.sr"});
     }
 
     void keepsPermissionsAndSymbolicLinks()
@@ -151,7 +118,7 @@ private slots:
         if (failure == "text")
             QVERIFY(writeFile(path, "no zip here"));
         const QByteArray original = readFile(path);
-        const QStringList before = entries(m_dir->path());
+        const QStringList before = fileNames(m_dir->path());
         const QByteArray dir = QFile::encodeName(m_dir->path());
 
         // The save runs in a child, where the limits of the case apply to it alone.
@@ -176,7 +143,7 @@ private slots:
         chmod(dir.constData(), 0755);
         QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 1);
         QCOMPARE(readFile(path), original);
-        QCOMPARE(entries(m_dir->path()), before);
+        QCOMPARE(fileNames(m_dir->path()), before);
     }
 
 private:

@@ -1,9 +1,15 @@
 #include "zipfixture.h"
 
+#include "waveform_sigrok.h"
+
+#include <QDir>
 #include <QFile>
 #include <QtEndian>
 
 #include <zip.h>
+
+#include <algorithm>
+#include <cmath>
 
 bool writeZip(const QString &path, const std::vector<ZipMember> &members)
 {
@@ -36,20 +42,50 @@ bool writeFile(const QString &path, const QByteArray &data)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(data) == data.size();
 }
 
-bool patchUncompressedSize(QByteArray &zip, const QByteArray &name, quint32 size)
+std::vector<ZipMember> without(std::vector<ZipMember> members, const QByteArrayList &names)
 {
-    // A local header names its member at 30 and gives the size at 22, a central one at 46 and 24.
+    members.erase(std::remove_if(members.begin(), members.end(), [&](const ZipMember &m) { return names.contains(m.name); }),
+                  members.end());
+    return members;
+}
+
+std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const ZipMember &extra)
+{
+    std::vector<ZipMember> changed = without(members, {extra.name});
+    changed.push_back(extra);
+    return changed;
+}
+
+bool damageMember(const QString &path, const QByteArray &how)
+{
+    const QByteArray kind = how.left(how.indexOf(':')), name = how.mid(how.indexOf(':') + 1);
+    const QByteArray data = readMembers(path)[name].data;
+    QByteArray zip = readFile(path);
+    if (kind == "bit") {
+        const qsizetype at = zip.indexOf(data);
+        return at > 0 && (zip[at + 1] = char(zip[at + 1] ^ 0x10), writeFile(path, zip));
+    }
+    struct Field { int local, central, bytes; quint32 value; }; // offsets in either header
+    const quint32 gib = 1u << 30;
+    const std::map<QByteArray, std::vector<Field>> kinds{{"size", {{22, 24, 4, quint32(data.size() + 8)}}},
+                                                         {"huge", {{22, 24, 4, gib}}},
+                                                         {"beyond", {{18, 20, 4, gib}, {22, 24, 4, gib}}},
+                                                         {"bzip2", {{8, 10, 2, 12}}}};
+    // A local header names its member at 30, a central one at 46.
     int patched = 0;
     for (qsizetype at = 0; at + 46 < zip.size(); ++at) {
         const bool local = zip.mid(at, 4) == QByteArray("PK\3\4", 4), central = zip.mid(at, 4) == QByteArray("PK\1\2", 4);
         const qsizetype nameAt = at + (local ? 30 : 46), lengthAt = at + (local ? 26 : 28);
-        if ((local || central) && qFromLittleEndian<quint16>(zip.constData() + lengthAt) == name.size()
-            && zip.mid(nameAt, name.size()) == name) {
-            qToLittleEndian<quint32>(size, zip.data() + at + (local ? 22 : 24));
-            ++patched;
+        if (!(local || central) || qFromLittleEndian<quint16>(zip.constData() + lengthAt) != name.size()
+            || zip.mid(nameAt, name.size()) != name)
+            continue;
+        for (const Field &f : kinds.at(kind)) {
+            for (int i = 0; i < f.bytes; ++i)
+                zip[at + (local ? f.local : f.central) + i] = char(f.value >> (8 * i));
         }
+        ++patched;
     }
-    return patched == 2;
+    return patched == 2 && writeFile(path, zip);
 }
 
 std::map<QByteArray, MemberBytes> readMembers(const QString &path)
@@ -103,4 +139,46 @@ std::vector<ZipMember> sampleCapture()
         {"analog-1-4-2", floats({7.0f}), true},
         {"analog-1-5-1", floats({1e-3f, 2e6f}), true},
     };
+}
+
+QStringList offeredNames(const QString &path)
+{
+    QStringList names;
+    int32_t count = 0;
+    sigrok_read_waveform_count(path.toUtf8(), &count);
+    for (SigrokWaveformInfo info; names.size() < count;) {
+        sigrok_read_waveform_info_by_index(path.toUtf8(), int32_t(names.size()), &info);
+        names << QString::fromUtf8(info.name);
+    }
+    return names;
+}
+
+QStringList fileNames(const QString &dir)
+{
+    return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+}
+
+EnvelopeData envelopeOf(double scale)
+{
+    EnvelopeData e;
+    for (WaveformData *w : {&e.upper, &e.lower}) {
+        w->unit = "V";
+        w->sampleInterval = 1e-7 / 3;
+        w->startTime = -0.123456789012345678;
+    }
+    e.upper.samples.writable() = {scale / 3, std::nan(""), 1e-310, -0.1, scale};
+    e.lower.samples.writable() = {-scale / 3, std::nan(""), -1e-310, -0.2, 0.0};
+    return e;
+}
+
+QByteArray described(const WaveformData &w)
+{
+    return QByteArray(reinterpret_cast<const char *>(w.samples->data()), qsizetype(w.samples->size() * sizeof(double)))
+         + w.unit.toUtf8() + ' ' + QByteArray::number(w.sampleInterval, 'g', 17) + ' '
+         + QByteArray::number(w.startTime, 'g', 17);
+}
+
+QByteArray described(const EnvelopeData &e)
+{
+    return described(e.upper) + '|' + described(e.lower);
 }

@@ -4,7 +4,11 @@
 // Small archives written member by member, so that tests can build good and broken captures.
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QString>
+#include <QStringList>
+
+#include "vornwaveform.h"
 
 #include <map>
 #include <utility>
@@ -21,8 +25,14 @@ bool writeZip(const QString &path, const std::vector<ZipMember> &members);
 QByteArray readFile(const QString &path);
 bool writeFile(const QString &path, const QByteArray &data);
 
-// Sets the uncompressed size that both the local and the central header give for member name.
-bool patchUncompressedSize(QByteArray &zip, const QByteArray &name, quint32 size);
+// The members without the named ones; with extra replacing its namesake, or added, as the last.
+std::vector<ZipMember> without(std::vector<ZipMember> members, const QByteArrayList &names);
+std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const ZipMember &extra);
+
+// Damages one member of the archive at path, as "how:member" says: "size" states 8 bytes more
+// than it holds, "huge" a GiB, "beyond" a GiB stored and uncompressed, "bzip2" names that
+// method, "bit" flips a bit of its data and keeps the sizes.
+bool damageMember(const QString &path, const QByteArray &how);
 
 struct MemberBytes
 {
@@ -38,5 +48,15 @@ std::map<QByteArray, MemberBytes> readMembers(const QString &path);
 // logic probes D0 and D2 (3 samples), at 1 kHz.
 std::vector<ZipMember> sampleCapture();
 QByteArray floats(std::initializer_list<float> values);
+
+// The names of the waveforms the reader offers in the capture, in order.
+QStringList offeredNames(const QString &path);
+// Every file in dir, hidden ones too, by name.
+QStringList fileNames(const QString &dir);
+// Limits with values that a text format could not keep: thirds, a denormal, NaN gaps.
+EnvelopeData envelopeOf(double scale);
+// The sample bits, unit, interval and start of a curve, or of both limits.
+QByteArray described(const WaveformData &w);
+QByteArray described(const EnvelopeData &e);
 
 #endif

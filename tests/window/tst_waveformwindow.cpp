@@ -15,28 +15,6 @@
 
 namespace {
 
-EnvelopeData envelopeOf(double level)
-{
-    EnvelopeData e;
-    for (WaveformData *w : {&e.upper, &e.lower}) {
-        w->unit = QStringLiteral("V");
-        w->sampleInterval = 1e-4;
-    }
-    e.upper.samples.writable() = {level, std::nan(""), level + 1};
-    e.lower.samples.writable() = {-level, std::nan(""), -level - 1};
-    return e;
-}
-
-// The limits' samples, gaps as "nan", and their interval.
-QString described(const EnvelopeData &e)
-{
-    QStringList values;
-    for (const WaveformData *w : {&e.upper, &e.lower})
-        for (double v : *w->samples)
-            values << QString::number(v);
-    return values.join(' ') + QStringLiteral(" every %1 s").arg(e.upper.sampleInterval);
-}
-
 QAction *menuAction(QWidget *window, const QString &menu, const QString &action = QString())
 {
     for (QAction *top : window->findChild<QMenuBar *>()->actions()) {
@@ -113,9 +91,9 @@ private slots:
         MessageBoxAnswerer answerer({answer});
         QCOMPARE(QList<bool>({window.close(), closed.count() == 1, readFile(m_capture) != before}),
                  QList<bool>({closes, closes, written}));
-        QCOMPARE(QStringList({answerer.title, answerer.text}).join('|'),
-                 changed ? "Unsaved Changes|Envelope curves have been changed. Save changes?" : "|");
-        QCOMPARE(answerer.defaultButton, changed ? QMessageBox::Yes : QMessageBox::NoButton);
+        QCOMPARE(QStringList({answerer.title, answerer.text, QString::number(answerer.defaultButton)}).join('|'),
+                 changed ? "Unsaved Changes|Envelope curves have been changed. Save changes?|" + QString::number(QMessageBox::Yes)
+                         : "||0");
     }
 
     void cancelKeepsExecModalWaiting()
