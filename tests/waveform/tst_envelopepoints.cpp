@@ -32,25 +32,14 @@ class TstEnvelopePoints : public QObject
     Q_OBJECT
 
 private slots:
-    void snapsToTheNearestSample_data()
-    {
-        QTest::addColumn<double>("t");
-        QTest::addColumn<double>("interval");
-        QTest::addColumn<double>("start");
-        QTest::addColumn<double>("snapped");
-        QTest::newRow("on the grid") << 3e-3 << 1e-3 << 0.0 << 3e-3;
-        QTest::newRow("below half") << 3.4e-3 << 1e-3 << 0.0 << 3e-3;
-        QTest::newRow("above half") << 3.6e-3 << 1e-3 << 0.0 << 4e-3;
-        QTest::newRow("shifted start") << 0.26 << 0.5 << 0.1 << 0.1;
-        QTest::newRow("negative times") << -1.3 << 1.0 << -5.0 << -1.0;
-    }
+    // On the grid, below and above half a step, a shifted start, negative times.
     void snapsToTheNearestSample()
     {
-        QFETCH(double, t);
-        QFETCH(double, interval);
-        QFETCH(double, start);
-        QFETCH(double, snapped);
-        QCOMPARE(snapToSampleGrid(t, interval, start), snapped);
+        QStringList snapped;
+        for (const auto &[t, interval, start] : {std::tuple{3e-3, 1e-3, 0.0}, {3.4e-3, 1e-3, 0.0}, {3.6e-3, 1e-3, 0.0},
+                                                 {0.26, 0.5, 0.1}, {-1.3, 1.0, -5.0}})
+            snapped << QString::number(snapToSampleGrid(t, interval, start));
+        QCOMPARE(snapped, QStringList({"0.003", "0.003", "0.004", "0.1", "-1"}));
     }
 
     // The y range is 0..200 or -1..9: a margin of 10 or 0.5, the empty limits at 90 % and 10 %.
