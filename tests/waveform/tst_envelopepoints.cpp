@@ -43,31 +43,15 @@ private slots:
     }
 
     // The y range is 0..200 or -1..9: a margin of 10 or 0.5, the empty limits at 90 % and 10 %.
-    void generatesPointsFromTheSamples_data()
-    {
-        QTest::addColumn<WaveformData>("waveform");
-        QTest::addColumn<double>("start");
-        QTest::addColumn<double>("end");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<double>("yMax");
-        QTest::addColumn<QStringList>("points");
-        QTest::newRow("limits half way to the neighbours") << ramp(101, 1.0, 0.0) << 0.0 << 100.0 << 3 << 200.0
-                                                           << QStringList{"0 35 -10", "50 85 15", "100 110 65"};
-        QTest::newRow("region after the data") << ramp(10, 1.0, 0.0) << 50.0 << 60.0 << 3 << 9.0
-                                               << QStringList{"50 8 0", "55 8 0", "60 8 0"};
-        QTest::newRow("no samples") << WaveformData() << 0.0 << 1.0 << 2 << 9.0 << QStringList{"0 8 0", "1 8 0"};
-        QTest::newRow("no points") << ramp(10, 1.0, 0.0) << 0.0 << 9.0 << 0 << 9.0 << QStringList();
-    }
+    // Limits half way to the neighbours, a region after the data, no samples, no points.
     void generatesPointsFromTheSamples()
     {
-        QFETCH(WaveformData, waveform);
-        QFETCH(double, start);
-        QFETCH(double, end);
-        QFETCH(int, count);
-        QFETCH(double, yMax);
-        QFETCH(QStringList, points);
-        const double yMin = yMax == 200.0 ? 0.0 : -1.0;
-        QCOMPARE(described(generateEnvelopePoints(waveform, start, end, count, yMin, yMax)), points);
+        const auto points = [](const WaveformData &w, double start, double end, int count, double yMax) {
+            return described(generateEnvelopePoints(w, start, end, count, yMax == 200.0 ? 0.0 : -1.0, yMax)).join(", ");
+        };
+        QCOMPARE(QStringList({points(ramp(101, 1.0, 0.0), 0.0, 100.0, 3, 200.0), points(ramp(10, 1.0, 0.0), 50.0, 60.0, 3, 9.0),
+                              points(WaveformData(), 0.0, 1.0, 2, 9.0), points(ramp(10, 1.0, 0.0), 0.0, 9.0, 0, 9.0)}),
+                 QStringList({"0 35 -10, 50 85 15, 100 110 65", "50 8 0, 55 8 0, 60 8 0", "0 8 0, 1 8 0", ""}));
     }
 
     void samplesAnEnvelopeIntoPoints_data()
