@@ -75,15 +75,12 @@ private slots:
                         ranges.emplace_back(a, b);
             std::uniform_int_distribution<uint64_t> pick(0, n - 1);
             for (int i = 0; i < 2000; ++i) {
-                uint64_t a = pick(random), b = pick(random);
-                if (a > b)
-                    std::swap(a, b);
-                ranges.emplace_back(a, b + 1);
+                const uint64_t a = pick(random), b = pick(random);
+                ranges.emplace_back(std::min(a, b), std::max(a, b) + 1);
             }
-            for (const auto &[a, b] : ranges) {
+            for (const auto &[a, b] : ranges)
                 if (!same(pyramid.extremes(s.data(), a, b), scanned(s, a, b)))
                     QFAIL(qPrintable(QStringLiteral("n %1, range [%2, %3)").arg(n).arg(a).arg(b)));
-            }
         }
     }
 

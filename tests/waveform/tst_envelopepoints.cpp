@@ -32,53 +32,26 @@ class TstEnvelopePoints : public QObject
     Q_OBJECT
 
 private slots:
-    void snapsToTheNearestSample_data()
-    {
-        QTest::addColumn<double>("t");
-        QTest::addColumn<double>("interval");
-        QTest::addColumn<double>("start");
-        QTest::addColumn<double>("snapped");
-        QTest::newRow("on the grid") << 3e-3 << 1e-3 << 0.0 << 3e-3;
-        QTest::newRow("below half") << 3.4e-3 << 1e-3 << 0.0 << 3e-3;
-        QTest::newRow("above half") << 3.6e-3 << 1e-3 << 0.0 << 4e-3;
-        QTest::newRow("shifted start") << 0.26 << 0.5 << 0.1 << 0.1;
-        QTest::newRow("negative times") << -1.3 << 1.0 << -5.0 << -1.0;
-    }
+    // On the grid, below and above half a step, a shifted start, negative times.
     void snapsToTheNearestSample()
     {
-        QFETCH(double, t);
-        QFETCH(double, interval);
-        QFETCH(double, start);
-        QFETCH(double, snapped);
-        QCOMPARE(snapToSampleGrid(t, interval, start), snapped);
+        QStringList snapped;
+        for (const auto &[t, interval, start] : {std::tuple{3e-3, 1e-3, 0.0}, {3.4e-3, 1e-3, 0.0}, {3.6e-3, 1e-3, 0.0},
+                                                 {0.26, 0.5, 0.1}, {-1.3, 1.0, -5.0}})
+            snapped << QString::number(snapToSampleGrid(t, interval, start));
+        QCOMPARE(snapped, QStringList({"0.003", "0.003", "0.004", "0.1", "-1"}));
     }
 
     // The y range is 0..200 or -1..9: a margin of 10 or 0.5, the empty limits at 90 % and 10 %.
-    void generatesPointsFromTheSamples_data()
-    {
-        QTest::addColumn<WaveformData>("waveform");
-        QTest::addColumn<double>("start");
-        QTest::addColumn<double>("end");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<double>("yMax");
-        QTest::addColumn<QStringList>("points");
-        QTest::newRow("limits half way to the neighbours") << ramp(101, 1.0, 0.0) << 0.0 << 100.0 << 3 << 200.0
-                                                           << QStringList{"0 35 -10", "50 85 15", "100 110 65"};
-        QTest::newRow("region after the data") << ramp(10, 1.0, 0.0) << 50.0 << 60.0 << 3 << 9.0
-                                               << QStringList{"50 8 0", "55 8 0", "60 8 0"};
-        QTest::newRow("no samples") << WaveformData() << 0.0 << 1.0 << 2 << 9.0 << QStringList{"0 8 0", "1 8 0"};
-        QTest::newRow("no points") << ramp(10, 1.0, 0.0) << 0.0 << 9.0 << 0 << 9.0 << QStringList();
-    }
+    // Limits half way to the neighbours, a region after the data, no samples, no points.
     void generatesPointsFromTheSamples()
     {
-        QFETCH(WaveformData, waveform);
-        QFETCH(double, start);
-        QFETCH(double, end);
-        QFETCH(int, count);
-        QFETCH(double, yMax);
-        QFETCH(QStringList, points);
-        const double yMin = yMax == 200.0 ? 0.0 : -1.0;
-        QCOMPARE(described(generateEnvelopePoints(waveform, start, end, count, yMin, yMax)), points);
+        const auto points = [](const WaveformData &w, double start, double end, int count, double yMax) {
+            return described(generateEnvelopePoints(w, start, end, count, yMax == 200.0 ? 0.0 : -1.0, yMax)).join(", ");
+        };
+        QCOMPARE(QStringList({points(ramp(101, 1.0, 0.0), 0.0, 100.0, 3, 200.0), points(ramp(10, 1.0, 0.0), 50.0, 60.0, 3, 9.0),
+                              points(WaveformData(), 0.0, 1.0, 2, 9.0), points(ramp(10, 1.0, 0.0), 0.0, 9.0, 0, 9.0)}),
+                 QStringList({"0 35 -10, 50 85 15, 100 110 65", "50 8 0, 55 8 0, 60 8 0", "0 8 0, 1 8 0", ""}));
     }
 
     void samplesAnEnvelopeIntoPoints_data()
