@@ -5,18 +5,11 @@
 #include "vornwaveform.h"
 #include "waveform_sigrok.h"
 
-#include <sys/mman.h>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <thread>
 #include <vector>
-
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23 // Linux 5.14; older kernels refuse it
-#endif
 
 namespace {
 
@@ -34,31 +27,6 @@ double peakResidentBytes()
     if (status)
         std::fclose(status);
     return kib * 1024.0;
-}
-
-// Faults the pages in, which the kernel zeroes: in one call where the kernel can, else by one
-// write per page.
-void touchPages(double *first, double *last)
-{
-    constexpr uintptr_t PAGE = 4096;
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(first) + PAGE - 1) & ~(PAGE - 1);
-    const uintptr_t end = reinterpret_cast<uintptr_t>(last) & ~(PAGE - 1);
-    if (end > begin && madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE) == 0)
-        return;
-    for (std::ptrdiff_t i = 0; i < last - first; i += PAGE / sizeof(double))
-        first[i] = 0.0;
-}
-
-// As the window allocates: the pages of a long array are touched on two cores first.
-void allocate(std::vector<double> &samples, uint64_t count)
-{
-    samples.reserve(count);
-    double *data = samples.data();
-    const uint64_t half = count / 2;
-    std::thread helper([=] { touchPages(data + half, data + count); });
-    touchPages(data, data + half);
-    helper.join();
-    samples.resize(count);
 }
 
 } // namespace
@@ -85,7 +53,10 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "vorn_loadcapture: %s\n", sigrok_get_last_error());
             return 2;
         }
-        allocate(w.samples.writable(), info.sampleCount);
+        if (!allocateSamples(w.samples.writable(), info.sampleCount)) {
+            std::fprintf(stderr, "vorn_loadcapture: not enough memory\n");
+            return 2;
+        }
         if (sigrok_read_waveform_data_by_index(path, i, w.samples.writable().data(), info.sampleCount) != 0) {
             std::fprintf(stderr, "vorn_loadcapture: %s\n", sigrok_get_last_error());
             return 2;

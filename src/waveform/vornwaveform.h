@@ -154,6 +154,10 @@ struct EnvelopeCheckResult
     bool passed() const { return violations() == 0; }
 };
 
+// Resizes samples to count zeros when the system has the memory for them (false otherwise, or
+// when the allocation fails), faulting a long array's pages in on two cores.
+bool allocateSamples(std::vector<double> &samples, uint64_t count);
+
 // Checks every sample against the limits at its time: each curve is interpolated linearly
 // between its two samples around t, on its own time base. Outside a curve's span and next to a
 // NaN curve sample that curve sets no limit. A sample on a limit passes. With violations given,
