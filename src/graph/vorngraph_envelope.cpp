@@ -277,7 +277,8 @@ void VornGraph::onEditorStateChanged()
 }
 
 // OpenGL series are painted over every item of the scene, the editor's handles included, so
-// they are drawn by the scene while an edit runs.
+// they are drawn by the scene while an edit runs. The chart keeps its GL widget, which would
+// go on showing its last frame over the scene once the view moves: it is hidden meanwhile.
 void VornGraph::holdBackOpenGL(bool hold)
 {
     if (hold) {
@@ -287,13 +288,20 @@ void VornGraph::holdBackOpenGL(bool hold)
                 m_openGLHeldBack.append(series);
             }
         }
+    } else {
+        for (QLineSeries *series : qAsConst(m_openGLHeldBack)) {
+            if (m_series.contains(series))
+                series->setUseOpenGL(true);
+        }
+        m_openGLHeldBack.clear();
+    }
+    if (!m_chartView)
         return;
+    const QList<QWidget *> children = m_chartView->findChildren<QWidget *>();
+    for (QWidget *child : children) {
+        if (child->inherits("QOpenGLWidget"))
+            child->setVisible(!hold);
     }
-    for (QLineSeries *series : qAsConst(m_openGLHeldBack)) {
-        if (m_series.contains(series))
-            series->setUseOpenGL(true);
-    }
-    m_openGLHeldBack.clear();
 }
 
 void VornGraph::positionEditorOverlay()

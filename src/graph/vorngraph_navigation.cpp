@@ -101,13 +101,18 @@ void VornGraph::showWholeCapture()
     double timePerDivision = calculateDivisionSizeX(plot.width() / m_divisionPixels);
     if (!(timePerDivision > 0.0))
         timePerDivision = m_timePerDivision;
-    setTimeBase(timePerDivision, -(m_globalXMin + m_globalXMax) * 0.5);
+    // On a whole division, as the first layout places it, so the grid reads round times.
+    setTimeBase(timePerDivision, std::round(-(m_globalXMin + m_globalXMax) * 0.5 / timePerDivision) * timePerDivision);
 }
 
 void VornGraph::stepDivisionSize(int index, int steps)
 {
-    if (index >= 0 && index < m_divisionSizes.size())
-        setWaveformScale(index, stepped(m_divisionSizes[index], steps), m_offsets[index]);
+    // The offset keeps its number of divisions, as a scope's position knob does, so the trace
+    // stays in its place on the screen (and in its band when stacked).
+    if (index >= 0 && index < m_divisionSizes.size()) {
+        const double size = stepped(m_divisionSizes[index], steps);
+        setWaveformScale(index, size, m_offsets[index] / m_divisionSizes[index] * size);
+    }
 }
 
 void VornGraph::stepOffset(int index, int divisions)

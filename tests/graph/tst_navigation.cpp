@@ -89,11 +89,12 @@ private slots:
         double expected = before;
         for (int k = 0; k < std::abs(int(timeSteps)); ++k)
             expected = timeSteps > 0 ? Scale125::nextUp(expected) : Scale125::nextDown(expected);
+        // The waveform's offset keeps its place on the screen when its scale steps.
+        const double newSize = sizeSteps < 0 ? Scale125::nextDown(size) : size;
         QCOMPARE(QList<double>({g->timePerDivision(), g->m_timeDivisionSpinBox->value(),
                                 g->m_timeDivisionSpinBox->property("lastValue").toDouble(), double(boxChanged.count()),
-                                g->divisionSize(0), g->offset(0), g->m_offsetSpinBoxes[0]->value()}),
-                 QList<double>({expected, expected, expected, 0, sizeSteps < 0 ? Scale125::nextDown(size) : size,
-                                offset + offsetDivisions * g->divisionSize(0), g->offset(0)}));
+                                g->divisionSize(0), g->offset(0) / newSize, g->m_offsetSpinBoxes[0]->value()}),
+                 QList<double>({expected, expected, expected, 0, newSize, offset / size + offsetDivisions, g->offset(0)}));
         // The wheel zooms around the time under the pointer, the keys around the centre.
         if (!key && timeSteps != 0)
             QVERIFY(std::fabs(timeAt(at.x()) - pointed) < 1e-9);
