@@ -143,7 +143,8 @@ bool CaptureLock::stillTheFileRead() const
     struct stat now;
     return ::stat(m_path.c_str(), &now) == 0 && sameFile(now, m_identity)
            && now.st_size == m_identity.st_size && now.st_mtim.tv_sec == m_identity.st_mtim.tv_sec
-           && now.st_mtim.tv_nsec == m_identity.st_mtim.tv_nsec;
+           && now.st_mtim.tv_nsec == m_identity.st_mtim.tv_nsec && now.st_ctim.tv_sec == m_identity.st_ctim.tv_sec
+           && now.st_ctim.tv_nsec == m_identity.st_ctim.tv_nsec;
 }
 
 int CaptureLock::createTemporary(std::string &tempPath) const

@@ -144,7 +144,10 @@ bool SrArchive::load(std::string &error)
         error = "unsupported version " + (version.empty() ? std::string("(empty)") : version);
         return false;
     }
-    return loadDevice(error) && loadCurves(error);
+    if (!loadDevice(error))
+        return false;
+    loadCurves();
+    return true;
 }
 
 bool SrArchive::readSmallMember(const std::string &name, uint64_t limit, std::string &text,
@@ -302,23 +305,20 @@ void SrArchive::collectChunks(const std::string &prefix, uint64_t sampleBytes, C
     channel.sampleCount = channel.damage.empty() ? bytes / sampleBytes : 0;
 }
 
-bool SrArchive::loadCurves(std::string &error)
+// Our curves never cost the capture: metadata or a section that cannot be read offers no
+// curve, and a curve whose member is missing or of the wrong size fails its own reads.
+void SrArchive::loadCurves()
 {
     if (!m_members.count(CURVE_METADATA_MEMBER))
-        return true;
-    std::string text;
-    if (!readSmallMember(CURVE_METADATA_MEMBER, MAX_METADATA_BYTES, text, error))
-        return false;
+        return;
+    std::string text, ignored;
     std::vector<IniSection> sections;
-    if (!parseIni(text, sections, error)) {
-        error = std::string(CURVE_METADATA_MEMBER) + ": " + error;
-        return false;
-    }
+    if (!readSmallMember(CURVE_METADATA_MEMBER, MAX_METADATA_BYTES, text, ignored) || !parseIni(text, sections, ignored))
+        return;
     for (const IniSection &section : sections) {
         uint64_t number = 0;
         if (!startsWith(section.name, "curve ") || !parseChunkNumber(section.name.substr(6), number))
             continue;
-        const std::string where = std::string(CURVE_METADATA_MEMBER) + ": [" + section.name + "] ";
         const std::string *name = section.value("name");
         const std::string *unit = section.value("unit");
         const std::string *samples = section.value("samples");
@@ -327,40 +327,26 @@ bool SrArchive::loadCurves(std::string &error)
         Channel channel;
         channel.kind = Channel::Curve;
         channel.curveNumber = number;
-        if (!name || name->empty()) {
-            error = where + "has no name";
-            return false;
-        }
-        if (!samples || !parseUnsigned(*samples, channel.sampleCount)
-            || channel.sampleCount > UINT64_MAX / sizeof(double)) {
-            error = where + "has no valid samples count";
-            return false;
-        }
-        if (!start || !parseDouble(*start, channel.startTime) || !std::isfinite(channel.startTime)
-            || !interval || !parseDouble(*interval, channel.sampleInterval)
-            || !std::isfinite(channel.sampleInterval)) {
-            error = where + "has no valid start or interval";
-            return false;
-        }
+        if (!section.unreadable.empty() || !name || name->empty() || !samples
+            || !parseUnsigned(*samples, channel.sampleCount) || channel.sampleCount > UINT64_MAX / sizeof(double)
+            || !start || !parseDouble(*start, channel.startTime) || !std::isfinite(channel.startTime) || !interval
+            || !parseDouble(*interval, channel.sampleInterval) || !std::isfinite(channel.sampleInterval))
+            continue;
         channel.name = *name;
         channel.unit = unit ? *unit : std::string();
         const auto member = m_members.find(curveMemberName(number));
-        if (member == m_members.end()) {
-            error = "member " + curveMemberName(number) + " missing";
-            return false;
-        }
-        if (member->second->size != channel.sampleCount * sizeof(double)) {
-            error = "member " + member->second->name + " size does not match its samples count";
-            return false;
-        }
-        channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
+        if (member == m_members.end())
+            channel.damage = "member " + curveMemberName(number) + " missing";
+        else if (member->second->size != channel.sampleCount * sizeof(double))
+            channel.damage = "member " + member->second->name + " size does not match its samples count";
+        else
+            channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
         if (channel.damage.empty())
             channel.members.push_back(member->second);
         else
             channel.sampleCount = 0;
         m_channels.push_back(std::move(channel));
     }
-    return true;
 }
 
 bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::string &error) const

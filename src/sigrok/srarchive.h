@@ -48,6 +48,8 @@ public:
     static std::unique_ptr<SrArchive> open(const std::string &path, std::string &error);
 
     const std::vector<Channel> &channels() const { return m_channels; }
+    // The members as the central directory lists them.
+    const std::vector<ZipEntry> &entries() const { return m_entries; }
     // Reads the first count samples of channel index into out.
     bool readSamples(size_t index, double *out, uint64_t count, std::string &error) const;
 
@@ -58,7 +60,7 @@ private:
     bool readSmallMember(const std::string &name, uint64_t limit, std::string &text,
                          std::string &error) const;
     bool loadDevice(std::string &error);
-    bool loadCurves(std::string &error);
+    void loadCurves();
     void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
     int m_fd = -1;

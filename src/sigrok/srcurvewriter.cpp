@@ -140,6 +140,24 @@ uint64_t unusedCurveNumber(std::set<uint64_t> &used)
     return number;
 }
 
+// libzip rewrites the archive as it reads it. Where its reading differs from ours (a second end
+// record inside the comment, names from extra fields, members of equal names), the rewrite could
+// change what we never checked, so such an archive is left alone.
+bool seenAlike(zip_t *zip, const std::vector<ZipEntry> &entries, std::string &error)
+{
+    std::set<std::string> names;
+    bool alike = zip_get_num_entries(zip, 0) == static_cast<zip_int64_t>(entries.size());
+    for (size_t i = 0; alike && i < entries.size(); ++i) {
+        const ZipEntry &e = entries[i];
+        zip_stat_t st;
+        alike = zip_stat_index(zip, i, 0, &st) == 0 && st.name && e.name == st.name && st.size == e.size
+                && st.comp_size == e.compressedSize && st.crc == e.crc && names.insert(e.name).second;
+    }
+    if (!alike)
+        error = "the archive's directory can be read in more than one way; it is left as it is";
+    return alike;
+}
+
 bool listed(const std::vector<std::string> &names, const std::string &name)
 {
     return std::find(names.begin(), names.end(), name) != names.end();
@@ -181,7 +199,7 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
     }
     std::string failure;
     std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(*lock, failure, error));
-    if (!zip)
+    if (!zip || !seenAlike(zip.get(), archive->entries(), error))
         return false;
 
     std::string oldText;
@@ -205,13 +223,14 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         if (section.compare(0, 6, "curve ") != 0 || !parseCurveNumber(section.substr(6), number))
             continue;
         used.insert(number);
-        const std::string name = keyValue(meta.get(), *group, "name");
-        const std::string shown = offered.count(number) ? offered[number] : name;
-        if (!listed(remove, name) && !listed(remove, shown))
+        // Only the name a curve is offered under selects it: two curves stored under one name
+        // are offered as two, and replacing one must not take the other along.
+        const auto shown = offered.find(number);
+        const std::string name = shown != offered.end() ? shown->second : keyValue(meta.get(), *group, "name");
+        if (!listed(remove, name))
             continue;
-        const auto replacement = std::find_if(curves.begin(), curves.end(), [&](const CurveData &c) {
-            return c.name == name || c.name == shown;
-        });
+        const auto replacement = std::find_if(curves.begin(), curves.end(),
+                                              [&](const CurveData &c) { return c.name == name; });
         const size_t r = static_cast<size_t>(replacement - curves.begin());
         if (replacement != curves.end() && !placed[r]) {
             placed[r] = true;

@@ -39,8 +39,11 @@ bool parseIni(const std::string &text, std::vector<IniSection> &sections, std::s
         section.name = *group;
         std::unique_ptr<gchar *, StrvDeleter> keys(g_key_file_get_keys(file.get(), *group, nullptr, nullptr));
         for (gchar **key = keys.get(); key && *key; ++key) {
+            // An escape GLib cannot read comes back with an error beside the value; libsigrok
+            // refuses such a value, so it is unreadable here too.
             gchar *value = g_key_file_get_string(file.get(), *group, *key, &gerror);
-            if (!value) {
+            if (!value || gerror) {
+                g_free(value);
                 if (section.unreadable.empty())
                     section.unreadable = std::string("[") + *group + "] " + *key + ": "
                                          + (gerror ? gerror->message : "unreadable value");
@@ -78,7 +81,8 @@ bool parseDouble(const std::string &text, double &value)
     char *end = nullptr;
     errno = 0;
     value = g_ascii_strtod(text.c_str(), &end);
-    return end && *end == '\0' && errno != ERANGE;
+    // Underflow also reports ERANGE, yet a subnormal written with %.17g reads back exactly.
+    return end && *end == '\0' && (errno != ERANGE || std::fabs(value) < 1.0);
 }
 
 bool parseUnsigned(const std::string &text, uint64_t &value)

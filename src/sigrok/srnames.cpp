@@ -44,6 +44,7 @@ std::vector<std::string> offeredNames(const std::vector<Channel> &channels)
                     suffix = s;
                     base.resize(base.size() - SUFFIX_BYTES);
                     room = NAME_BYTES - SUFFIX_BYTES;
+                    break; // "X [lower] [upper]" is the upper curve of "X [lower]"
                 }
             }
         }

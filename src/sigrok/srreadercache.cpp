@@ -18,11 +18,13 @@ struct FileIdentity
     ino_t inode = 0;
     off_t size = 0;
     timespec modified{};
+    timespec changed{}; // a rewrite in place that restores the time still moves this one
 
     bool operator==(const FileIdentity &o) const
     {
         return device == o.device && inode == o.inode && size == o.size
-               && modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec;
+               && modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec
+               && changed.tv_sec == o.changed.tv_sec && changed.tv_nsec == o.changed.tv_nsec;
     }
 };
 
@@ -54,7 +56,7 @@ std::shared_ptr<const SrArchive> cachedArchive(const std::string &path, std::str
         error = "not a regular file";
         return nullptr;
     }
-    const FileIdentity identity{st.st_dev, st.st_ino, st.st_size, st.st_mtim};
+    const FileIdentity identity{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
 
     Cache &c = cache();
     std::lock_guard<std::mutex> lock(c.mutex);
