@@ -172,7 +172,8 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
 // The envelope of NAME in FILE from the spread of NAME over several good captures.
 int makeEnvelopeFrom(const std::string &path, const std::string &name, const EnvelopeOptions &options)
 {
-    findWaveform(readInfos(path), name);
+    const auto infos = readInfos(path);
+    const SigrokWaveformInfo &target = infos[static_cast<size_t>(findWaveform(infos, name))];
     QVector<WaveformData> captures;
     for (const std::string &good : options.from) {
         try {
@@ -181,6 +182,13 @@ int makeEnvelopeFrom(const std::string &path, const std::string &name, const Env
             throw Failure{good + ": " + failure.reason};
         }
     }
+    // The envelope is stored for FILE's waveform: the good captures must share its time base
+    // (they are compared with one another below).
+    const WaveformData &first = captures.first();
+    if (first.samples->size() != target.sampleCount || first.sampleInterval != target.sampleInterval
+        || first.startTime != target.startTime)
+        throw Failure{options.from.front() + ": '" + name + "' differs from the one in " + path
+                      + " in length, sample rate or start"};
     QString error;
     const EnvelopeData envelope = envelopeFromCaptures(captures, options.points, options.sigma, &error);
     if (envelope.isEmpty())

@@ -49,6 +49,9 @@ private slots:
         QCOMPARE(vorn({"envelope", path("good.sr"), "A1", "--from", path("a.sr"), path("b.sr"), path("good.sr"),
                        "--points", "20", "--dx", "2us", "--dy", "50 mV"}).exitCode, 0);
         QCOMPARE(vorn({"dump", path("good.sr"), "A1 [upper]"}).out.count('\n'), 20);
+        // Limits from a capture of another length would not fit the one they are stored in.
+        QCOMPARE(QProcess::execute(sigrok, {"-d", "demo", "--channels", "A1", "--samples", "10000", "-o", path("short.sr")}), 0);
+        QCOMPARE(vorn({"envelope", path("bare.sr"), "A1", "--from", path("short.sr")}).exitCode, 2);
 
         EnvelopeData tight;
         for (WaveformData *curve : {&tight.upper, &tight.lower}) {
