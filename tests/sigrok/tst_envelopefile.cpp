@@ -78,6 +78,17 @@ private slots:
                                                            "A0 [lower] [upper]", "A0 [lower] [lower]"}));
     }
 
+    // A section the reader cannot read hides its curve; saving under its name rewrites it whole.
+    void rewritesSectionsTheReaderCannotRead()
+    {
+        QVERIFY(writeZip(m_path, withMember(withMember(sampleCapture(), {"vorngraph/metadata",
+            "[curve 1]\nname=A0 [upper]\nunit=V\nsamples=1\nstart=0\ninterval=1\nnote=M\xfcller\n"}),
+            {"vorngraph/curve-1", QByteArray(8, '\0')})));
+        QCOMPARE(offeredNames(m_path).size(), 4);
+        QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(1.0)));
+        QCOMPARE(offeredNames(m_path).mid(4), QStringList({"A0 [upper]", "A0 [lower]"}));
+    }
+
     // Where libzip could read the archive otherwise than the reader, a save would rewrite what
     // was never checked: two members named vorngraph/metadata.
     void leavesArchivesReadInTwoWaysAlone()
