@@ -196,6 +196,7 @@ bool SrArchive::loadDevice(std::string &error)
     std::vector<Channel::Kind> declared;
     std::map<uint64_t, std::string> probes, analogs;
     std::string capture = "logic-1";
+    std::string logicDamage; // what keeps the probes from their data; analog channels still load
     uint64_t rate = 0, unitSize = 0;
     for (const auto &kv : device->keys) {
         const std::string &key = kv.first, &value = kv.second;
@@ -209,8 +210,8 @@ bool SrArchive::loadDevice(std::string &error)
             }
         } else if (key == "unitsize") {
             if (!parseUnsigned(value, unitSize) || unitSize < 1 || unitSize > MAX_UNIT_SIZE) {
-                error = "metadata: bad unitsize '" + value + "'";
-                return false;
+                logicDamage = "metadata: bad unitsize '" + value + "'";
+                unitSize = 0;
             }
         } else if (key == "total probes" || key == "total analog") {
             if (!parseUnsigned(value, n) || n > MAX_CHANNELS - declared.size()) {
@@ -248,28 +249,28 @@ bool SrArchive::loadDevice(std::string &error)
     }
     if (probes.empty())
         return true;
-    if (unitSize == 0) {
-        error = "metadata: no unitsize";
-        return false;
-    }
-    if (capture.empty() || capture.find('/') != std::string::npos) {
-        error = "metadata: bad capturefile '" + capture + "'";
-        return false;
-    }
+    if (logicDamage.empty() && unitSize == 0)
+        logicDamage = "metadata: no unitsize";
+    if (logicDamage.empty() && (capture.empty() || capture.find('/') != std::string::npos))
+        logicDamage = "metadata: bad capturefile '" + capture + "'";
     Channel logic;
     logic.kind = Channel::Logic;
     logic.sampleInterval = m_sampleInterval;
     logic.unitSize = static_cast<unsigned>(unitSize);
-    collectChunks(capture, unitSize, logic);
+    logic.damage = logicDamage;
+    if (logicDamage.empty())
+        collectChunks(capture, unitSize, logic);
     for (const auto &entry : probes) {
-        if (entry.first > unitSize * 8) {
-            error = "metadata: probe" + std::to_string(entry.first) + " does not fit unitsize "
-                    + std::to_string(unitSize);
-            return false;
-        }
         Channel channel = logic;
         channel.name = entry.second;
         channel.bit = static_cast<unsigned>(entry.first - 1);
+        if (channel.damage.empty() && entry.first > unitSize * 8)
+            channel.damage = "metadata: probe" + std::to_string(entry.first) + " does not fit unitsize "
+                             + std::to_string(unitSize);
+        if (!channel.damage.empty()) {
+            channel.members.clear();
+            channel.sampleCount = 0;
+        }
         m_channels.push_back(std::move(channel));
     }
     return true;

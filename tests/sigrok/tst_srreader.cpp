@@ -163,9 +163,12 @@ private slots:
         for (const char *rate : {"fast", "0.5 Hz", "2.0005 kHz", "1e6 Hz"})
             row(rate, withMetadata(QByteArray("samplerate=") + rate + "\ntotal analog=1\nanalog1=A0\n"),
                 QStringLiteral("open: metadata: bad samplerate '%1'").arg(rate));
+        // What only the probes need costs the probes alone.
         row("probe beyond unitsize", withMetadata("samplerate=1 kHz\ntotal probes=9\nprobe9=D8\nunitsize=1\n"),
-            "open: metadata: probe9 does not fit unitsize 1");
-        row("no unitsize", withMetadata("samplerate=1 kHz\ntotal probes=1\nprobe1=D0\n"), "open: metadata: no unitsize");
+            "data: metadata: probe9 does not fit unitsize 1");
+        row("no unitsize", withMetadata("samplerate=1 kHz\ntotal probes=1\nprobe1=D0\n"), "data: metadata: no unitsize");
+        row("bad unitsize beside analog", withMetadata("samplerate=1 kHz\ntotal probes=3\ntotal analog=1\nprobe1=D0\n"
+                                                       "analog4=A0\nunitsize=x\n"), "data: metadata: bad unitsize 'x'", {}, 1);
         const QByteArray curve = "[curve 1]\nname=A0 [upper]\nsamples=2\nstart=0\ninterval=1\n";
         // Damage to our own curves never costs the capture.
         row("curve without member", withMember(good, {"vorngraph/metadata", curve}), "data: member vorngraph/curve-1 missing",
