@@ -68,13 +68,8 @@ bool readMember(zip_t *zip, const char *name, std::string &text, std::string &er
     return ok;
 }
 
-// The section ends up with exactly the keys of the curve: a replaced section may have held keys
-// the reader could not read, which would hide the new curve.
 void setCurveKeys(GKeyFile *file, const char *group, const CurveData &curve)
 {
-    const std::unique_ptr<gchar *, StrvDeleter> keys(g_key_file_get_keys(file, group, nullptr, nullptr));
-    for (gchar **key = keys.get(); key && *key; ++key)
-        g_key_file_remove_key(file, group, *key, nullptr);
     g_key_file_set_string(file, group, "name", curve.name.c_str());
     g_key_file_set_string(file, group, "unit", curve.unit.c_str());
     g_key_file_set_value(file, group, "samples", std::to_string(curve.sampleCount).c_str());
@@ -237,10 +232,11 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         const auto replacement = std::find_if(curves.begin(), curves.end(),
                                               [&](const CurveData &c) { return c.name == name; });
         const size_t r = static_cast<size_t>(replacement - curves.begin());
-        if (replacement != curves.end() && !placed[r]) {
+        // A section the reader could not read (it offers no curve for it) may hold keys that
+        // would hide the new curve as well: it goes, and the curve gets a section of its own.
+        if (replacement != curves.end() && !placed[r] && shown != offered.end()) {
             placed[r] = true;
-            // Only a curve the reader offers is stored as it should be read.
-            if (shown != offered.end() && storedAsIs(zip.get(), meta.get(), *group, number, *replacement))
+            if (storedAsIs(zip.get(), meta.get(), *group, number, *replacement))
                 continue;
             changed = true;
             setCurveKeys(meta.get(), *group, *replacement);

@@ -82,7 +82,7 @@ private slots:
     void rewritesSectionsTheReaderCannotRead()
     {
         QVERIFY(writeZip(m_path, withMember(withMember(sampleCapture(), {"vorngraph/metadata",
-            "[curve 1]\nname=A0 [upper]\nunit=V\nsamples=1\nstart=0\ninterval=1\nnote=M\xfcller\n"}),
+            "[curve 1]\nname=A0 [upper]\nunit=V\nsamples=1\nstart=0\ninterval=1\nnote=M\xfcller\nnote=M\xfcller\n"}),
             {"vorngraph/curve-1", QByteArray(8, '\0')})));
         QCOMPARE(offeredNames(m_path).size(), 4);
         QVERIFY(saveEnvelope(m_path, "A0", envelopeOf(1.0)));
