@@ -59,7 +59,7 @@ std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const Z
 bool damageMember(const QString &path, const QByteArray &how)
 {
     const QByteArray kind = how.left(how.indexOf(':')), name = how.mid(how.indexOf(':') + 1);
-    const QByteArray data = readMembers(path)[name].data;
+    const QByteArray data = storedMembers(path)[name];
     QByteArray zip = readFile(path);
     if (kind == "bit") {
         const qsizetype at = zip.indexOf(data);
@@ -88,32 +88,23 @@ bool damageMember(const QString &path, const QByteArray &how)
     return patched == 2 && writeFile(path, zip);
 }
 
-std::map<QByteArray, MemberBytes> readMembers(const QString &path)
+std::map<QByteArray, QByteArray> storedMembers(const QString &path)
 {
-    std::map<QByteArray, MemberBytes> members;
+    std::map<QByteArray, QByteArray> members;
     int error = 0;
     zip_t *zip = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &error);
-    if (!zip)
-        return members;
-    const zip_int64_t n = zip_get_num_entries(zip, 0);
-    for (zip_int64_t i = 0; i < n; ++i) {
+    for (zip_int64_t i = 0; zip && i < zip_get_num_entries(zip, 0); ++i) {
         zip_stat_t st;
         zip_stat_index(zip, static_cast<zip_uint64_t>(i), 0, &st);
-        MemberBytes m;
-        m.crc = st.crc;
-        m.method = st.comp_method;
-        for (zip_flags_t flags : {zip_flags_t(0), zip_flags_t(ZIP_FL_COMPRESSED)}) {
-            QByteArray &out = flags ? m.compressed : m.data;
-            out.resize(static_cast<qsizetype>(flags ? st.comp_size : st.size));
-            zip_file_t *file = zip_fopen_index(zip, static_cast<zip_uint64_t>(i), flags);
-            if (file) {
-                zip_fread(file, out.data(), static_cast<zip_uint64_t>(out.size()));
-                zip_fclose(file);
-            }
+        QByteArray &stored = members[st.name];
+        stored.resize(static_cast<qsizetype>(st.comp_size));
+        if (zip_file_t *file = zip_fopen_index(zip, static_cast<zip_uint64_t>(i), ZIP_FL_COMPRESSED)) {
+            zip_fread(file, stored.data(), static_cast<zip_uint64_t>(stored.size()));
+            zip_fclose(file);
         }
-        members.emplace(QByteArray(st.name), m);
     }
-    zip_discard(zip);
+    if (zip)
+        zip_discard(zip);
     return members;
 }
 
