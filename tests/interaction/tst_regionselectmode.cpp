@@ -40,6 +40,8 @@ private slots:
         m_view = m_harness->view.get();
         m_mode = new RegionSelectMode;
         m_view->setInteractionMode(m_mode);
+        // The view's own zoom by dragging, which the mode must keep out while it is installed.
+        m_view->setRubberBand(QChartView::HorizontalRubberBand);
     }
 
     void emitsDraggedTimesInAscendingOrder_data()
@@ -52,8 +54,8 @@ private slots:
         QTest::newRow("right button selects nothing") << 0.2 << 0.6 << Qt::RightButton;
     }
 
-    // The drag ends far below the plot: the band still covers exactly its height, and only the
-    // times count.
+    // The drag ends far below the plot: the band still covers exactly its height, only the times
+    // count, and the axes stay.
     void emitsDraggedTimesInAscendingOrder()
     {
         QFETCH(double, from);
@@ -73,25 +75,14 @@ private slots:
         }
         m_harness->release(end, button);
         QVERIFY(!selectionBand());
+        const auto *axis = qobject_cast<QValueAxis *>(m_harness->chart->axes(Qt::Horizontal).first());
+        QVERIFY(axis->min() == -10.0 && axis->max() == 110.0);
         QCOMPARE(spy.size(), button == Qt::LeftButton ? 1 : 0);
         if (spy.isEmpty())
             return;
         const double pixel = 120.0 / plot.width();
         QVERIFY(qAbs(spy.at(0).at(0).toDouble() - 100.0 * qMin(from, to)) <= pixel
                 && qAbs(spy.at(0).at(1).toDouble() - 100.0 * qMax(from, to)) <= pixel);
-    }
-
-    void keepsBaseRubberBandOutWhileInstalled()
-    {
-        m_view->setRubberBand(QChartView::HorizontalRubberBand);
-        auto *axis = qobject_cast<QValueAxis *>(m_harness->chart->axes(Qt::Horizontal).first());
-        m_harness->drag(pixelAt(0.3), pixelAt(0.6));
-        QVERIFY(axis->min() == -10.0 && axis->max() == 110.0);
-
-        // The same drag without a mode zooms, so the check above can fail.
-        m_view->clearInteractionMode();
-        m_harness->drag(pixelAt(0.3), pixelAt(0.6));
-        QVERIFY(axis->min() > 1.0);
     }
 
     // The first replacement happens inside the signal of the mode being replaced.
