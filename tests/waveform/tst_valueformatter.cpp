@@ -34,7 +34,9 @@ private slots:
         QCOMPARE(ValueFormatter::formatWithUnit(value, unit), text);
     }
 
-    // Every text of the 1-2-5 series in every prefix is also read back by the walk below.
+    // Every text of the 1-2-5 series in every prefix is also read back by the walk below; the
+    // spin box's table holds the texts that must not parse: a comma, the micro sign, a foreign
+    // letter, nothing at all.
     void parsesPrefixedText_data()
     {
         QTest::addColumn<QString>("text");
@@ -46,12 +48,7 @@ private slots:
         QTest::newRow("bare number") << "2" << "s" << 2.0;
         QTest::newRow("trimmed") << "  5 ks  " << "s" << 5000.0;
         QTest::newRow("ascii u") << "2 us" << "s" << 2e-6;
-        QTest::newRow("micro sign does not parse") << QString::fromUtf8("2 µs") << "s" << nan;
         QTest::newRow("femto does not parse") << "2 fs" << "s" << nan;
-        QTest::newRow("comma is no decimal point") << "2,5 ms" << "s" << nan;
-        QTest::newRow("unknown letter") << "2 x" << "s" << nan;
-        QTest::newRow("empty") << "" << "s" << nan;
-        QTest::newRow("empty unit, kilo") << "5k" << "" << 5000.0;
     }
 
     void parsesPrefixedText()
