@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QtEndian>
 
 #include <zip.h>
@@ -132,15 +133,30 @@ std::vector<ZipMember> sampleCapture()
     };
 }
 
+QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
+{
+    QList<QPair<QString, QByteArray>> out;
+    const QByteArray p = path.toUtf8();
+    int32_t count = 0;
+    for (int32_t i = 0; sigrok_read_waveform_count(p, &count) == 0 && i < count; ++i) {
+        SigrokWaveformInfo info;
+        sigrok_read_waveform_info_by_index(p, i, &info);
+        WaveformData w;
+        w.unit = QString::fromUtf8(info.unit);
+        w.sampleInterval = info.sampleInterval;
+        w.startTime = info.startTime;
+        w.samples.writable().resize(info.sampleCount);
+        sigrok_read_waveform_data_by_index(p, i, w.samples.writable().data(), info.sampleCount);
+        out.append({QString::fromUtf8(info.name), described(w)});
+    }
+    return out;
+}
+
 QStringList offeredNames(const QString &path)
 {
     QStringList names;
-    int32_t count = 0;
-    sigrok_read_waveform_count(path.toUtf8(), &count);
-    for (SigrokWaveformInfo info; names.size() < count;) {
-        sigrok_read_waveform_info_by_index(path.toUtf8(), int32_t(names.size()), &info);
-        names << QString::fromUtf8(info.name);
-    }
+    for (const auto &waveform : readWaveforms(path))
+        names << waveform.first;
     return names;
 }
 
@@ -172,4 +188,13 @@ QByteArray described(const WaveformData &w)
 QByteArray described(const EnvelopeData &e)
 {
     return described(e.upper) + '|' + described(e.lower);
+}
+
+Run run(const QString &program, const QStringList &args)
+{
+    QProcess process;
+    process.start(program, args);
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
 }

@@ -42,7 +42,8 @@ std::map<QByteArray, QByteArray> storedMembers(const QString &path);
 std::vector<ZipMember> sampleCapture();
 QByteArray floats(std::initializer_list<float> values);
 
-// The names of the waveforms the reader offers in the capture, in order.
+// Every waveform the reader offers in the capture, in order, by name and description; and their names.
+QList<QPair<QString, QByteArray>> readWaveforms(const QString &path);
 QStringList offeredNames(const QString &path);
 // Every file in dir, hidden ones too, by name.
 QStringList fileNames(const QString &dir);
@@ -51,5 +52,13 @@ EnvelopeData envelopeOf(double scale);
 // The sample bits, unit, interval and start of a curve, or of both limits.
 QByteArray described(const WaveformData &w);
 QByteArray described(const EnvelopeData &e);
+
+// What a program printed and how it ended: exit code -1 when it crashed or ran for five minutes.
+struct Run
+{
+    int exitCode = -1;
+    QByteArray out, err;
+};
+Run run(const QString &program, const QStringList &args);
 
 #endif
