@@ -51,21 +51,6 @@ private slots:
                  QList<int>({editable, editable, 1}));
     }
 
-    // Between 2 and 100 points: a typed 1 is refused, and so is the last digit of 101.
-    void countStaysBetweenTwoAndAHundred()
-    {
-        m_overlay->updateState(EnvelopeEditorController::EditingPoints);
-        auto *spinBox = m_overlay->findChild<QSpinBox *>();
-        QList<int> counts;
-        for (const char *typed : {"1", "2", "100", "101"}) {
-            spinBox->selectAll();
-            QTest::keyClicks(spinBox, typed);
-            QTest::keyClick(spinBox, Qt::Key_Return);
-            counts << m_overlay->pointCount();
-        }
-        QCOMPARE(counts, QList<int>({10, 2, 100, 10}));
-    }
-
     // Sent as events with global positions, which is what the panel follows.
     void draggingStaysInsideTheView_data()
     {
