@@ -108,7 +108,6 @@ private slots:
         const QStringList value = g->m_axisYLabels->categoriesLabels();
         QCOMPARE(QStringList({QString::number(value.size()), value.first(), value.value(5), value.last()}),
                  QStringList({"11", "-2.5 V", "0 V", "2.5 V"}));
-        QCOMPARE(g->m_axisYLabels->labelsColor(), QColor(255, 224, 0));
     }
 
     void keepsDivisionsSquareWhenLabelsTurnUpright()
