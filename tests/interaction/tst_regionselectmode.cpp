@@ -7,25 +7,6 @@
 #include <QWindow>
 #include <QtTest>
 
-namespace {
-
-class CountingMode : public ChartInteractionMode
-{
-public:
-    explicit CountingMode(int *deletions) : m_deletions(deletions) {}
-    ~CountingMode() override { ++*m_deletions; }
-    void handleMousePress(InteractiveChartView *, QMouseEvent *) override { ++presses; }
-    void handleMouseMove(InteractiveChartView *, QMouseEvent *) override {}
-    void handleMouseRelease(InteractiveChartView *, QMouseEvent *) override {}
-
-    int presses = 0;
-
-private:
-    int *m_deletions;
-};
-
-} // namespace
-
 class TstRegionSelectMode : public QObject
 {
     Q_OBJECT
@@ -89,21 +70,25 @@ private slots:
     void replacedClearedAndViewOwnedModesAreDeleted()
     {
         int deletions = 0;
-        connect(m_mode, &RegionSelectMode::regionSelected, m_view,
-                [&] { m_view->setInteractionMode(new CountingMode(&deletions)); });
+        const auto newMode = [&deletions] {
+            auto *mode = new RegionSelectMode;
+            QObject::connect(mode, &QObject::destroyed, [&deletions] { ++deletions; });
+            return mode;
+        };
+        connect(m_mode, &RegionSelectMode::regionSelected, m_view, [&] { m_view->setInteractionMode(newMode()); });
         m_harness->drag(pixelAt(0.3), pixelAt(0.4));
-        auto *next = dynamic_cast<CountingMode *>(m_view->interactionMode());
+        auto *next = dynamic_cast<RegionSelectMode *>(m_view->interactionMode());
         QVERIFY(next);
-        m_harness->press(pixelAt(0.5));
-        QList<int> counted{next->presses, deletions};
-        m_view->setInteractionMode(new CountingMode(&deletions));
+        QSignalSpy selected(next, &RegionSelectMode::regionSelected);
+        m_harness->drag(pixelAt(0.5), pixelAt(0.6));
+        QList<int> counted{int(selected.size()), deletions};
+        m_view->setInteractionMode(newMode());
         counted << deletions;
         m_view->clearInteractionMode();
         counted << deletions << (m_view->interactionMode() != nullptr);
-        m_view->setInteractionMode(new CountingMode(&deletions));
+        m_view->setInteractionMode(newMode());
         m_harness->view.reset();
-        QCOMPARE(counted << deletions, QList<int>({1, 0, 1, 2, 0, 3})); // presses, then deletions
-
+        QCOMPARE(counted << deletions, QList<int>({1, 0, 1, 2, 0, 3})); // selections, then deletions
     }
 
     void widgetOverTheViewportLeavesTheMouseToTheMode()
