@@ -5,29 +5,10 @@
 #include "zipfixture.h"
 
 #include <QAction>
-#include <QMenu>
 #include <QMenuBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <cmath>
-
-namespace {
-
-QAction *menuAction(QWidget *window, const QString &menu, const QString &action = QString())
-{
-    for (QAction *top : window->findChild<QMenuBar *>()->actions()) {
-        for (QAction *a : top->menu()->actions())
-            if (top->text() == menu && a->text() == action)
-                return a;
-        if (top->text() == menu && action.isEmpty())
-            return top;
-    }
-    return nullptr;
-}
-
-} // namespace
 
 class TstWaveformWindow : public QObject
 {
@@ -131,7 +112,7 @@ private slots:
                 QCOMPARE(answerer.title + '|' + answerer.text, "Delete Envelope|Do you really want to delete the envelope?");
                 QVERIFY(answerer.defaultButton == QMessageBox::No && !window.graph()->hasEnvelope(0));
             }
-            menuAction(&window, "File", "Save")->trigger();
+            window.saveAction()->trigger();
             MessageBoxAnswerer answerer({QMessageBox::No});
             QVERIFY(window.close());
             QCOMPARE(answerer.asked, asked);
@@ -146,7 +127,8 @@ private slots:
         WaveformWindow window(m_capture, "t");
         window.setEnvelopeEditingEnabled(false);
         window.showNonModal();
-        QVERIFY(!menuAction(&window, "File", "Save")->isVisible() && !menuAction(&window, "Envelope")->isVisible());
+        const QAction *envelopeMenu = window.menuBar()->actions().value(1);
+        QVERIFY(!window.saveAction()->isVisible() && envelopeMenu->text() == "Envelope" && !envelopeMenu->isVisible());
         window.graph()->clearEnvelope(0);
         MessageBoxAnswerer answerer({QMessageBox::Cancel});
         emit window.graph()->deleteEnvelopeRequested(1);
