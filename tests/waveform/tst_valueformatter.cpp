@@ -73,8 +73,8 @@ private slots:
     }
 
     // Every text of the 1-2-5 series in every prefix is also read back by the walk below; the
-    // spin box's table holds the texts that must not parse: a comma, the micro sign, a foreign
-    // letter, nothing at all.
+    // graph test's spin box table holds the texts that must not parse: a comma, the micro sign, a
+    // foreign letter, nothing at all.
     void parsesPrefixedText_data()
     {
         QTest::addColumn<QString>("text");
