@@ -1,5 +1,5 @@
-// The controller on a bare chart view: its scene graphics, the waveform's own axis, and the view
-// or the controller going away in the middle of an edit.
+// The editor's point rules on plain data; then the controller on a bare chart view: its scene
+// graphics, the waveform's own axis, and the view or the controller going away mid-edit.
 #include "../interaction/charttestharness.h"
 #include "envelopeeditorcontroller.h"
 
@@ -12,6 +12,7 @@
 namespace {
 
 constexpr double FILL_Z = 997.0, LINE_Z = 998.0;
+const double NaN = std::nan("");
 
 struct Editor
 {
@@ -46,6 +47,67 @@ class TstEnvelopeEditing : public QObject
     Q_OBJECT
 
 private slots:
+    // Lonely at both ends, lonely in the middle, a single point, a pair, none. Point i at time i
+    // with limits 1 + i and -1 - i, enabled where the pattern says E.
+    void disablesLonelyPoints()
+    {
+        QStringList after;
+        for (const QString before : {"EDEEDE", "EEDEDEE", "E", "EE", ""}) {
+            QVector<EnvelopePoint> points;
+            for (int i = 0; i < before.size(); ++i)
+                points.append({double(i), 1.0 + i, -1.0 - i, before.at(i) == 'E'});
+            EnvelopeEditorController::disableLonelyPoints(points);
+            after << QString();
+            for (const EnvelopePoint &point : points)
+                after.last() += point.enabled ? 'E' : 'D';
+        }
+        QCOMPARE(after, QStringList({"DDEEDD", "EEDDDEE", "D", "EE", ""}));
+    }
+
+    // More points take their mean spacing, which the graph's Apply checks with the values and gaps.
+    void onePointKeepsTheWaveformsInterval()
+    {
+        EnvelopeEditData edit;
+        edit.sampleInterval = 0.001;
+        edit.points.append({5.0, 1.0, 0.0, true});
+        EnvelopeEditorController::updateSampleInterval(edit);
+        QCOMPARE(edit.sampleInterval, 0.001);
+    }
+
+    // Disabled without values, disabled with values, enabled without values; on an axis from -2
+    // to 8 the parked limits are 90 % and 10 % of the way up.
+    void parksOnlyDisabledPointsWithoutValues()
+    {
+        QVector<EnvelopePoint> points = {{0, NaN, NaN, false}, {1, 3.0, 2.0, false}, {2, NaN, NaN, true}};
+        EnvelopeEditorController::initializeDisabledPointValues(points, -2.0, 8.0);
+        QStringList limits;
+        for (const EnvelopePoint &p : points)
+            limits << QStringLiteral("%1 %2").arg(p.upperValue).arg(p.lowerValue);
+        QCOMPARE(limits, QStringList({"7 -1", "3 2", "nan nan"}));
+    }
+
+    void pointCountIsAtLeastTwo()
+    {
+        EnvelopeEditorController controller;
+        QSignalSpy counted(&controller, &EnvelopeEditorController::pointCountChanged);
+        controller.setPointCount(1);
+        const int lowest = controller.pointCount();
+        controller.setPointCount(50);
+        QCOMPARE(QList<int>({lowest, controller.pointCount(), int(counted.size())}), QList<int>({2, 50, 0}));
+    }
+
+    void finishingWhileSelectingGivesOneEmptyEnvelope()
+    {
+        EnvelopeEditorController controller;
+        controller.startEditing(0, WaveformData(), Qt::darkCyan, nullptr);
+        QCOMPARE(controller.state(), EnvelopeEditorController::SelectingRegion);
+        QSignalSpy finished(&controller, &EnvelopeEditorController::editingFinished);
+        controller.finishEditing();
+        controller.finishEditing();
+        QCOMPARE(finished.size(), 1);
+        QVERIFY(finished.at(0).at(1).value<EnvelopeData>().isEmpty());
+    }
+
     void linesAndFillFollowDragsAndToggles()
     {
         Editor editor;

@@ -1,4 +1,5 @@
 #include "minmaxpyramid.h"
+#include "samplesummary.h"
 
 #include <QTest>
 
@@ -42,6 +43,8 @@ std::vector<double> makeSamples(const QString &shape, size_t n, std::mt19937_64 
             s[i] = (i % 50 < 7) ? nan : uniform(random);
         else if (shape == "infinities")
             s[i] = i % 333 == 0 ? std::numeric_limits<double>::infinity() * (i % 2 ? 1 : -1) : level(random);
+        else // "only gaps", "only +inf"
+            s[i] = shape == "only gaps" || i % 3 ? nan : std::numeric_limits<double>::infinity();
     }
     return s;
 }
@@ -88,6 +91,52 @@ private slots:
     {
         const std::vector<double> s(1 << 20, 1.0);
         QVERIFY(MinMaxPyramid(s).memoryBytes() <= s.size() * sizeof(double) / 8);
+    }
+
+    // The summary a pyramid gathers while it builds its blocks, on two threads for long arrays,
+    // against the same summary taken sample by sample.
+    void pyramidSummaryEqualsASampleBySampleOne_data()
+    {
+        QTest::addColumn<QString>("shape");
+        QTest::addColumn<int>("count");
+        for (int count : {1000, 5'000'037}) {
+            for (const char *shape : {"with gaps", "infinities", "only gaps", "only +inf"})
+                QTest::addRow("%s, %d", shape, count) << shape << count;
+        }
+    }
+    void pyramidSummaryEqualsASampleBySampleOne()
+    {
+        QFETCH(QString, shape);
+        QFETCH(int, count);
+        std::mt19937_64 random(7);
+        const std::vector<double> s = makeSamples(shape, size_t(count), random);
+        const SampleSummary expected = SampleSummary::of(s.data(), 0, s.size());
+        const SampleSummary got = MinMaxPyramid(s).summary();
+        QCOMPARE(got.min, expected.min);
+        QCOMPARE(got.max, expected.max);
+        QCOMPARE(got.finiteMin, expected.finiteMin);
+        QCOMPARE(got.finiteMax, expected.finiteMax);
+        QCOMPARE(got.count, expected.count);
+        // Added in another order, so equal only to rounding.
+        QVERIFY(got.sum == expected.sum || (std::isnan(got.sum) && std::isnan(expected.sum))
+                || std::fabs(got.sum - expected.sum) <= 1e-9 * count);
+    }
+
+    void meanBelowAMillionthOfTheRangeIsZero_data()
+    {
+        QTest::addColumn<std::vector<double>>("samples");
+        QTest::addColumn<double>("mean");
+        const double gap = std::nan("");
+        QTest::newRow("rounding noise of a symmetric signal") << std::vector<double>{10, -10, 3e-5} << 0.0;
+        QTest::newRow("just above a millionth stays") << std::vector<double>{10, -10, 8e-5} << 8e-5 / 3;
+        QTest::newRow("constant signal keeps its level") << std::vector<double>{2e-9, 2e-9} << 2e-9;
+        QTest::newRow("gaps are no values") << std::vector<double>{gap, 1, 3, gap} << 2.0;
+    }
+    void meanBelowAMillionthOfTheRangeIsZero()
+    {
+        QFETCH(std::vector<double>, samples);
+        QFETCH(double, mean);
+        QCOMPARE(shownValues(SampleSummary::of(samples.data(), 0, samples.size())).mean, mean);
     }
 };
 

@@ -106,7 +106,8 @@ private slots:
                  QList<double>({g->calculateDivisionSizeX(g->m_chart->plotArea().width() / g->m_divisionPixels), 0.5}));
     }
 
-    void dragPansUnlessAnEditOwnsTheMouse()
+    // While an edit runs its mode owns the mouse: the envelope test selects and drags through it.
+    void dragPansTheTimeBase()
     {
         VornGraph *g = graph();
         const QPoint from = m_harness->viewPos(0, 0.5, 0.0);
@@ -114,11 +115,6 @@ private slots:
         m_harness->drag(from, from + QPoint(100, 30));
         QVERIFY(std::fabs(g->timeOffset() - (offset + 100 / g->m_divisionPixels * g->timePerDivision())) < 1e-12);
         QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
-
-        g->startEnvelopeEditing(0);
-        const double editing = g->timeOffset();
-        m_harness->drag(from, from + QPoint(100, 0));
-        QCOMPARE(g->timeOffset(), editing);
     }
 
     void cursorsAndHoverReadValues()

@@ -108,7 +108,6 @@ private slots:
         const QStringList value = g->m_axisYLabels->categoriesLabels();
         QCOMPARE(QStringList({QString::number(value.size()), value.first(), value.value(5), value.last()}),
                  QStringList({"11", "-2.5 V", "0 V", "2.5 V"}));
-        QCOMPARE(g->m_axisYLabels->labelsColor(), QColor(255, 224, 0));
     }
 
     void keepsDivisionsSquareWhenLabelsTurnUpright()
@@ -223,9 +222,52 @@ private slots:
         static_cast<LinearSpinBox *>(g->m_offsetSpinBoxes[0])->stepBy(1);
         QCOMPARE(QStringLiteral("%1 from %2, %3").arg(g->m_offsets[0]).arg(g->m_yAxes[0]->min())
                      .arg(g->m_axisYLabels->categoriesLabels().first()), "0.5 from -3, -3 V");
-        // A hidden waveform loses its zero line.
-        g->setWaveformVisible(0, false);
-        QCOMPARE(g->m_zeroLines.size(), 1);
+    }
+
+    // The boxes of the tree and the time base, on their own.
+    void boxValidatesTypedText_data()
+    {
+        QTest::addColumn<QString>("unit");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("state");
+        QTest::addColumn<double>("value"); // the box stood at 1 and keeps that when the text does not parse
+
+        const double kept = 1.0;
+        const int ok = QValidator::Acceptable, typing = QValidator::Intermediate, bad = QValidator::Invalid;
+        QTest::newRow("prefix and unit") << "s" << "2 ms" << ok << 0.002;
+        QTest::newRow("empty unit, kilo") << "" << "5k" << ok << 5000.0;
+        QTest::newRow("comma typed, not read") << "s" << "2,5 ms" << typing << kept;
+        QTest::newRow("micro sign typed, not read") << "s" << QString::fromUtf8("2 \u00b5s") << typing << kept;
+        QTest::newRow("unit letters on the way") << "Hz" << "5 kH" << typing << kept;
+        QTest::newRow("empty") << "s" << "" << typing << kept;
+        QTest::newRow("foreign letter") << "s" << "2 x" << bad << kept;
+        QTest::newRow("other unit") << "V" << "2 ms" << bad << kept;
+    }
+
+    void boxValidatesTypedText()
+    {
+        QFETCH(QString, unit);
+        QFETCH(QString, text);
+        QFETCH(int, state);
+        QFETCH(double, value);
+
+        ScaledSpinBox box(unit);
+        box.setValue(1.0);
+        QString input = text;
+        int pos = input.size();
+        QCOMPARE(int(box.validate(input, pos)), state);
+        QCOMPARE(box.valueFromText(text), value);
+    }
+
+    void boxStepsThroughOneTwoFive()
+    {
+        ScaledSpinBox box(QStringLiteral("V"));
+        box.setValue(1.0);
+        box.stepBy(3);
+        QCOMPARE(box.value(), 10.0);
+        box.setValue(0.002);
+        box.stepBy(-2);
+        QCOMPARE(box.value(), 0.0005);
     }
 
 private:

@@ -1,5 +1,4 @@
 #include "vornwaveform.h"
-#include "waveform_sigrok.h"
 #include "zipfixture.h"
 
 #include <QTemporaryDir>
@@ -10,30 +9,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace {
-
-// Every waveform the reader offers, in order, by name and description.
-QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
-{
-    QList<QPair<QString, QByteArray>> out;
-    const QByteArray p = path.toUtf8();
-    int32_t count = 0;
-    for (int32_t i = 0; sigrok_read_waveform_count(p, &count) == 0 && i < count; ++i) {
-        SigrokWaveformInfo info;
-        sigrok_read_waveform_info_by_index(p, i, &info);
-        WaveformData w;
-        w.unit = QString::fromUtf8(info.unit);
-        w.sampleInterval = info.sampleInterval;
-        w.startTime = info.startTime;
-        w.samples.writable().resize(info.sampleCount);
-        sigrok_read_waveform_data_by_index(p, i, w.samples.writable().data(), info.sampleCount);
-        out.append({QString::fromUtf8(info.name), described(w)});
-    }
-    return out;
-}
-
-} // namespace
 
 class TstEnvelopeFile : public QObject
 {

@@ -3,7 +3,6 @@
 #include "zipfixture.h"
 
 #include <QFile>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -12,22 +11,6 @@
 #include <cmath>
 
 namespace {
-
-struct Run
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run run(const QString &program, const QStringList &args)
-{
-    QProcess process;
-    process.start(program, args);
-    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
-        return {};
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-}
 
 Run vorn(const QStringList &args) { return run(QStringLiteral(VORN_BINARY), args); }
 
@@ -128,16 +111,16 @@ private slots:
         const QString original = m_dir.filePath("mixed.sr");
         const QString saved = m_dir.filePath("saved.sr");
         QVERIFY(QFile::copy(original, saved));
-        const auto before = readMembers(saved);
+        const auto before = storedMembers(saved);
 
         const Run made = vorn({"envelope", saved, "A0", "--points", "30"});
         QVERIFY2(made.exitCode == 0, made.err.constData());
         const QList<QStringList> listed = vornList(saved);
         QCOMPARE(listed.size(), 6);
         QVERIFY(listed[4][1] == "A0 [upper]" && listed[5][1] == "A0 [lower]" && listed[4][2] == "30");
-        const auto after = readMembers(saved);
+        const auto after = storedMembers(saved);
         for (const auto &[name, member] : before)
-            QVERIFY2(after.count(name) && after.at(name).compressed == member.compressed, name.constData());
+            QVERIFY2(after.count(name) && after.at(name) == member, name.constData());
 
         const Run showSaved = run(m_sigrok, {"-i", saved, "--show"});
         QCOMPARE(showSaved.exitCode, 0);
@@ -148,9 +131,6 @@ private slots:
         QCOMPARE(run(m_sigrok, {"-i", saved, "-o", copied}).exitCode, 0);
         for (const char *channel : {"A0", "A2", "D0", "D1"})
             QCOMPARE(vorn({"dump", copied, channel}).out, vorn({"dump", saved, channel}).out);
-
-        QCOMPARE(vorn({"envelope", saved, "A0", "--remove"}).exitCode, 0);
-        QCOMPARE(readFile(saved), readFile(original));
     }
 
     void reportsFailuresWithExitCodes_data()

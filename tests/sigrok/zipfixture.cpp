@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QtEndian>
 
 #include <zip.h>
@@ -59,7 +60,7 @@ std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const Z
 bool damageMember(const QString &path, const QByteArray &how)
 {
     const QByteArray kind = how.left(how.indexOf(':')), name = how.mid(how.indexOf(':') + 1);
-    const QByteArray data = readMembers(path)[name].data;
+    const QByteArray data = storedMembers(path)[name];
     QByteArray zip = readFile(path);
     if (kind == "bit") {
         const qsizetype at = zip.indexOf(data);
@@ -88,32 +89,23 @@ bool damageMember(const QString &path, const QByteArray &how)
     return patched == 2 && writeFile(path, zip);
 }
 
-std::map<QByteArray, MemberBytes> readMembers(const QString &path)
+std::map<QByteArray, QByteArray> storedMembers(const QString &path)
 {
-    std::map<QByteArray, MemberBytes> members;
+    std::map<QByteArray, QByteArray> members;
     int error = 0;
     zip_t *zip = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &error);
-    if (!zip)
-        return members;
-    const zip_int64_t n = zip_get_num_entries(zip, 0);
-    for (zip_int64_t i = 0; i < n; ++i) {
+    for (zip_int64_t i = 0; zip && i < zip_get_num_entries(zip, 0); ++i) {
         zip_stat_t st;
         zip_stat_index(zip, static_cast<zip_uint64_t>(i), 0, &st);
-        MemberBytes m;
-        m.crc = st.crc;
-        m.method = st.comp_method;
-        for (zip_flags_t flags : {zip_flags_t(0), zip_flags_t(ZIP_FL_COMPRESSED)}) {
-            QByteArray &out = flags ? m.compressed : m.data;
-            out.resize(static_cast<qsizetype>(flags ? st.comp_size : st.size));
-            zip_file_t *file = zip_fopen_index(zip, static_cast<zip_uint64_t>(i), flags);
-            if (file) {
-                zip_fread(file, out.data(), static_cast<zip_uint64_t>(out.size()));
-                zip_fclose(file);
-            }
+        QByteArray &stored = members[st.name];
+        stored.resize(static_cast<qsizetype>(st.comp_size));
+        if (zip_file_t *file = zip_fopen_index(zip, static_cast<zip_uint64_t>(i), ZIP_FL_COMPRESSED)) {
+            zip_fread(file, stored.data(), static_cast<zip_uint64_t>(stored.size()));
+            zip_fclose(file);
         }
-        members.emplace(QByteArray(st.name), m);
     }
-    zip_discard(zip);
+    if (zip)
+        zip_discard(zip);
     return members;
 }
 
@@ -141,15 +133,30 @@ std::vector<ZipMember> sampleCapture()
     };
 }
 
+QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
+{
+    QList<QPair<QString, QByteArray>> out;
+    const QByteArray p = path.toUtf8();
+    int32_t count = 0;
+    for (int32_t i = 0; sigrok_read_waveform_count(p, &count) == 0 && i < count; ++i) {
+        SigrokWaveformInfo info;
+        sigrok_read_waveform_info_by_index(p, i, &info);
+        WaveformData w;
+        w.unit = QString::fromUtf8(info.unit);
+        w.sampleInterval = info.sampleInterval;
+        w.startTime = info.startTime;
+        w.samples.writable().resize(info.sampleCount);
+        sigrok_read_waveform_data_by_index(p, i, w.samples.writable().data(), info.sampleCount);
+        out.append({QString::fromUtf8(info.name), described(w)});
+    }
+    return out;
+}
+
 QStringList offeredNames(const QString &path)
 {
     QStringList names;
-    int32_t count = 0;
-    sigrok_read_waveform_count(path.toUtf8(), &count);
-    for (SigrokWaveformInfo info; names.size() < count;) {
-        sigrok_read_waveform_info_by_index(path.toUtf8(), int32_t(names.size()), &info);
-        names << QString::fromUtf8(info.name);
-    }
+    for (const auto &waveform : readWaveforms(path))
+        names << waveform.first;
     return names;
 }
 
@@ -181,4 +188,13 @@ QByteArray described(const WaveformData &w)
 QByteArray described(const EnvelopeData &e)
 {
     return described(e.upper) + '|' + described(e.lower);
+}
+
+Run run(const QString &program, const QStringList &args)
+{
+    QProcess process;
+    process.start(program, args);
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
 }

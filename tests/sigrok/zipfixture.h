@@ -31,25 +31,19 @@ std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const Z
 
 // Damages one member of the archive at path, as "how:member" says: "size" states 8 bytes more
 // than it holds, "huge" a GiB, "beyond" a GiB stored and uncompressed, "bzip2" names that
-// method, "bit" flips a bit of its data and keeps the sizes.
+// method, "bit" flips a bit of its stored bytes and keeps the sizes.
 bool damageMember(const QString &path, const QByteArray &how);
 
-struct MemberBytes
-{
-    QByteArray data;       // uncompressed
-    QByteArray compressed; // as stored
-    quint32 crc = 0;
-    int method = 0;
-};
-// Every member of an archive by name; empty when it cannot be opened.
-std::map<QByteArray, MemberBytes> readMembers(const QString &path);
+// Every member of an archive by name, as stored (compressed or not); empty when it cannot be opened.
+std::map<QByteArray, QByteArray> storedMembers(const QString &path);
 
 // A small capture as sigrok-cli writes it: analog channels A0 (4 samples), A1 (2 samples), then
 // logic probes D0 and D2 (3 samples), at 1 kHz.
 std::vector<ZipMember> sampleCapture();
 QByteArray floats(std::initializer_list<float> values);
 
-// The names of the waveforms the reader offers in the capture, in order.
+// Every waveform the reader offers in the capture, in order, by name and description; and their names.
+QList<QPair<QString, QByteArray>> readWaveforms(const QString &path);
 QStringList offeredNames(const QString &path);
 // Every file in dir, hidden ones too, by name.
 QStringList fileNames(const QString &dir);
@@ -58,5 +52,13 @@ EnvelopeData envelopeOf(double scale);
 // The sample bits, unit, interval and start of a curve, or of both limits.
 QByteArray described(const WaveformData &w);
 QByteArray described(const EnvelopeData &e);
+
+// What a program printed and how it ended: exit code -1 when it crashed or ran for five minutes.
+struct Run
+{
+    int exitCode = -1;
+    QByteArray out, err;
+};
+Run run(const QString &program, const QStringList &args);
 
 #endif

@@ -1,6 +1,6 @@
 // vorn envelope --from and vorn check on captures made by the real sigrok-cli.
 
-#include "vornwaveform.h"
+#include "zipfixture.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -17,16 +17,7 @@
 
 namespace {
 
-struct Run { int exitCode = -1; QByteArray out, err; };
-
-Run vorn(const QStringList &args)
-{
-    QProcess process;
-    process.start(QStringLiteral(VORN_BINARY), args);
-    process.waitForFinished(60000);
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
-            process.readAllStandardError()};
-}
+Run vorn(const QStringList &args) { return run(QStringLiteral(VORN_BINARY), args); }
 
 } // namespace
 

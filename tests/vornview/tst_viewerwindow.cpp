@@ -13,18 +13,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
-
-EnvelopeData unitEnvelope()
-{
-    EnvelopeData envelope;
-    envelope.upper.samples.writable() = {1.0, 1.0};
-    envelope.lower.samples.writable() = {-1.0, -1.0};
-    return envelope;
-}
-
-} // namespace
-
 class TstViewerWindow : public QObject
 {
     Q_OBJECT
@@ -45,7 +33,7 @@ private slots:
         ViewerWindow viewer;
         viewer.show();
         QVERIFY(viewer.openFile(path));
-        viewer.document()->graph()->setEnvelope(0, unitEnvelope());
+        viewer.document()->graph()->setEnvelope(0, envelopeOf(1));
         QVERIFY(QFile::remove(path));
         MessageBoxAnswerer answerer({QMessageBox::Cancel, QMessageBox::Yes, QMessageBox::Ok, QMessageBox::No});
         QVERIFY(!viewer.openFile(capture("other.sr"))); // cancelled
@@ -60,7 +48,7 @@ private slots:
     void savedDeletionLeavesNothingToAsk()
     {
         const QString path = capture("deleted.sr");
-        QVERIFY(saveEnvelope(path, "A0", unitEnvelope()));
+        QVERIFY(saveEnvelope(path, "A0", envelopeOf(1)));
         ViewerWindow viewer;
         QVERIFY(viewer.openFile(path));
         viewer.document()->graph()->clearEnvelope(0);

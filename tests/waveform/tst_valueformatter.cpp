@@ -3,12 +3,50 @@
 #include <QTest>
 
 #include <cmath>
+#include <cstdlib>
+#include <string>
 
+// The 1-2-5 steps of the scales, and the texts that show and read their values.
 class TstValueFormatter : public QObject
 {
     Q_OBJECT
 
 private slots:
+    // The 1-2-5 series from 1e-15 to 1e15 as decimal texts read by strtod, which gives the double
+    // nearest to the text. Exact steps also mean that any walk up and back down returns exactly.
+    void stepsHitTheNearestDoubleOfEachDecimalValue()
+    {
+        std::vector<double> series;
+        for (int exponent = -15; exponent <= 15; ++exponent)
+            for (const char *mantissa : {"1", "2", "5"})
+                series.push_back(std::strtod((mantissa + ("e" + std::to_string(exponent))).c_str(), nullptr));
+        for (size_t i = 0; i + 1 < series.size(); ++i) {
+            QCOMPARE(Scale125::nextUp(series[i]), series[i + 1]);
+            QCOMPARE(Scale125::nextDown(series[i + 1]), series[i]);
+        }
+    }
+
+    void stepsFromValuesOffTheSeries_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<double>("up");
+        QTest::addColumn<double>("down");
+        QTest::newRow("between 2 and 5") << 3.0 << 5.0 << 2.0;
+        QTest::newRow("just above 1") << 1.0000001 << 2.0 << 1.0;
+        QTest::newRow("just below 10") << 9.999999 << 10.0 << 5.0;
+        QTest::newRow("below a picosecond") << 7e-13 << 1e-12 << 5e-13;
+        QTest::newRow("zero") << 0.0 << 0.0 << 0.0;
+        QTest::newRow("negative") << -3.0 << 0.0 << 0.0;
+    }
+    void stepsFromValuesOffTheSeries()
+    {
+        QFETCH(double, value);
+        QFETCH(double, up);
+        QFETCH(double, down);
+        QCOMPARE(Scale125::nextUp(value), up);
+        QCOMPARE(Scale125::nextDown(value), down);
+    }
+
     void formatsWithPrefixAndFewestDigits_data()
     {
         QTest::addColumn<double>("value");
@@ -34,7 +72,9 @@ private slots:
         QCOMPARE(ValueFormatter::formatWithUnit(value, unit), text);
     }
 
-    // Every text of the 1-2-5 series in every prefix is also read back by the walk below.
+    // Every text of the 1-2-5 series in every prefix is also read back by the walk below; the
+    // graph test's spin box table holds the texts that must not parse: a comma, the micro sign, a
+    // foreign letter, nothing at all.
     void parsesPrefixedText_data()
     {
         QTest::addColumn<QString>("text");
@@ -46,12 +86,7 @@ private slots:
         QTest::newRow("bare number") << "2" << "s" << 2.0;
         QTest::newRow("trimmed") << "  5 ks  " << "s" << 5000.0;
         QTest::newRow("ascii u") << "2 us" << "s" << 2e-6;
-        QTest::newRow("micro sign does not parse") << QString::fromUtf8("2 µs") << "s" << nan;
         QTest::newRow("femto does not parse") << "2 fs" << "s" << nan;
-        QTest::newRow("comma is no decimal point") << "2,5 ms" << "s" << nan;
-        QTest::newRow("unknown letter") << "2 x" << "s" << nan;
-        QTest::newRow("empty") << "" << "s" << nan;
-        QTest::newRow("empty unit, kilo") << "5k" << "" << 5000.0;
     }
 
     void parsesPrefixedText()
