@@ -72,7 +72,8 @@ asan)
     ;;
 fuzz)
     # Each target runs for a bounded time (FUZZ_SECONDS, default 60) from the committed seeds
-    # (tools/make_fuzz_seeds.sh) with its dictionary; what it adds to the corpus stays in build-fuzz.
+    # (tools/make_fuzz_seeds.sh) and the inputs of earlier findings (fuzz/regressions) with its
+    # dictionary; what it adds to the corpus stays in build-fuzz.
     install_missing
     PACKAGES=(clang libclang-rt-14-dev)
     install_missing
@@ -88,7 +89,7 @@ fuzz)
         mkdir -p "$corpus"
         build-fuzz/fuzz/fuzz_$target -max_total_time="${FUZZ_SECONDS:-60}" -max_len=65536 -timeout=10 \
             -rss_limit_mb=2560 -artifact_prefix=build-fuzz/ -dict="fuzz/$seeds.dict" -print_final_stats=1 \
-            "$corpus" "fuzz/corpus/$seeds" || found=1
+            "$corpus" "fuzz/corpus/$seeds" fuzz/regressions || found=1
     done
     # Every target gets its time; a finding in any fails the run.
     exit $found

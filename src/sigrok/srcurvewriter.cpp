@@ -198,7 +198,27 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
             offered[archive->channels()[i].curveNumber] = offeredList[i];
     }
     std::string failure;
-    std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(*lock, failure, error));
+    // libzip may write what it reads differently (a size of 0xffffffff, for one): the new file
+    // replaces the capture only if it offers the same data channels and every saved curve.
+    const auto dataChannels = [](const SrArchive &a) {
+        std::vector<std::string> names = offeredNames(a.channels());
+        names.resize(static_cast<size_t>(std::count_if(a.channels().begin(), a.channels().end(),
+                                                       [](const Channel &c) { return c.kind != Channel::Curve; })));
+        return names;
+    };
+    const auto readsBack = [&](const std::string &written, std::string &reason) {
+        std::string why;
+        const std::unique_ptr<SrArchive> saved = SrArchive::open(written, why);
+        if (saved && dataChannels(*saved) != dataChannels(*archive))
+            why = "its channels would differ";
+        for (const CurveData &curve : curves) {
+            if (saved && why.empty() && !listed(offeredNames(saved->channels()), curve.name))
+                why = "'" + curve.name + "' would not be offered";
+        }
+        reason = "the saved capture would not read back: " + why + "; nothing was written";
+        return why.empty();
+    };
+    std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(*lock, readsBack, failure, error));
     if (!zip || !seenAlike(zip.get(), archive->entries(), error))
         return false;
 

@@ -25,6 +25,7 @@ struct ReplacingFile
     std::string path;
     struct stat original{};
     std::string *failure = nullptr; // a reason clearer than libzip's codes
+    ReadBackCheck readsBack;
     FILE *in = nullptr;
     int out = -1;
     std::string tempPath;
@@ -99,6 +100,10 @@ struct ReplacingFile
             const int e = errno;
             discardTemp();
             return fail(ZIP_ER_WRITE, e);
+        }
+        if (readsBack && !readsBack(tempPath, *failure)) {
+            discardTemp();
+            return fail(ZIP_ER_INCONS, 0);
         }
         // A program that does not take our lock may have replaced or changed the file meanwhile.
         if (!lock->stillTheFileRead()) {
@@ -218,10 +223,12 @@ zip_int64_t replacingFileCallback(void *userdata, void *data, zip_uint64_t lengt
 
 } // namespace
 
-zip_t *openArchiveForUpdate(const CaptureLock &lock, std::string &failure, std::string &error)
+zip_t *openArchiveForUpdate(const CaptureLock &lock, const ReadBackCheck &readsBack, std::string &failure,
+                            std::string &error)
 {
     auto *file = new ReplacingFile;
     file->lock = &lock;
+    file->readsBack = readsBack;
     file->path = lock.path();
     file->original = lock.identity();
     file->failure = &failure;
