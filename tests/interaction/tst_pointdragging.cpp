@@ -1,10 +1,8 @@
 // The envelope's point markers, their line items and the mode that drags them.
-#include "boundedlineitem.h"
 #include "charttestharness.h"
 #include "draggablepointmarker.h"
 #include "pointdragmode.h"
 
-#include <QGraphicsEllipseItem>
 #include <QGraphicsScene>
 #include <QSignalSpy>
 #include <QtTest>
@@ -44,66 +42,6 @@ private slots:
         qDeleteAll(m_markers);
         m_markers.clear();
         m_harness.reset();
-    }
-
-    void lineBoundsCoverTheStroke_data()
-    {
-        QTest::addColumn<QLineF>("line");
-        QTest::addColumn<QPen>("pen");
-        const QPen dashed(QBrush(Qt::red), 1.0, Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
-        const QPen bar(QBrush(Qt::white), 2.0, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin);
-        QTest::newRow("dashed diagonal") << QLineF(10.5, 20.25, 300.0, -40.0) << dashed;
-        QTest::newRow("wide horizontal bar") << QLineF(-4, 7, 4, 7) << bar;
-        QTest::newRow("wide diagonal") << QLineF(0, 0, 5, 5) << bar;
-        QTest::newRow("a point") << QLineF(2, 2, 2, 2) << bar;
-    }
-
-    // Whatever the view repaints of a link or a bar must lie inside the bounds it is told about.
-    void lineBoundsCoverTheStroke()
-    {
-        QFETCH(QLineF, line);
-        QFETCH(QPen, pen);
-        BoundedLineItem item;
-        item.setPen(pen);
-        item.setLine(line);
-        const QRectF stroked = item.shape().controlPointRect(), bounds = item.boundingRect();
-        // Compared edge by edge: QRectF::contains() refuses an empty rectangle.
-        QVERIFY(bounds.left() <= stroked.left() && bounds.right() >= stroked.right()
-                && bounds.top() <= stroked.top() && bounds.bottom() >= stroked.bottom());
-    }
-
-    // On the circle, just outside it, and in the corner of its square.
-    void hitTestsAreCirclesAroundTheItems()
-    {
-        const QPointF upper = m_harness->scenePos(20.0, 1.0), lower = m_harness->scenePos(20.0, -1.0);
-        const DraggablePointMarker *m = m_markers[0];
-        QList<bool> hits;
-        for (const QPointF offset : {QPointF(-6.0, 8.0), QPointF(0.0, -10.01), QPointF(8.0, 8.0)})
-            hits << m->hitTestUpper(upper + offset, 10.0) << m->hitTestLower(lower + offset, 10.0)
-                 << m->hitTestToggle((upper + lower) / 2 + offset, 10.0);
-        QCOMPARE(hits, QList<bool>({true, true, true, false, false, false, false, false, false}));
-    }
-
-    // A selected handle brightens and the pair stays tellable apart. Enabled: handles, link and a
-    // filled toggle with a minus; disabled: only a hollow toggle with a plus.
-    void selectionAndEnablingRestyleTheItems()
-    {
-        const QPointF middle = m_harness->scenePos(20.0, 0.0);
-        auto *upper = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, 1.0)).value(0));
-        auto *lower = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1001, m_harness->scenePos(20.0, -1.0)).value(0));
-        auto *toggle = qgraphicsitem_cast<QGraphicsEllipseItem *>(itemsAround(1002, middle).value(0));
-        QVERIFY(upper && lower && toggle);
-        const QColor plain = upper->brush().color();
-        m_markers[0]->setSelected(true);
-        QVERIFY(upper->brush().color().lightness() > plain.lightness() && upper->brush().color() != lower->brush().color());
-        m_markers[0]->setSelected(false);
-        QCOMPARE(upper->brush().color(), plain);
-        for (bool enabled : {false, true}) {
-            m_markers[0]->setPointEnabled(enabled);
-            QCOMPARE(upper->isVisible() + lower->isVisible() + itemsAround(999, middle, true).size(), enabled ? 3 : 0);
-            QCOMPARE(toggle->brush().style(), enabled ? Qt::SolidPattern : Qt::NoBrush);
-            QCOMPARE(itemsAround(1003, middle, true).size(), enabled ? 1 : 2);
-        }
     }
 
     void draggedHandleFollowsTheMouseUntilReleased_data()
@@ -167,9 +105,9 @@ private:
     QPoint upperAt(int i) const { return m_harness->viewPos(m_markers[i]->time(), m_markers[i]->upperValue()); }
     QPoint lowerAt(int i) const { return m_harness->viewPos(m_markers[i]->time(), m_markers[i]->lowerValue()); }
     // A marker's items by depth: link 999, handles 1001, toggle 1002, the bars of its sign 1003.
-    QList<QGraphicsItem *> itemsAround(double z, const QPointF &centre, bool visibleOnly = false) const
+    QList<QGraphicsItem *> itemsAround(double z, const QPointF &centre) const
     {
-        return itemsAtDepth(m_harness->chart->scene(), z, centre, visibleOnly);
+        return itemsAtDepth(m_harness->chart->scene(), z, centre);
     }
 
     std::unique_ptr<ChartTestHarness> m_harness;
