@@ -4,7 +4,6 @@
 #include <QAction>
 #include <QAreaSeries>
 #include <QCategoryAxis>
-#include <QImage>
 #include <QContextMenuEvent>
 #include <QMenu>
 #include <QSignalSpy>
@@ -45,18 +44,6 @@ private slots:
                                      "Max 5 V", "Avg 3 V", "Min 1 V"}));
     }
 
-    void paintsAMarkerInTheRowColour()
-    {
-        const QImage image = tree()->viewport()->grab().toImage();
-        const auto markerPixel = [&](const QString &path) {
-            const QRect r = tree()->visualItemRect(row(path));
-            return image.pixelColor(r.left() + 6, r.center().y());
-        };
-        QCOMPARE(QList<QColor>({markerPixel("a"), markerPixel("b"), markerPixel("Time")}),
-                 QList<QColor>({QColor(255, 224, 0), QColor(0, 255, 255), QColor(Qt::black)}));
-        QVERIFY(markerPixel("b/Samples") != QColor(0, 255, 255));
-    }
-
     void clickedRowSelectsItsWaveform_data()
     {
         QTest::addColumn<QString>("path");
@@ -78,12 +65,10 @@ private slots:
         QTest::mouseClick(tree()->viewport(), Qt::LeftButton, {}, namePos(row(path)));
         QCOMPARE(graph()->selectedWaveformIndex(), waveform);
         QCOMPARE(selected, QList<QVariantList>({{waveform}}));
-        const QColor colours[] = {{255, 224, 0}, {0, 255, 255}, {255, 0, 255}};
-        QCOMPARE(graph()->m_axisYLabels->labelsColor(), colours[waveform]);
         QCOMPARE(graph()->m_axisYLabels->categoriesLabels().first(), firstLabel);
     }
 
-    void switchHidesSeriesEnvelopeAndZeroLine()
+    void switchHidesSeriesAndEnvelope()
     {
         VornGraph *g = graph();
         const auto drawn = [g](int i) {
@@ -93,20 +78,17 @@ private slots:
                 shown << QString("limit %1").arg(s->isVisible());
             for (QAbstractSeries *s : g->m_envelopeAreaSeries.value(i))
                 shown << QString("fill %1").arg(s->isVisible());
-            int zeroLines = 0;
-            for (QLineSeries *line : qAsConst(g->m_zeroLines))
-                zeroLines += line->attachedAxes().contains(g->m_yAxes[i]);
-            return shown << QString("zero line %1").arg(zeroLines);
+            return shown;
         };
-        const QStringList shown{"series 1", "limit 1", "limit 1", "fill 1", "zero line 1"};
+        const QStringList shown{"series 1", "limit 1", "limit 1", "fill 1"};
         QCOMPARE(drawn(1), shown);
         g->setWaveformVisible(1, false);
         QCOMPARE(drawn(1) << drawn(2).first() << QString::number(row("b")->checkState(1)),
-                 QStringList({"series 0", "limit 0", "limit 0", "fill 0", "zero line 0", "series 1", "0"}));
+                 QStringList({"series 0", "limit 0", "limit 0", "fill 0", "series 1", "0"}));
 
         // An edit always shows its waveform, but not the envelope it replaces.
         g->startEnvelopeEditing(1);
-        QCOMPARE(drawn(1), QStringList({"series 1", "limit 0", "limit 0", "fill 0", "zero line 1"}));
+        QCOMPARE(drawn(1), QStringList({"series 1", "limit 0", "limit 0", "fill 0"}));
         g->cancelEnvelopeEditing();
         QCOMPARE(drawn(1), shown);
     }
