@@ -72,9 +72,8 @@ private slots:
         QCOMPARE(ValueFormatter::formatWithUnit(value, unit), text);
     }
 
-    // Every text of the 1-2-5 series in every prefix is also read back by the walk below; the
-    // graph test's spin box table holds the texts that must not parse: a comma, the micro sign, a
-    // foreign letter, nothing at all.
+    // Every text of the 1-2-5 series in every prefix is also read back by the walk below; these
+    // are the other ways a value is typed, and texts that must not parse.
     void parsesPrefixedText_data()
     {
         QTest::addColumn<QString>("text");
@@ -87,6 +86,9 @@ private slots:
         QTest::newRow("trimmed") << "  5 ks  " << "s" << 5000.0;
         QTest::newRow("ascii u") << "2 us" << "s" << 2e-6;
         QTest::newRow("femto does not parse") << "2 fs" << "s" << nan;
+        QTest::newRow("comma does not parse") << "2,5 ms" << "s" << nan;
+        QTest::newRow("micro sign does not parse") << QString::fromUtf8("2 \u00b5s") << "s" << nan;
+        QTest::newRow("other unit does not parse") << "2 ms" << "V" << nan;
     }
 
     void parsesPrefixedText()
