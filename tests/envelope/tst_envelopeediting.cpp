@@ -64,16 +64,6 @@ private slots:
         QCOMPARE(after, QStringList({"DDEEDD", "EEDDDEE", "D", "EE", ""}));
     }
 
-    // More points take their mean spacing, which the graph's Apply checks with the values and gaps.
-    void onePointKeepsTheWaveformsInterval()
-    {
-        EnvelopeEditData edit;
-        edit.sampleInterval = 0.001;
-        edit.points.append({5.0, 1.0, 0.0, true});
-        EnvelopeEditorController::updateSampleInterval(edit);
-        QCOMPARE(edit.sampleInterval, 0.001);
-    }
-
     // Disabled without values, disabled with values, enabled without values; on an axis from -2
     // to 8 the parked limits are 90 % and 10 % of the way up.
     void parksOnlyDisabledPointsWithoutValues()
@@ -84,16 +74,6 @@ private slots:
         for (const EnvelopePoint &p : points)
             limits << QStringLiteral("%1 %2").arg(p.upperValue).arg(p.lowerValue);
         QCOMPARE(limits, QStringList({"7 -1", "3 2", "nan nan"}));
-    }
-
-    void pointCountIsAtLeastTwo()
-    {
-        EnvelopeEditorController controller;
-        QSignalSpy counted(&controller, &EnvelopeEditorController::pointCountChanged);
-        controller.setPointCount(1);
-        const int lowest = controller.pointCount();
-        controller.setPointCount(50);
-        QCOMPARE(QList<int>({lowest, controller.pointCount(), int(counted.size())}), QList<int>({2, 50, 0}));
     }
 
     void finishingWhileSelectingGivesOneEmptyEnvelope()
