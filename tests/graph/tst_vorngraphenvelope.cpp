@@ -212,29 +212,6 @@ private slots:
             QVERIFY(s->isVisible());
     }
 
-    void panelKeepsItsDraggedPlaceUntilTheNextEdit()
-    {
-        VornGraph *g = graph();
-        const auto home = [g] { return g->m_chartView->mapFromScene(g->m_chart->plotArea().topLeft()) + QPoint(8, 8); };
-        g->startEnvelopeEditing(1);
-        QCOMPARE(overlay()->pos(), home());
-        selectRegion(0.02, 0.06);
-
-        // Dragged into the bottom-right corner, the panel stays in it as the graph shrinks.
-        m_h->send(QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton, Qt::LeftButton, overlay());
-        m_h->send(QEvent::MouseMove, {3000, 3000}, Qt::NoButton, Qt::LeftButton, overlay());
-        m_h->send(QEvent::MouseButtonRelease, {10, 10}, Qt::LeftButton, Qt::NoButton, overlay());
-        g->resize(1000, 600);
-        QVERIFY(QTest::qWaitFor([g] { return g->m_chartView->width() < 900; }));
-        QCOMPARE(overlay()->geometry().bottomRight(), g->m_chartView->rect().bottomRight());
-        // The markers followed the smaller plot.
-        QTRY_VERIFY(!itemsAtDepth(g->m_chart->scene(), 1002.0, toggleScenePos(3)).isEmpty());
-
-        g->cancelEnvelopeEditing();
-        g->startEnvelopeEditing(0);
-        QVERIFY(overlay()->isVisible() && overlay()->pos() == home());
-    }
-
 private:
     VornGraph *graph() const { return m_h->graph.get(); }
     EnvelopeEditorOverlay *overlay() const { return graph()->m_editorOverlay; }
