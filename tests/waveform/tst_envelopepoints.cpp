@@ -32,6 +32,21 @@ class TstEnvelopePoints : public QObject
     Q_OBJECT
 
 private slots:
+    // A copy of a long capture must not cost its samples again.
+    void waveformCopiesShareSamplesUntilWritten()
+    {
+        WaveformData source;
+        source.samples.writable().assign({1.0, 2.0, 3.0});
+        const WaveformData copy = source;
+        QVERIFY(copy.samples.sharesStorageWith(source.samples));
+        // A shared array is copied before the write; a sole owner writes in place.
+        source.samples.writable()[0] = 99.0;
+        QVERIFY(!copy.samples.sharesStorageWith(source.samples));
+        QCOMPARE(*copy.samples, (std::vector<double>{1.0, 2.0, 3.0}));
+        const double *own = source.samples->data();
+        QCOMPARE(source.samples.writable().data(), own);
+    }
+
     // On the grid, below and above half a step, a shifted start, negative times.
     void snapsToTheNearestSample()
     {
