@@ -2,7 +2,7 @@
 
 #include "summary.h"
 
-#include "vornwaveform.h"
+#include "vornmask.h"
 
 #include <algorithm>
 #include <chrono>
@@ -16,9 +16,13 @@ void printCheck(std::vector<double> samples)
     w.sampleInterval = 1e-6;
     const double count = static_cast<double>(samples.size());
     w.samples.writable() = std::move(samples);
-    // The kind of envelope a user makes: 20 points around the trace, a little room above and below.
-    QString error;
-    const EnvelopeData envelope = widenEnvelope(envelopeFromCaptures({w}, 20, 0.0, &error), 0.0, 0.05);
+    // The kind of envelope a user makes: at most 20 knots around the trace, a little room above and below.
+    SourceHull hull;
+    hull.add(w);
+    EnvelopeBuildOptions options;
+    options.maxKnots = 20;
+    options.dy = 0.05;
+    const EnvelopeData envelope = hull.build(options);
     double best = INFINITY;
     EnvelopeCheckResult result;
     for (int i = 0; i < 5; ++i) {

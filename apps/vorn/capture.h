@@ -3,7 +3,7 @@
 
 // Reading captures for the vorn command: what every subcommand shares.
 
-#include "vornwaveform.h"
+#include "vornmask.h"
 #include "waveform_sigrok.h"
 
 #include <string>

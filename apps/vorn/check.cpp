@@ -84,6 +84,8 @@ QString describe(const Verdict &v)
     if (r.below)
         line += QStringLiteral(", worst below %1 at %2")
                     .arg(ValueFormatter::formatWithUnit(r.worstBelow.excess, v.unit), seconds(r.worstBelow.time));
+    if (r.uncovered > 0.0)
+        line += QStringLiteral(", %1 of the envelope uncovered").arg(seconds(r.uncovered));
     if (!std::isnan(r.minMargin))
         line += QStringLiteral(", min margin %1 %").arg(r.minMargin * 100, 0, 'g', 3);
     return line;
@@ -114,7 +116,9 @@ QJsonObject toJson(const Verdict &v)
                        {"first_violation", orNull(r.firstViolation)},
                        {"worst_above", excess(r.worstAbove)},
                        {"worst_below", excess(r.worstBelow)},
-                       {"min_margin", orNull(r.minMargin)}};
+                       {"min_margin", orNull(r.minMargin)},
+                       {"uncovered", r.uncovered},
+                       {"shift", 0.0}};
 }
 
 // One testcase per file and waveform; a file that could not be checked is a testcase in error.
@@ -141,7 +145,9 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
         xml.writeAttribute("name", QString::fromStdString(v.waveform));
         if (!v.result.passed()) {
             xml.writeStartElement("failure");
-            xml.writeAttribute("message", QStringLiteral("first violation at %1").arg(seconds(v.result.firstViolation)));
+            xml.writeAttribute("message", v.result.violations()
+                                              ? QStringLiteral("first violation at %1").arg(seconds(v.result.firstViolation))
+                                              : QStringLiteral("%1 of the envelope uncovered").arg(seconds(v.result.uncovered)));
             xml.writeAttribute("type", "envelope");
             xml.writeCharacters(describe(v));
             xml.writeEndElement();
@@ -173,9 +179,10 @@ std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
     return envelopes;
 }
 
-// Checks every plain waveform of one file that has an envelope, its own or the reference's.
+// Checks every plain waveform of one file that has an envelope, its own or the reference's. An
+// envelope with no sample under it judges nothing: that waveform is in trouble, not passed.
 void checkFile(const std::string &path, const std::map<std::string, EnvelopeData> *reference,
-               std::vector<Verdict> &verdicts)
+               std::vector<Verdict> &verdicts, std::vector<Trouble> &troubles)
 {
     const auto infos = readInfos(path);
     size_t checked = 0;
@@ -187,8 +194,15 @@ void checkFile(const std::string &path, const std::map<std::string, EnvelopeData
         if (w.envelope.isEmpty())
             continue;
         const WaveformData waveform = loadWaveformAt(path, infos, w.index, UINT64_MAX);
-        verdicts.push_back({path, w.name, waveform.unit, checkEnvelope(waveform, w.envelope)});
+        const EnvelopeCheckResult result = checkEnvelope(waveform, w.envelope);
         ++checked;
+        if (result.checked == 0) {
+            const std::string reason = w.name + ": no sample lies under its envelope";
+            std::fprintf(stderr, "vorn: %s: %s\n", path.c_str(), reason.c_str());
+            troubles.push_back({path, reason});
+            continue;
+        }
+        verdicts.push_back({path, w.name, waveform.unit, result});
     }
     if (checked == 0)
         throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope"};
@@ -207,7 +221,7 @@ int checkCaptures(const std::vector<std::string> &args)
     std::vector<Trouble> troubles;
     for (const std::string &file : options.files) {
         try {
-            checkFile(file, options.reference.empty() ? nullptr : &reference, verdicts);
+            checkFile(file, options.reference.empty() ? nullptr : &reference, verdicts, troubles);
         } catch (const Failure &failure) {
             std::fprintf(stderr, "vorn: %s: %s\n", file.c_str(), failure.reason.c_str());
             troubles.push_back({file, failure.reason});
@@ -226,7 +240,7 @@ int checkCaptures(const std::vector<std::string> &args)
     if (options.json)
         std::printf("%s", QJsonDocument(array).toJson(QJsonDocument::Indented).constData());
     else if (options.files.size() > 1)
-        std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu files unreadable\n", options.files.size(),
+        std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),
                     verdicts.size(), verdicts.size() - failed, failed, troubles.size());
     if (!options.junit.empty() && !writeJUnit(options.junit, verdicts, troubles))
         throw Failure{"cannot write " + options.junit};

@@ -17,17 +17,18 @@ namespace {
 const char USAGE[] =
     "usage: vorn list FILE.sr\n"
     "       vorn dump FILE.sr NAME [--count N]\n"
-    "       vorn envelope FILE.sr NAME [--points N] [--dx TIME] [--dy VALUE]\n"
-    "       vorn envelope FILE.sr NAME --from GOOD.sr [GOOD.sr ...] [--points N] [--sigma K]\n"
-    "                     [--dx TIME] [--dy VALUE]\n"
+    "       vorn envelope FILE.sr NAME [--from GOOD.sr ...] [--points N] [--dx TIME] [--dy VALUE]\n"
+    "                     [--sigma K]\n"
     "       vorn envelope FILE.sr NAME --remove\n"
     "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
+    "envelope: limits around every sample of NAME in the good captures (FILE itself without\n"
+    "  --from), widened by --dx in time and --dy in value (chosen from the captures' timing and\n"
+    "  noise when not given), with at most N knots where the limits bend. --sigma K puts them at\n"
+    "  the mean plus and minus K standard deviations instead, which need not contain the captures.\n"
     "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_FAILED = 2;
-constexpr int DEFAULT_POINTS = 20;
-constexpr int DIVISIONS = 10;
 
 uint64_t parseCount(const char *text, uint64_t min, uint64_t max)
 {
@@ -66,33 +67,13 @@ int dump(const std::string &path, const std::string &name, uint64_t count)
     return 0;
 }
 
-// The y range the graph first shows: ten 1-2-5 divisions around the rounded mid-range.
-void initialRange(const std::vector<double> &samples, double &yMin, double &yMax)
-{
-    double lo = std::numeric_limits<double>::infinity(), hi = -lo;
-    for (double v : samples) {
-        if (!std::isnan(v)) {
-            lo = std::min(lo, v);
-            hi = std::max(hi, v);
-        }
-    }
-    if (!(lo <= hi))
-        lo = hi = 0.0;
-    double division = Scale125::nextUp((hi - lo) / DIVISIONS);
-    if (!(division > 0.0) || !std::isfinite(division))
-        division = 1.0; // a flat trace still gets limits around it
-    const double centre = std::round((hi + lo) / 2 / division) * division;
-    yMin = centre - division * DIVISIONS / 2;
-    yMax = centre + division * DIVISIONS / 2;
-}
-
 struct EnvelopeOptions
 {
-    int points = DEFAULT_POINTS;
+    int points = 0; // an upper bound on the knots; 0 lets the construction decide
     std::vector<std::string> from;
     double sigma = 0.0;
-    std::string dx = "0";
-    std::string dy = "0";
+    std::string dx;
+    std::string dy;
 };
 
 EnvelopeOptions parseEnvelopeOptions(const std::vector<std::string> &args)
@@ -120,80 +101,59 @@ EnvelopeOptions parseEnvelopeOptions(const std::vector<std::string> &args)
     return o;
 }
 
-// A tolerance given on the command line: a number with an optional prefix and unit, not negative.
+// A tolerance given on the command line: a number with an optional prefix and unit, not negative;
+// NaN, for the construction to choose, when none is given.
 double parseTolerance(const std::string &text, const QString &unit)
 {
+    if (text.empty())
+        return std::numeric_limits<double>::quiet_NaN();
     const double value = parseScaledValue(QString::fromStdString(text), unit);
     if (!(value >= 0.0) || !std::isfinite(value))
         throw Failure{"'" + text + "' is no tolerance in " + (unit.isEmpty() ? "units" : unit.toStdString())};
     return value;
 }
 
-void storeEnvelope(const std::string &path, const QString &name, EnvelopeData envelope, const EnvelopeOptions &o)
-{
-    const double dx = parseTolerance(o.dx, QStringLiteral("s"));
-    const double dy = parseTolerance(o.dy, envelope.upper.unit);
-    if (dx > 0.0 || dy > 0.0)
-        envelope = widenEnvelope(envelope, dx, dy);
-    if (!saveEnvelope(QString::fromStdString(path), name, envelope))
-        throw Failure{lastEnvelopeFileError().toStdString()};
-}
-
+// Makes NAME's envelope from the captures (FILE itself without --from) and stores it in FILE.
 int makeEnvelope(const std::string &path, const std::string &name, const EnvelopeOptions &options)
-{
-    const int pointCount = options.points;
-    const WaveformData waveform = loadWaveform(path, name, std::numeric_limits<uint64_t>::max());
-    const std::vector<double> &samples = *waveform.samples;
-    if (samples.size() < 2)
-        throw Failure{"waveform '" + name + "' has fewer than two samples"};
-    double yMin = 0.0, yMax = 0.0;
-    initialRange(samples, yMin, yMax);
-    const double start = waveform.startTime;
-    const double end = static_cast<double>(samples.size() - 1) * waveform.sampleInterval + start;
-    const QVector<EnvelopePoint> points = generateEnvelopePoints(waveform, start, end, pointCount, yMin, yMax);
-
-    EnvelopeData envelope;
-    for (WaveformData *curve : {&envelope.upper, &envelope.lower}) {
-        curve->unit = waveform.unit;
-        curve->startTime = start;
-        curve->sampleInterval = (end - start) / (pointCount - 1);
-    }
-    envelope.upper.name = waveform.name + QStringLiteral(" [upper]");
-    envelope.lower.name = waveform.name + QStringLiteral(" [lower]");
-    for (const EnvelopePoint &p : points) {
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        envelope.upper.samples.writable().push_back(p.enabled ? p.upperValue : nan);
-        envelope.lower.samples.writable().push_back(p.enabled ? p.lowerValue : nan);
-    }
-    storeEnvelope(path, waveform.name, envelope, options);
-    return 0;
-}
-
-// The envelope of NAME in FILE from the spread of NAME over several good captures.
-int makeEnvelopeFrom(const std::string &path, const std::string &name, const EnvelopeOptions &options)
 {
     const auto infos = readInfos(path);
     const SigrokWaveformInfo &target = infos[static_cast<size_t>(findWaveform(infos, name))];
-    QVector<WaveformData> captures;
-    for (const std::string &good : options.from) {
+    const std::vector<std::string> sources = options.from.empty() ? std::vector<std::string>{path} : options.from;
+    SourceHull hull(options.sigma);
+    QString unit;
+    for (const std::string &good : sources) {
+        WaveformData capture;
         try {
-            captures.append(loadWaveform(good, name, std::numeric_limits<uint64_t>::max()));
+            capture = loadWaveform(good, name, std::numeric_limits<uint64_t>::max());
         } catch (const Failure &failure) {
             throw Failure{good + ": " + failure.reason};
         }
+        // The envelope is stored for FILE's waveform: every capture must share its time base.
+        if (capture.samples->size() != target.sampleCount || capture.sampleInterval != target.sampleInterval
+            || capture.startTime != target.startTime)
+            throw Failure{good + ": '" + name + "' differs from the one in " + path + " in length, sample rate or start"};
+        unit = capture.unit;
+        QString error;
+        if (!hull.add(capture, &error))
+            throw Failure{good + ": " + error.toStdString()};
     }
-    // The envelope is stored for FILE's waveform: the good captures must share its time base
-    // (they are compared with one another below).
-    const WaveformData &first = captures.first();
-    if (first.samples->size() != target.sampleCount || first.sampleInterval != target.sampleInterval
-        || first.startTime != target.startTime)
-        throw Failure{options.from.front() + ": '" + name + "' differs from the one in " + path
-                      + " in length, sample rate or start"};
+    EnvelopeBuildOptions build;
+    build.dx = parseTolerance(options.dx, QStringLiteral("s"));
+    build.dy = parseTolerance(options.dy, unit);
+    build.sigma = options.sigma;
+    build.maxKnots = options.points;
+    EnvelopeBuildReport report;
     QString error;
-    const EnvelopeData envelope = envelopeFromCaptures(captures, options.points, options.sigma, &error);
+    const EnvelopeData envelope = hull.build(build, &report, &error);
     if (envelope.isEmpty())
         throw Failure{error.toStdString()};
-    storeEnvelope(path, QString::fromStdString(name), envelope, options);
+    if (!saveEnvelope(QString::fromStdString(path), QString::fromStdString(name), envelope))
+        throw Failure{lastEnvelopeFileError().toStdString()};
+    std::printf("%s: %d knots, %llu samples per limit, dx %s, dy %s, from %d capture%s\n", name.c_str(), report.knots,
+                static_cast<unsigned long long>(report.intervals + 1),
+                qPrintable(ValueFormatter::formatWithUnit(report.dx, QStringLiteral("s"))),
+                qPrintable(ValueFormatter::formatWithUnit(report.dy, unit)), report.captures,
+                report.captures == 1 ? "" : "s");
     return 0;
 }
 
@@ -221,8 +181,7 @@ int run(const std::vector<std::string> &args)
     if (command == "envelope" && args.size() == 4 && args[3] == "--remove")
         return removeEnvelopeOf(path, args[2]);
     if (command == "envelope" && args.size() >= 3) {
-        const EnvelopeOptions options = parseEnvelopeOptions(args);
-        return options.from.empty() ? makeEnvelope(path, args[2], options) : makeEnvelopeFrom(path, args[2], options);
+        return makeEnvelope(path, args[2], parseEnvelopeOptions(args));
     }
     if (command == "check")
         return checkCaptures(args);

@@ -5,7 +5,7 @@
 #include "navigation.h"
 #include "envelopeeditorcontroller.h"
 #include "vorngraph_export.h"
-#include "vornwaveform.h"
+#include "vornmask.h"
 
 #include <QColor>
 #include <QList>

@@ -27,8 +27,11 @@ bool extremesBetween(const WaveformData &waveform, double from, double to, doubl
     if (samples.empty() || !(dt > 0.0))
         return false;
     const double last = static_cast<double>(samples.size() - 1);
-    double first = std::ceil((from - waveform.startTime) / dt);
-    double final = std::floor((to - waveform.startTime) / dt);
+    // A sample within rounding of a border counts on both sides of it.
+    const auto slack = [](double position) { return 1e-6 + 1e-12 * std::fabs(position); };
+    const double a = (from - waveform.startTime) / dt, b = (to - waveform.startTime) / dt;
+    double first = std::ceil(a - slack(a));
+    double final = std::floor(b + slack(b));
     if (first > final) {
         // A window narrower than one sample interval takes the sample nearest to it.
         first = final = std::round(((from + to) / 2 - waveform.startTime) / dt);
@@ -70,8 +73,10 @@ QVector<EnvelopePoint> generateEnvelopePoints(const WaveformData &waveform, doub
     const double range = yMax - yMin;
     for (int i = 0; i < count; ++i) {
         const double t = pointTime(start, end, i, count);
-        const double from = i > 0 ? (pointTime(start, end, i - 1, count) + t) / 2 : t;
-        const double to = i + 1 < count ? (t + pointTime(start, end, i + 1, count)) / 2 : t;
+        // The limits run straight to the neighbouring points, so each point bounds the samples all
+        // the way to both of them.
+        const double from = i > 0 ? pointTime(start, end, i - 1, count) : t;
+        const double to = i + 1 < count ? pointTime(start, end, i + 1, count) : t;
         EnvelopePoint point;
         point.time = t;
         double lo = 0.0, hi = 0.0;

@@ -117,7 +117,7 @@ private slots:
         QVERIFY2(made.exitCode == 0, made.err.constData());
         const QList<QStringList> listed = vornList(saved);
         QCOMPARE(listed.size(), 6);
-        QVERIFY(listed[4][1] == "A0 [upper]" && listed[5][1] == "A0 [lower]" && listed[4][2] == "30");
+        QVERIFY(listed[4][1] == "A0 [upper]" && listed[5][1] == "A0 [lower]" && listed[4][2] == listed[0][2]);
         const auto after = storedMembers(saved);
         for (const auto &[name, member] : before)
             QVERIFY2(after.count(name) && after.at(name) == member, name.constData());

@@ -26,7 +26,7 @@ class TstVornCheck : public QObject
     Q_OBJECT
 
 private slots:
-    // good.sr gets an envelope of 20 points from three captures; tight.sr one of 20 points that
+    // good.sr gets an envelope of at most 20 knots from three captures; tight.sr one of 20 points that
     // is wide up to point 8, has a gap at point 9 and lies far below the signal from point 10 on;
     // bare.sr has none.
     void initTestCase()
@@ -37,11 +37,13 @@ private slots:
         for (const char *name : {"good.sr", "a.sr", "b.sr", "bare.sr"})
             QCOMPARE(QProcess::execute(sigrok, {"-d", "demo", "--channels", "A0,A1", "--config", "samplerate=1M",
                                                 "--samples", "20000", "-o", path(name)}), 0);
-        QCOMPARE(vorn({"envelope", path("good.sr"), "A1", "--from", path("a.sr"), path("b.sr"), path("good.sr"),
-                       "--points", "20", "--dx", "2us", "--dy", "50 mV"}).exitCode, 0);
-        QCOMPARE(vorn({"dump", path("good.sr"), "A1 [upper]"}).out.count('\n'), 20);
+        const Run made = vorn({"envelope", path("good.sr"), "A1", "--from", path("a.sr"), path("b.sr"), path("good.sr"),
+                               "--points", "20", "--dx", "2us", "--dy", "50 mV"});
+        QCOMPARE(made.exitCode, 0);
+        QVERIFY2(made.out.startsWith("A1: ") && made.out.split(' ')[1].toInt() <= 20, made.out.constData());
         // Limits from a capture of another length would not fit the one they are stored in.
-        QCOMPARE(QProcess::execute(sigrok, {"-d", "demo", "--channels", "A1", "--samples", "10000", "-o", path("short.sr")}), 0);
+        QCOMPARE(QProcess::execute(sigrok, {"-d", "demo", "--channels", "A1", "--config", "samplerate=1M", "--samples",
+                                            "10000", "-o", path("short.sr")}), 0);
         QCOMPARE(vorn({"envelope", path("bare.sr"), "A1", "--from", path("short.sr")}).exitCode, 2);
 
         EnvelopeData tight;
@@ -91,7 +93,7 @@ private slots:
             const QJsonObject r = reports[i].toObject();
             const bool fail = results[i] == "fail";
             QCOMPARE(r.keys(), QStringList({"above", "below", "checked", "file", "first_violation", "min_margin", "nan",
-                                            "result", "waveform", "worst_above", "worst_below"}));
+                                            "result", "shift", "uncovered", "waveform", "worst_above", "worst_below"}));
             QCOMPARE(QStringList({r["result"].toString(), QString::number(r["checked"].toDouble()),
                                   QString::number(r["min_margin"].toDouble() < 0),
                                   QString::number(r["first_violation"].toDouble(-1)),
@@ -100,6 +102,28 @@ private slots:
                      QStringList({results[i], "20000", QString::number(fail),
                                   QString::number(fail ? m_firstViolation : -1), QString::number(fail), "1"}));
         }
+    }
+
+    // A capture that ends early fails; an envelope with no sample under it judges nothing.
+    void uncoveredEnvelopesDoNotPass()
+    {
+        Run run = vorn({"check", "--json", path("short.sr"), "--reference", path("good.sr")});
+        QCOMPARE(run.exitCode, 3);
+        const QJsonObject r = QJsonDocument::fromJson(run.out).array().at(0).toObject();
+        QCOMPARE(r["result"].toString(), "fail");
+        QCOMPARE(r["uncovered"].toDouble(), 10000e-6);
+
+        QVERIFY(QFile::copy(path("bare.sr"), path("later.sr")));
+        EnvelopeData later;
+        for (WaveformData *curve : {&later.upper, &later.lower}) {
+            curve->startTime = 1.0;
+            curve->sampleInterval = 1e-3;
+            curve->samples.writable().assign(5, curve == &later.upper ? 10.0 : -10.0);
+        }
+        QVERIFY(saveEnvelope(path("later.sr"), "A1", later));
+        run = vorn({"check", path("later.sr")});
+        QCOMPARE(run.exitCode, 2);
+        QVERIFY2(run.err.contains("A1: no sample lies under its envelope"), run.err.constData());
     }
 
     void junitReportReadsBack()

@@ -1,4 +1,4 @@
-#include "vornwaveform.h"
+#include "vornmask.h"
 
 #include <QTest>
 
@@ -58,7 +58,7 @@ private slots:
     }
 
     // The y range is 0..200 or -1..9: a margin of 10 or 0.5, the empty limits at 90 % and 10 %.
-    // Limits half way to the neighbours, a region after the data, no samples, no points.
+    // Limits over the samples up to both neighbours, a region after the data, no samples, no points.
     void generatesPointsFromTheSamples()
     {
         const auto points = [](const WaveformData &w, double start, double end, int count, double yMax) {
@@ -66,7 +66,49 @@ private slots:
         };
         QCOMPARE(QStringList({points(ramp(101, 1.0, 0.0), 0.0, 100.0, 3, 200.0), points(ramp(10, 1.0, 0.0), 50.0, 60.0, 3, 9.0),
                               points(WaveformData(), 0.0, 1.0, 2, 9.0), points(ramp(10, 1.0, 0.0), 0.0, 9.0, 0, 9.0)}),
-                 QStringList({"0 35 -10, 50 85 15, 100 110 65", "50 8 0, 55 8 0, 60 8 0", "0 8 0, 1 8 0", ""}));
+                 QStringList({"0 60 -10, 50 110 -10, 100 110 40", "50 8 0, 55 8 0, 60 8 0", "0 8 0, 1 8 0", ""}));
+    }
+
+    // The editor joins the points by straight limits, as the checker reads them: whatever the
+    // region and the count, every sample under them lies inside.
+    void generatedLimitsContainTheSamples_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("end");
+        for (const char *kind : {"step", "square", "noise"}) {
+            QTest::addRow("%s/whole", kind) << QString(kind) << 0.0 << 0.999;
+            QTest::addRow("%s/part", kind) << QString(kind) << 0.137 << 0.613;
+        }
+    }
+    void generatedLimitsContainTheSamples()
+    {
+        QFETCH(QString, kind);
+        QFETCH(double, start);
+        QFETCH(double, end);
+        WaveformData w = ramp(1000, 1e-3, 0.0);
+        uint32_t state = 12345;
+        for (double &v : w.samples.writable()) {
+            const int i = static_cast<int>(&v - w.samples->data());
+            state = state * 1664525u + 1013904223u;
+            const double noise = (state >> 8) / double(1 << 24) - 0.5;
+            v = kind == "step" ? (i >= 400) * 5.0 : kind == "square" ? ((i / 23) % 2) * 3.0 + 0.01 * noise : noise;
+        }
+        for (int count : {2, 3, 7, 20, 48, 100}) {
+            const QVector<EnvelopePoint> points = generateEnvelopePoints(w, start, end, count, -10.0, 10.0);
+            EnvelopeData e;
+            for (WaveformData *curve : {&e.upper, &e.lower}) {
+                curve->startTime = points.first().time;
+                curve->sampleInterval = (points.last().time - points.first().time) / (count - 1);
+            }
+            for (const EnvelopePoint &p : points) {
+                e.upper.samples.writable().push_back(p.upperValue);
+                e.lower.samples.writable().push_back(p.lowerValue);
+            }
+            const EnvelopeCheckResult r = checkEnvelope(w, e);
+            QVERIFY2(r.violations() == 0 && r.checked > 0, qPrintable(QStringLiteral("%1 points: %2 outside at %3")
+                                                                          .arg(count).arg(r.violations()).arg(r.firstViolation)));
+        }
     }
 
     void samplesAnEnvelopeIntoPoints_data()

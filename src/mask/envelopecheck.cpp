@@ -1,4 +1,4 @@
-#include "vornwaveform.h"
+#include "vornmask.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -64,6 +64,44 @@ std::vector<Line> limitLines(const WaveformData &curve, const TimeBase &samples)
             lines.push_back({first, last, y[k], (y[k + 1] - y[k]) / (time.at(k + 1) - time.at(k)), time.at(k)});
     }
     return lines;
+}
+
+// The time span over which a curve sets limits: from the first to the last curve sample that
+// starts or ends a stretch between two valid samples. Empty (first > last) when there is none.
+std::pair<double, double> limitSpan(const WaveformData &curve)
+{
+    const std::vector<double> &y = *curve.samples;
+    std::pair<double, double> span{INFINITY, -INFINITY};
+    if (!(curve.sampleInterval > 0.0) || !std::isfinite(curve.sampleInterval) || !std::isfinite(curve.startTime))
+        return span;
+    const TimeBase time{curve.sampleInterval, curve.startTime, y.size()};
+    uint64_t k = 0;
+    while (k + 1 < y.size() && (std::isnan(y[k]) || std::isnan(y[k + 1])))
+        ++k;
+    if (k + 1 >= y.size())
+        return span;
+    uint64_t e = y.size() - 1;
+    while (std::isnan(y[e]) || std::isnan(y[e - 1]))
+        --e;
+    return {time.at(k), time.at(e)};
+}
+
+// Seconds of the limits' span before the first and after the last sample; a part shorter than
+// half a sample interval is rounding, not a capture that starts late or ends early.
+double uncoveredSpan(const TimeBase &samples, const EnvelopeData &envelope)
+{
+    const auto [ua, ub] = limitSpan(envelope.upper);
+    const auto [la, lb] = limitSpan(envelope.lower);
+    const double first = std::min(ua, la), last = std::max(ub, lb);
+    if (!(first <= last))
+        return 0.0;
+    const double length = last - first;
+    const double slack = samples.interval / 2;
+    double before = std::clamp(samples.at(0) - first, 0.0, length);
+    double after = std::clamp(last - samples.at(samples.count - 1), 0.0, length);
+    before = before > slack ? before : 0.0;
+    after = after > slack ? after : 0.0;
+    return std::min(before + after, length);
 }
 
 struct Partial
@@ -404,5 +442,6 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
         result.worstBelow = {time.at(total.worstBelowIndex), total.worstBelow};
     if (total.minMargin != INFINITY)
         result.minMargin = total.minMargin;
+    result.uncovered = uncoveredSpan(time, envelope);
     return result;
 }

@@ -1,4 +1,4 @@
-#include "vornwaveform.h"
+#include "vornmask.h"
 
 #include <QTest>
 
@@ -118,25 +118,6 @@ private slots:
         QCOMPARE(QList<uint64_t>({mask.findNext(6, 1'000'000), mask.findNext(65, 200'000), mask.findPrevious(300'000),
                                   mask.findPrevious(1'000'000), mask.findPrevious(5)}),
                  QList<uint64_t>({64, 200'000, 64, 300'000, 1'000'000}));
-    }
-
-    void envelopeFromCapturesCoversTheirSpread()
-    {
-        // Three points over 0..4 s see samples {0,1}, {1,2,3} and {3,4}.
-        const QVector<WaveformData> captures{curve({0, 1, 2, 3, 4}, 1.0, 0.0), curve({2, 1, 0, 5, 4}, 1.0, 0.0)};
-        QString error;
-        EnvelopeData e = envelopeFromCaptures(captures, 3, 0.0, &error);
-        QCOMPARE(*e.upper.samples, (std::vector<double>{2, 5, 5}));
-        QCOMPARE(*e.lower.samples, (std::vector<double>{0, 0, 3}));
-        QCOMPARE(e.upper.sampleInterval, 2.0);
-        e = envelopeFromCaptures(captures, 3, 1.0, &error);
-        QCOMPARE(e.upper.samples->at(0), 1.5 + std::sqrt(0.5)); // maxima 1 and 2
-        // Widened by one curve interval, each limit takes the farthest of its neighbours, then 0.5 more.
-        e = widenEnvelope(e, 2.0, 0.5);
-        QCOMPARE(e.upper.samples->at(0), 4.5 + std::sqrt(2.0));
-        QCOMPARE(e.lower.samples->at(2), -std::sqrt(0.5));
-        QVERIFY(envelopeFromCaptures({captures[0], curve({1, 2}, 1.0, 0.0)}, 3, 0.0, &error).isEmpty());
-        QVERIFY(error.contains("differ"));
     }
 };
 

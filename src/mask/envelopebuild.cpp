@@ -1,0 +1,233 @@
+#include "vornmask.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <limits>
+
+namespace {
+
+constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("EnvelopeBuild", text);
+}
+
+// The curve's value at t, linear between its samples; NaN outside it or next to a gap.
+double valueAt(const WaveformData &curve, double t)
+{
+    const std::vector<double> &y = *curve.samples;
+    const double position = (t - curve.startTime) / curve.sampleInterval;
+    if (!(position >= 0.0) || position > static_cast<double>(y.size() - 1))
+        return NaN;
+    const auto k = static_cast<size_t>(position);
+    const double f = position - static_cast<double>(k);
+    return f > 0.0 ? y[k] + f * (y[k + 1] - y[k]) : y[k];
+}
+
+// The largest (sign 1) or smallest (sign -1) value of the curve over [t - dx, t + dx], moved out by dy.
+double widened(const WaveformData &curve, size_t k, double dx, double dy, double sign)
+{
+    const std::vector<double> &y = *curve.samples;
+    if (std::isnan(y[k]))
+        return NaN;
+    const double t = static_cast<double>(k) * curve.sampleInterval + curve.startTime;
+    double best = sign * y[k];
+    for (double edge : {valueAt(curve, t - dx), valueAt(curve, t + dx)}) {
+        if (!std::isnan(edge))
+            best = std::max(best, sign * edge);
+    }
+    const double reach = std::floor(dx / curve.sampleInterval);
+    const size_t from = reach < static_cast<double>(k) ? k - static_cast<size_t>(reach) : 0;
+    const size_t to = reach < static_cast<double>(y.size() - k) ? k + static_cast<size_t>(reach) : y.size() - 1;
+    for (size_t j = from; j <= to; ++j) {
+        if (!std::isnan(y[j]))
+            best = std::max(best, sign * y[j]);
+    }
+    return sign * best + sign * dy;
+}
+
+int enabledCount(const QVector<EnvelopePoint> &knots)
+{
+    return static_cast<int>(std::count_if(knots.begin(), knots.end(), [](const EnvelopePoint &p) { return p.enabled; }));
+}
+
+// The largest (sign 1) or smallest (sign -1) of x over [i - reach, i + reach], for i rising, with
+// a step back by one allowed: a window extreme kept by a queue of candidates, each value
+// pushed and dropped once. Infinities of the wrong sign stand for samples no capture had.
+class WindowExtreme
+{
+public:
+    WindowExtreme(const std::vector<double> &x, uint64_t reach, double sign) : m_x(x), m_reach(reach), m_sign(sign) {}
+
+    double at(uint64_t i)
+    {
+        if (i == m_lastIndex)
+            return m_last;
+        if (i + 1 == m_lastIndex)
+            return m_previous;
+        while (m_next <= std::min<uint64_t>(i + m_reach, m_x.size() - 1)) {
+            const double signed_ = m_sign * m_x[m_next];
+            const double v = std::isnan(signed_) ? -INFINITY : signed_;
+            while (!m_queue.empty() && !(m_queue.back().second > v))
+                m_queue.pop_back();
+            m_queue.emplace_back(m_next++, v);
+        }
+        while (m_queue.front().first + m_reach < i)
+            m_queue.pop_front();
+        m_previous = m_last;
+        m_last = m_sign * m_queue.front().second;
+        m_lastIndex = i;
+        return m_last;
+    }
+
+private:
+    const std::vector<double> &m_x;
+    uint64_t m_reach;
+    double m_sign;
+    uint64_t m_next = 0;
+    std::deque<std::pair<uint64_t, double>> m_queue;
+    uint64_t m_lastIndex = UINT64_MAX;
+    double m_last = 0.0;
+    double m_previous = 0.0;
+};
+
+// The extreme of x, widened by reach samples, over each of cells cells that split samples
+// i0 ... i0 + q; a cell holds both samples on its borders, so that a sample the checker places
+// a rounding error into the neighbouring cell is bounded there too.
+std::vector<double> cellExtremes(const std::vector<double> &x, uint64_t reach, uint64_t i0, uint64_t q,
+                                 uint64_t cells, double sign)
+{
+    std::vector<double> result(cells);
+    WindowExtreme window(x, reach, sign);
+    for (uint64_t j = 0; j < cells; ++j) {
+        const uint64_t a = i0 + j * q / cells, b = i0 + ((j + 1) * q + cells - 1) / cells;
+        double best = -INFINITY;
+        for (uint64_t i = a; i <= b; ++i)
+            best = std::max(best, sign * window.at(i));
+        result[j] = sign * best;
+    }
+    return result;
+}
+
+} // namespace
+
+EnvelopeData SourceHull::build(const EnvelopeBuildOptions &options, EnvelopeBuildReport *report, QString *error) const
+{
+    const auto fail = [error](const QString &reason) {
+        if (error)
+            *error = reason;
+        return EnvelopeData();
+    };
+    if (m_captures == 0)
+        return fail(tr("an envelope needs at least one capture"));
+    const double dt = m_model.sampleInterval, t0 = m_model.startTime;
+    const double dx = std::isnan(options.dx) ? defaultDx() : options.dx;
+    const double dy = std::isnan(options.dy) ? defaultDy() : options.dy;
+    if (!(dx >= 0.0) || !(dy >= 0.0) || !std::isfinite(dx) || !std::isfinite(dy))
+        return fail(tr("tolerances must be finite and not negative"));
+
+    // The region, on samples: the first at or after its start, the last at or before its end.
+    const double last = static_cast<double>(m_count - 1);
+    const double from = std::isnan(options.start) ? 0.0 : std::max(0.0, std::ceil((options.start - t0) / dt - 1e-9));
+    const double to = std::isnan(options.end) ? last : std::min(last, std::floor((options.end - t0) / dt + 1e-9));
+    if (!(from < to))
+        return fail(tr("the region holds fewer than two samples of '%1'").arg(m_model.name));
+    const auto i0 = static_cast<uint64_t>(from), i1 = static_cast<uint64_t>(to);
+    const uint64_t q = i1 - i0;
+    const uint64_t cells = std::clamp<uint64_t>(options.maxIntervals, 1, q);
+    const auto reach = static_cast<uint64_t>(std::ceil(std::min(dx / dt, last) - 1e-9));
+
+    std::vector<double> high, low;
+    if (m_sigma > 0.0) {
+        // Mean and sample deviation from the sums; one capture has no spread.
+        const double n = m_captures;
+        high.resize(m_count);
+        low.resize(m_count);
+        for (uint64_t i = 0; i < m_count; ++i) {
+            const double mean = m_high[i] / n;
+            const double var = n > 1 ? std::max(0.0, (m_low[i] - n * mean * mean) / (n - 1)) : 0.0;
+            high[i] = mean + m_sigma * std::sqrt(var);
+            low[i] = mean - m_sigma * std::sqrt(var);
+        }
+    }
+    const std::vector<double> &hi = m_sigma > 0.0 ? high : m_high;
+    const std::vector<double> &lo = m_sigma > 0.0 ? low : m_low;
+    std::vector<double> cellHigh = cellExtremes(hi, reach, i0, q, cells, 1.0);
+    std::vector<double> cellLow = cellExtremes(lo, reach, i0, q, cells, -1.0);
+    high.clear();
+    low.clear();
+
+    // A node bounds the straight limits of both cells it joins, so it takes the larger extreme.
+    const double pad = 1e-9 * (m_span + std::fabs(m_level));
+    std::vector<double> upperBound(cells + 1), lowerBound(cells + 1);
+    for (uint64_t j = 0; j <= cells; ++j) {
+        const double u = std::max(j > 0 ? cellHigh[j - 1] : -INFINITY, j < cells ? cellHigh[j] : -INFINITY);
+        const double l = std::min(j > 0 ? cellLow[j - 1] : INFINITY, j < cells ? cellLow[j] : INFINITY);
+        const bool gap = !std::isfinite(u) || !std::isfinite(l);
+        upperBound[j] = gap ? NaN : u + dy + pad;
+        lowerBound[j] = gap ? NaN : l - dy - pad;
+    }
+
+    const double start = static_cast<double>(i0) * dt + t0;
+    const double end = static_cast<double>(i1) * dt + t0;
+    double interval = (end - start) / static_cast<double>(cells);
+    // Rounding must not leave the last sample just outside the curves.
+    while (static_cast<double>(cells) * interval + start < end)
+        interval = std::nextafter(interval, INFINITY);
+
+    double tolerance = std::max({dy / 2, 1e-3 * m_span, pad});
+    if (!(tolerance > 0.0))
+        tolerance = std::max(1e-12 * std::fabs(m_level), std::numeric_limits<double>::min());
+    QVector<EnvelopePoint> knots = fitKnots(upperBound, lowerBound, tolerance, start, interval);
+    if (options.maxKnots > 0 && enabledCount(knots) > options.maxKnots) {
+        // Fewer knots need a looser fit: grow the tolerance until they fit, then halve the gap.
+        double tight = tolerance, loose = tolerance;
+        QVector<EnvelopePoint> fitting;
+        for (int i = 0; i < 200 && fitting.isEmpty(); ++i) {
+            loose *= 2;
+            QVector<EnvelopePoint> k = fitKnots(upperBound, lowerBound, loose, start, interval);
+            if (enabledCount(k) <= options.maxKnots)
+                fitting = k;
+            else
+                tight = loose;
+        }
+        if (fitting.isEmpty())
+            return fail(tr("'%1' cannot be bounded by %2 knots").arg(m_model.name).arg(options.maxKnots));
+        for (int i = 0; i < 30; ++i) {
+            const double middle = (tight + loose) / 2;
+            QVector<EnvelopePoint> k = fitKnots(upperBound, lowerBound, middle, start, interval);
+            if (enabledCount(k) <= options.maxKnots) {
+                fitting = k;
+                loose = middle;
+            } else {
+                tight = middle;
+            }
+        }
+        knots = fitting;
+        tolerance = loose;
+    }
+
+    EnvelopeData envelope = resampleKnots(knots, start, interval, cells + 1);
+    envelope.upper.name = m_model.name + QStringLiteral(" [upper]");
+    envelope.lower.name = m_model.name + QStringLiteral(" [lower]");
+    envelope.upper.unit = envelope.lower.unit = m_model.unit;
+    if (report)
+        *report = {dx, dy, tolerance, enabledCount(knots), cells, m_captures};
+    return envelope;
+}
+
+EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy)
+{
+    EnvelopeData wide = envelope;
+    for (auto [curve, sign] : {std::make_pair(&wide.upper, 1.0), std::make_pair(&wide.lower, -1.0)}) {
+        const WaveformData &from = sign > 0 ? envelope.upper : envelope.lower;
+        std::vector<double> &y = curve->samples.writable();
+        for (size_t k = 0; k < y.size(); ++k)
+            y[k] = widened(from, k, std::max(dx, 0.0), dy, sign);
+    }
+    return wide;
+}

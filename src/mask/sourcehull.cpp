@@ -1,0 +1,174 @@
+#include "vornmask.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr uint64_t NOISE_PROBES = 200000; // samples looked at for a noise estimate
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("EnvelopeBuild", text);
+}
+
+double median(std::vector<double> &v)
+{
+    if (v.empty())
+        return 0.0;
+    const auto middle = v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2);
+    std::nth_element(v.begin(), middle, v.end());
+    return *middle;
+}
+
+// The standard deviation of white noise on a signal that bends slowly: second differences cancel
+// the signal's level and slope, and their median ignores the edges.
+double noiseOf(const std::vector<double> &x)
+{
+    if (x.size() < 3)
+        return 0.0;
+    const uint64_t step = std::max<uint64_t>(1, (x.size() - 2) / NOISE_PROBES);
+    std::vector<double> d;
+    for (uint64_t i = 1; i + 1 < x.size(); i += step) {
+        const double s = x[i + 1] - 2 * x[i] + x[i - 1];
+        if (std::isfinite(s))
+            d.push_back(std::fabs(s));
+    }
+    return median(d) / (0.6745 * std::sqrt(6.0));
+}
+
+// Times at which x crosses level, interpolated between samples; a crossing counts only once the
+// signal has gone past level by the hysteresis, so that noise on a flat part makes none.
+std::vector<double> edgeTimes(const WaveformData &w, double level, double hysteresis)
+{
+    std::vector<double> edges;
+    const std::vector<double> &x = *w.samples;
+    int state = 0; // -1 low, 1 high, 0 not yet known
+    uint64_t lastAtOrBelow = UINT64_MAX, lastAtOrAbove = UINT64_MAX;
+    for (uint64_t i = 0; i < x.size(); ++i) {
+        const double v = x[i];
+        if (std::isnan(v))
+            continue;
+        if (v <= level)
+            lastAtOrBelow = i;
+        if (v >= level)
+            lastAtOrAbove = i;
+        const int now = v > level + hysteresis ? 1 : v < level - hysteresis ? -1 : state;
+        if (now != state && state != 0) {
+            const uint64_t k = now > 0 ? lastAtOrBelow : lastAtOrAbove;
+            double t = static_cast<double>(k) * w.sampleInterval + w.startTime;
+            if (k + 1 < x.size() && x[k + 1] != x[k])
+                t += (level - x[k]) / (x[k + 1] - x[k]) * w.sampleInterval;
+            edges.push_back(t);
+        }
+        state = now;
+    }
+    return edges;
+}
+
+// The expected range of n normal samples in standard deviations, for n = 2 ... 10; beyond, the
+// range grows slowly and the last value is close enough for a margin.
+double expectedRange(int n)
+{
+    static const double table[] = {1.128, 1.693, 2.059, 2.326, 2.534, 2.704, 2.847, 2.970, 3.078};
+    return table[std::clamp(n, 2, 10) - 2];
+}
+
+} // namespace
+
+SourceHull::SourceHull(double sigma) : m_sigma(sigma > 0.0 ? sigma : 0.0) {}
+
+bool SourceHull::add(const WaveformData &capture, QString *error)
+{
+    const std::vector<double> &x = *capture.samples;
+    if (m_captures == 0) {
+        if (x.size() < 2 || !(capture.sampleInterval > 0.0) || !std::isfinite(capture.sampleInterval)) {
+            if (error)
+                *error = tr("'%1' has fewer than two samples").arg(capture.name);
+            return false;
+        }
+        m_model.name = capture.name;
+        m_model.unit = capture.unit;
+        m_model.sampleInterval = capture.sampleInterval;
+        m_model.startTime = capture.startTime;
+        m_count = x.size();
+        m_high.assign(m_count, m_sigma > 0.0 ? 0.0 : -INFINITY);
+        m_low.assign(m_count, m_sigma > 0.0 ? 0.0 : INFINITY);
+        double lo = INFINITY, hi = -INFINITY;
+        for (double v : x) {
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+        }
+        m_span = lo <= hi ? hi - lo : 0.0;
+        m_level = (hi + lo) / 2;
+        m_hysteresis = m_span / 10;
+    } else if (x.size() != m_count || capture.sampleInterval != m_model.sampleInterval
+               || capture.startTime != m_model.startTime) {
+        if (error)
+            *error = tr("the captures differ in length, sample rate or start: %1 samples at %2 against %3 at %4")
+                         .arg(x.size()).arg(ValueFormatter::formatWithUnit(capture.sampleInterval, "s"))
+                         .arg(m_count).arg(ValueFormatter::formatWithUnit(m_model.sampleInterval, "s"));
+        return false;
+    }
+    if (m_sigma > 0.0) {
+        for (uint64_t i = 0; i < m_count; ++i) {
+            m_high[i] += x[i];
+            m_low[i] += x[i] * x[i];
+        }
+    } else {
+        double *high = m_high.data(), *low = m_low.data();
+        const double *v = x.data();
+        // NaN compares false, so a gap in one capture leaves the others' extremes.
+        for (uint64_t i = 0; i < m_count; ++i) {
+            high[i] = v[i] > high[i] ? v[i] : high[i];
+            low[i] = v[i] < low[i] ? v[i] : low[i];
+        }
+    }
+    m_noise = std::max(m_noise, noiseOf(x));
+    if (m_hysteresis > 0.0)
+        m_edges.push_back(edgeTimes(capture, m_level, m_hysteresis));
+    ++m_captures;
+    return true;
+}
+
+double SourceHull::defaultDy() const
+{
+    const double span = m_span;
+    double noise = m_noise;
+    if (m_captures >= 2 && m_sigma == 0.0) {
+        // The spread between captures at one sample is noise alone, even on a curved signal.
+        const uint64_t step = std::max<uint64_t>(1, m_count / NOISE_PROBES);
+        std::vector<double> spread;
+        for (uint64_t i = 0; i < m_count; i += step) {
+            if (std::isfinite(m_high[i] - m_low[i]))
+                spread.push_back(m_high[i] - m_low[i]);
+        }
+        noise = median(spread) / expectedRange(m_captures);
+    }
+    return std::max(0.01 * span, std::min(5 * noise, 0.05 * span));
+}
+
+double SourceHull::defaultDx() const
+{
+    const double dt = m_model.sampleInterval;
+    const double duration = static_cast<double>(m_count - 1) * dt;
+    // Edges matched one to one across the captures show how far their timing wanders; the next
+    // capture may wander a little further than ten have, so the whole spread is added again.
+    bool matched = m_edges.size() >= 2 && !m_edges.front().empty();
+    for (const std::vector<double> &e : m_edges)
+        matched = matched && e.size() == m_edges.front().size();
+    if (!matched)
+        return std::max(2 * dt, 1e-3 * duration);
+    double spread = 0.0;
+    for (size_t k = 0; k < m_edges.front().size(); ++k) {
+        double first = INFINITY, last = -INFINITY;
+        for (const std::vector<double> &e : m_edges) {
+            first = std::min(first, e[k]);
+            last = std::max(last, e[k]);
+        }
+        spread = std::max(spread, last - first);
+    }
+    return std::max({spread, 2 * dt, 1e-4 * duration});
+}

@@ -1,0 +1,149 @@
+#ifndef VORNMASK_H
+#define VORNMASK_H
+
+// The mask test: envelopes built from good captures, and captures judged against them.
+
+#include "vornwaveform.h"
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+// One bit per sample, set where the sample lies outside its envelope, with one summary bit per
+// 64 bits so that searching a long clean stretch costs little.
+class ViolationMask
+{
+public:
+    void reset(uint64_t sampleCount);
+    uint64_t sampleCount() const { return m_count; }
+    bool test(uint64_t index) const { return index < m_count && (m_bits[index / 64] >> (index % 64)) & 1U; }
+    void set(uint64_t index);
+    bool isEmpty() const;
+    // The first set bit in [first, last), or last when there is none.
+    uint64_t findNext(uint64_t first, uint64_t last) const;
+    // The last set bit below before, or sampleCount() when there is none.
+    uint64_t findPrevious(uint64_t before) const;
+
+private:
+    uint64_t m_count = 0;
+    std::vector<uint64_t> m_bits;
+    std::vector<uint64_t> m_summary; // bit w: word w of m_bits is not zero
+};
+
+// How a waveform fares against its envelope. Times in seconds; NaN where there is nothing to say.
+struct EnvelopeCheckResult
+{
+    struct Excess
+    {
+        double time = std::numeric_limits<double>::quiet_NaN();
+        double excess = std::numeric_limits<double>::quiet_NaN(); // beyond the limit, positive
+    };
+
+    uint64_t checked = 0;    // samples with a limit and a value
+    uint64_t nanSamples = 0; // NaN samples where there is a limit, not checked
+    uint64_t above = 0;
+    uint64_t below = 0;
+    double firstViolation = std::numeric_limits<double>::quiet_NaN();
+    Excess worstAbove;
+    Excess worstBelow;
+    // The sample closest to leaving the band, as a part of the band's height there: 0.5 in the
+    // middle, 0 on a limit, negative outside. Only where both limits exist; NaN when none did.
+    double minMargin = std::numeric_limits<double>::quiet_NaN();
+
+    // Seconds of the envelope's span with limits but no sample of the waveform under them (it
+    // starts late or ends early); NaN when the envelope has no usable time base.
+    double uncovered = 0.0;
+
+    uint64_t violations() const { return above + below; }
+    // A capture that leaves part of its envelope uncovered fails as much as one outside it.
+    bool passed() const { return violations() == 0 && !(uncovered > 0.0); }
+};
+
+// Checks every sample against the limits at its time: each curve is interpolated linearly
+// between its two samples around t, on its own time base. Outside a curve's span and next to a
+// NaN curve sample that curve sets no limit. A sample on a limit passes. With violations given,
+// it is reset to the waveform's length and marks every sample outside.
+EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeData &envelope,
+                                  ViolationMask *violations = nullptr);
+
+// How an envelope is made from good captures. NaN tolerances are chosen from the captures.
+struct EnvelopeBuildOptions
+{
+    double dx = std::numeric_limits<double>::quiet_NaN(); // seconds: the limit at t covers t - dx ... t + dx
+    double dy = std::numeric_limits<double>::quiet_NaN(); // the waveform's unit: both limits move out by dy
+    // Above zero: limits at the per-sample mean plus and minus sigma standard deviations of the
+    // captures instead of their extremes; such an envelope need not contain its captures.
+    double sigma = 0.0;
+    int maxKnots = 0; // an upper bound on the knots; 0 lets the construction decide
+    double start = std::numeric_limits<double>::quiet_NaN(); // the region; NaN: the captures' span
+    double end = std::numeric_limits<double>::quiet_NaN();
+    uint64_t maxIntervals = 65536; // of the stored curves, so that long captures give small envelopes
+};
+
+// What a construction chose, for people to read.
+struct EnvelopeBuildReport
+{
+    double dx = 0.0;
+    double dy = 0.0;
+    double tolerance = 0.0; // how far above the bound a limit may run, so that knots stay few
+    int knots = 0;
+    uint64_t intervals = 0;
+    int captures = 0;
+};
+
+// The per-sample extremes of several captures of one waveform, gathered one capture at a time so
+// that only one capture and the hull need to be in memory. The first capture sets the time base;
+// the others must share it.
+class SourceHull
+{
+public:
+    // With sigma > 0 it also gathers the per-sample mean and spread that build() then uses.
+    explicit SourceHull(double sigma = 0.0);
+
+    bool add(const WaveformData &capture, QString *error = nullptr);
+    int captureCount() const { return m_captures; }
+
+    // Limits that contain every non-NaN sample of every capture added (unless sigma is set),
+    // widened by dx and dy, as a piecewise-linear bound whose knots sit where it bends,
+    // resampled onto a uniform grid that holds each knot. Empty, with the reason, on failure.
+    EnvelopeData build(const EnvelopeBuildOptions &options, EnvelopeBuildReport *report = nullptr,
+                       QString *error = nullptr) const;
+    // The tolerances build() takes when none are given: dy from the captures' noise (their spread
+    // at each sample, or one capture's second differences) and at least 1 % of the value span,
+    // dx from the spread of their edge times and at least two samples.
+    double defaultDy() const;
+    double defaultDx() const;
+
+private:
+    double m_sigma;
+    int m_captures = 0;
+    WaveformData m_model; // name, unit and time base; no samples
+    uint64_t m_count = 0;
+    std::vector<double> m_high; // or the sum with sigma
+    std::vector<double> m_low;  // or the sum of squares with sigma
+    double m_span = 0.0;        // of the first capture's values
+    double m_noise = 0.0;       // the noisiest capture's standard deviation, from second differences
+    double m_level = 0.0;       // the level and hysteresis at which edge times are taken
+    double m_hysteresis = 0.0;
+    std::vector<std::vector<double>> m_edges; // each capture's edge times
+};
+
+// Knots of a piecewise-linear upper limit at least upperBound[j] and at most tolerance above it,
+// and of a lower limit at most lowerBound[j] and at least tolerance below it, at integer node
+// positions (time = start + node * interval); few knots where the bounds run straight, many where
+// they bend. Nodes where either bound is NaN are gaps: a disabled knot marks each gap's first node.
+QVector<EnvelopePoint> fitKnots(const std::vector<double> &upperBound, const std::vector<double> &lowerBound,
+                                double tolerance, double start, double interval);
+
+// The curves of knots whose times lie on the grid start + k * interval, k = 0 ... nodes - 1:
+// each knot exactly on its node, straight in between; NaN from a disabled knot to the next one.
+EnvelopeData resampleKnots(const QVector<EnvelopePoint> &knots, double start, double interval, uint64_t nodes);
+
+// The knots of stored curves: their first and last samples, the edges of gaps and every sample
+// where either limit bends. Resampling them gives the curves back.
+QVector<EnvelopePoint> recoverKnots(const EnvelopeData &envelope);
+
+// Widens both limits: the limit at t covers t - dx ... t + dx, then moves out by dy.
+EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy);
+
+#endif
