@@ -62,17 +62,6 @@ void printReduction(const std::vector<double> &samples)
     view(samples.size() * 45 / 100, samples.size() * 55 / 100 - 1, "zoom");
 }
 
-bool ensureCapture(const QString &file, std::size_t samples, int channels)
-{
-    if (QFileInfo::exists(file))
-        return true;
-    const bool made =
-        QProcess::execute(QStringLiteral(VORN_GENSR), {file, QString::number(samples), QString::number(channels)}) == 0;
-    // A capture just written is still being flushed to disk, which would slow the first timings.
-    ::sync();
-    return made;
-}
-
 // Seconds from starting the viewer to its first painted frame, offscreen; the best of three.
 double firstFrameSeconds(const QString &file)
 {
@@ -138,18 +127,41 @@ void printLoad()
 
 } // namespace
 
+bool ensureCapture(const QString &file, std::size_t samples, int channels)
+{
+    if (QFileInfo::exists(file))
+        return true;
+    const bool made =
+        QProcess::execute(QStringLiteral(VORN_GENSR), {file, QString::number(samples), QString::number(channels)}) == 0;
+    // A capture just written is still being flushed to disk, which would slow the first timings.
+    ::sync();
+    return made;
+}
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples)
 {
+    // VORN_BENCH_ONLY=envelope (a word of the lines wanted) prints only those lines.
+    const QByteArray only = qgetenv("VORN_BENCH_ONLY");
+    const auto want = [&only](const char *line) { return only.isEmpty() || QByteArray(line).contains(only); };
     std::printf("\n");
-    printReduction(makeSamples(LONG));
-    printCheck(makeSamples(LONG));
-    printLoad();
-    printOpen();
-    std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
-    const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);
-    const ViewStepFigure many = viewStepMilliseconds(8, 1'000'000);
-    std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());
-    std::printf("view step by kind (wheel/pan/resize): 4x25M %.1f/%.1f/%.1f ms, 8x1M %.1f/%.1f/%.1f ms\n", large.wheel,
-                large.pan, large.resize, many.wheel, many.pan, many.resize);
+    if (want("reduction zoom"))
+        printReduction(makeSamples(LONG));
+    if (want("check"))
+        printCheck(makeSamples(LONG));
+    if (want("envelope"))
+        printEnvelopeBuild();
+    if (want("load"))
+        printLoad();
+    if (want("open"))
+        printOpen();
+    if (want("drag"))
+        std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
+    if (want("view step")) {
+        const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);
+        const ViewStepFigure many = viewStepMilliseconds(8, 1'000'000);
+        std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());
+        std::printf("view step by kind (wheel/pan/resize): 4x25M %.1f/%.1f/%.1f ms, 8x1M %.1f/%.1f/%.1f ms\n", large.wheel,
+                    large.pan, large.resize, many.wheel, many.pan, many.resize);
+    }
     std::fflush(stdout);
 }

@@ -6,6 +6,8 @@
 #include <functional>
 #include <vector>
 
+class QString;
+
 // Milliseconds per mouse move while a handle of an envelope of this many points is dragged,
 // the repaint included (bench_drag.cpp).
 double dragMillisecondsPerMove(int points);
@@ -22,6 +24,11 @@ struct ViewStepFigure
 // Milliseconds per navigation step with the repaint, each kind of step on its own
 // (bench_view.cpp).
 ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples);
+
+// Prints the envelope 10x10M line (bench_envelope.cpp).
+void printEnvelopeBuild();
+// Writes a capture of this many samples on this many channels unless the file exists.
+bool ensureCapture(const QString &file, std::size_t samples, int channels);
 
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 

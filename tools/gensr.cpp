@@ -1,6 +1,11 @@
 // Writes a sigrok session file of N samples on C analog channels (sine plus noise, with a rare
-// one-sample spike), chunked the way sigrok-cli chunks its captures, for benchmarks and tests.
+// one-sample spike), chunked the way sigrok-cli chunks its captures, for benchmarks and tests;
+// or, with --pulse, one 3.3 V pulse on A1 as a bench records it (20 ms at 1 MHz, an underdamped
+// rise at 5 ms, a fall at 15 ms, 5 mV of noise, edges jittering by up to 3 us from seed to seed),
+// good or with a fault: late (rise 40 us late), early (fall 40 us early), glitch (300 mV for
+// 5 us at 10 ms), low (9 % low), short (ends 1 ms early).
 //   vorn_gensr OUT.sr SAMPLES [CHANNELS] [SAMPLERATE_HZ]
+//   vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short]
 
 #include <zip.h>
 
@@ -41,18 +46,47 @@ std::vector<float> channelSamples(size_t count, int channel)
     return samples;
 }
 
+// An underdamped step of one volt, 0 before t = 0.
+double step(double t)
+{
+    if (t < 0)
+        return 0.0;
+    const double zeta = 0.3, w = 2 * M_PI * 50e3, wd = w * std::sqrt(1 - zeta * zeta);
+    return 1 - std::exp(-zeta * w * t) * (std::cos(wd * t) + zeta / std::sqrt(1 - zeta * zeta) * std::sin(wd * t));
+}
+
+std::vector<float> pulseSamples(unsigned seed, const std::string &fault)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<double> noise(0.0, 5e-3);
+    std::uniform_real_distribution<double> jitter(-3e-6, 3e-6);
+    const double rise = 5e-3 + jitter(random) + (fault == "late" ? 40e-6 : 0.0);
+    const double fall = 15e-3 + jitter(random) - (fault == "early" ? 40e-6 : 0.0);
+    const double amplitude = fault == "low" ? 3.3 * 0.91 : 3.3;
+    std::vector<float> samples(fault == "short" ? 19000 : 20000);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const double t = static_cast<double>(i) * 1e-6;
+        const bool glitch = fault == "glitch" && t >= 10e-3 && t < 10.005e-3;
+        samples[i] = static_cast<float>(amplitude * (step(t - rise) - step(t - fall)) + noise(random) + (glitch ? 0.3 : 0.0));
+    }
+    return samples;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc < 3 || argc > 5) {
-        std::fprintf(stderr, "usage: vorn_gensr OUT.sr SAMPLES [CHANNELS] [SAMPLERATE_HZ]\n");
+    const bool pulse = argc >= 4 && argc <= 5 && std::string(argv[2]) == "--pulse";
+    if (!pulse && (argc < 3 || argc > 5)) {
+        std::fprintf(stderr, "usage: vorn_gensr OUT.sr SAMPLES [CHANNELS] [SAMPLERATE_HZ]\n"
+                             "       vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short]\n");
         return 1;
     }
     const std::string path = argv[1];
-    const size_t count = std::strtoull(argv[2], nullptr, 10);
-    const int channels = argc > 3 ? std::atoi(argv[3]) : 1;
-    const unsigned long long rate = argc > 4 ? std::strtoull(argv[4], nullptr, 10) : 1000000;
+    const std::string fault = pulse && argc == 5 ? argv[4] : "";
+    const size_t count = pulse ? 20000 : std::strtoull(argv[2], nullptr, 10);
+    const int channels = pulse ? 1 : argc > 3 ? std::atoi(argv[3]) : 1;
+    const unsigned long long rate = !pulse && argc > 4 ? std::strtoull(argv[4], nullptr, 10) : 1000000;
     if (count == 0 || channels < 1 || channels > 16 || rate == 0) {
         std::fprintf(stderr, "vorn_gensr: bad arguments\n");
         return 1;
@@ -60,7 +94,7 @@ int main(int argc, char **argv)
     std::string metadata = "[global]\nsigrok version=0.5.2\n\n[device 1]\nsamplerate=" + std::to_string(rate)
                            + " Hz\ntotal analog=" + std::to_string(channels) + "\n";
     for (int c = 1; c <= channels; ++c)
-        metadata += "analog" + std::to_string(c) + "=A" + std::to_string(c - 1) + "\n";
+        metadata += "analog" + std::to_string(c) + "=A" + std::to_string(pulse ? c : c - 1) + "\n";
 
     int error = 0;
     zip_t *zip = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
@@ -71,10 +105,11 @@ int main(int argc, char **argv)
     std::vector<std::vector<float>> data; // alive until zip_close
     bool ok = add(zip, "version", "2", 1, false) && add(zip, "metadata", metadata.data(), metadata.size(), true);
     for (int c = 0; ok && c < channels; ++c) {
-        data.push_back(channelSamples(count, c));
+        data.push_back(pulse ? pulseSamples(static_cast<unsigned>(std::strtoul(argv[3], nullptr, 10)), fault)
+                             : channelSamples(count, c));
         const std::vector<float> &samples = data.back();
-        for (size_t first = 0, chunk = 1; ok && first < count; first += CHUNK_SAMPLES, ++chunk) {
-            const size_t n = std::min(CHUNK_SAMPLES, count - first);
+        for (size_t first = 0, chunk = 1; ok && first < samples.size(); first += CHUNK_SAMPLES, ++chunk) {
+            const size_t n = std::min(CHUNK_SAMPLES, samples.size() - first);
             ok = add(zip, "analog-1-" + std::to_string(c + 1) + "-" + std::to_string(chunk), &samples[first],
                      n * sizeof(float), true);
         }

@@ -14,7 +14,7 @@ done
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 "$build/tools/vorn_gensample" "$tmp/sample.sr"
-"$build/apps/vorn/vorn" envelope "$tmp/sample.sr" Step --points 60
+"$build/apps/vorn/vorn" envelope "$tmp/sample.sr" Step
 # It must stay a capture that sigrok opens.
 sigrok-cli -i "$tmp/sample.sr" --show > /dev/null
 mv "$tmp/sample.sr" "$out"

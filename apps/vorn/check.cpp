@@ -74,7 +74,7 @@ QString describe(const Verdict &v)
                        .arg(r.checked);
     if (r.nanSamples)
         line += QStringLiteral(", %1 NaN").arg(r.nanSamples);
-    if (!r.passed()) {
+    if (r.violations()) {
         line += QStringLiteral(", %1 violations (%2 above, %3 below), first at %4")
                     .arg(r.violations()).arg(r.above).arg(r.below).arg(seconds(r.firstViolation));
     }

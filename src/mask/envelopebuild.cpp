@@ -102,6 +102,22 @@ std::vector<double> cellExtremes(const std::vector<double> &x, uint64_t reach, u
                                  uint64_t cells, double sign)
 {
     std::vector<double> result(cells);
+    const uint64_t n = x.size();
+    // Where the widening is short against a cell, a plain scan of the widened cell is cheaper
+    // than keeping the window's candidates.
+    if (2 * reach <= 8 * (q / cells)) {
+        for (uint64_t j = 0; j < cells; ++j) {
+            const uint64_t a = i0 + j * q / cells, b = i0 + ((j + 1) * q + cells - 1) / cells;
+            const uint64_t from = a > reach ? a - reach : 0, to = std::min(n - 1, b + reach);
+            double best = -INFINITY;
+            for (uint64_t i = from; i <= to; ++i) {
+                const double v = sign * x[i];
+                best = v > best ? v : best;
+            }
+            result[j] = sign * best;
+        }
+        return result;
+    }
     WindowExtreme window(x, reach, sign);
     for (uint64_t j = 0; j < cells; ++j) {
         const uint64_t a = i0 + j * q / cells, b = i0 + ((j + 1) * q + cells - 1) / cells;

@@ -40,32 +40,40 @@ double noiseOf(const std::vector<double> &x)
 }
 
 // Times at which x crosses level, interpolated between samples; a crossing counts only once the
-// signal has gone past level by the hysteresis, so that noise on a flat part makes none.
+// signal has gone past level by the hysteresis, so that noise on a flat part makes none. Between
+// edges it only searches for the next sample past the far threshold.
 std::vector<double> edgeTimes(const WaveformData &w, double level, double hysteresis)
 {
     std::vector<double> edges;
     const std::vector<double> &x = *w.samples;
-    int state = 0; // -1 low, 1 high, 0 not yet known
-    uint64_t lastAtOrBelow = UINT64_MAX, lastAtOrAbove = UINT64_MAX;
-    for (uint64_t i = 0; i < x.size(); ++i) {
-        const double v = x[i];
-        if (std::isnan(v))
-            continue;
-        if (v <= level)
-            lastAtOrBelow = i;
-        if (v >= level)
-            lastAtOrAbove = i;
-        const int now = v > level + hysteresis ? 1 : v < level - hysteresis ? -1 : state;
-        if (now != state && state != 0) {
-            const uint64_t k = now > 0 ? lastAtOrBelow : lastAtOrAbove;
-            double t = static_cast<double>(k) * w.sampleInterval + w.startTime;
-            if (k + 1 < x.size() && x[k + 1] != x[k])
-                t += (level - x[k]) / (x[k + 1] - x[k]) * w.sampleInterval;
-            edges.push_back(t);
-        }
-        state = now;
+    const uint64_t n = x.size();
+    const double above = level + hysteresis, below = level - hysteresis;
+    uint64_t i = 0;
+    while (i < n && !(x[i] > above) && !(x[i] < below))
+        ++i;
+    if (i == n)
+        return edges;
+    bool high = x[i] > above;
+    for (;;) {
+        if (high)
+            while (i < n && !(x[i] < below))
+                ++i;
+        else
+            while (i < n && !(x[i] > above))
+                ++i;
+        if (i == n)
+            return edges;
+        // The crossing lies between the last sample on the old side of level and the one after it.
+        uint64_t k = i;
+        while (k > 0 && !(high ? x[k - 1] >= level : x[k - 1] <= level))
+            --k;
+        k = k > 0 ? k - 1 : 0;
+        double t = static_cast<double>(k) * w.sampleInterval + w.startTime;
+        if (x[k + 1] != x[k])
+            t += (level - x[k]) / (x[k + 1] - x[k]) * w.sampleInterval;
+        edges.push_back(t);
+        high = !high;
     }
-    return edges;
 }
 
 // The expected range of n normal samples in standard deviations, for n = 2 ... 10; beyond, the
