@@ -414,11 +414,14 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
                 const uint64_t n = std::min(member.size / layout.bytes, count - first[i]);
                 double *to = out + first[i];
                 unsigned char *bytes = reinterpret_cast<unsigned char *>(to);
-                if (n * layout.bytes != member.size || layout.bytes > sizeof(double)) {
-                    partial.resize(member.size);
+                const uint64_t wanted = n * layout.bytes;
+                if (wanted != member.size || layout.bytes > sizeof(double)) {
+                    partial.resize(wanted);
                     bytes = partial.data();
                 }
-                if (!reader.read(member, bytes, errors[t]))
+                // The last member count reaches is inflated only as far as count needs.
+                if (!(wanted == member.size ? reader.read(member, bytes, errors[t])
+                                            : reader.readPrefix(member, bytes, wanted, errors[t])))
                     return failed(t, i);
                 layout.widen(bytes, to, n);
             }

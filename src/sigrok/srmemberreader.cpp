@@ -1,6 +1,7 @@
 #include "srmemberreader.h"
 
 #include <libdeflate.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -70,18 +71,77 @@ const unsigned char *MemberReader::fetch(uint64_t offset, uint64_t bytes)
     return m_window.data();
 }
 
+bool MemberReader::dataStart(const ZipEntry &entry, uint64_t &start, std::string &error)
+{
+    const unsigned char *local = fetch(entry.localHeader, LOCAL_BYTES);
+    if (!local || le32(local) != LOCAL_SIGNATURE) {
+        error = "member " + entry.name + " damaged: no local header";
+        return false;
+    }
+    start = entry.localHeader + LOCAL_BYTES + le16(local + 26) + le16(local + 28);
+    if (start > m_dataEnd || entry.compressedSize > m_dataEnd - start) {
+        error = "member " + entry.name + " truncated";
+        return false;
+    }
+    return true;
+}
+
+bool MemberReader::readPrefix(const ZipEntry &entry, void *out, uint64_t bytes, std::string &error)
+{
+    uint64_t start = 0;
+    if (!dataStart(entry, start, error))
+        return false;
+    if (bytes > entry.size) {
+        error = "member " + entry.name + " truncated";
+        return false;
+    }
+    if (entry.method == STORED) {
+        if (readAt(m_fd, start, out, bytes))
+            return true;
+        error = "member " + entry.name + " truncated";
+        return false;
+    }
+    // A stream that has to stop early: the output window is all the memory it takes.
+    z_stream stream{};
+    if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) {
+        error = "member " + entry.name + " cannot be read: not enough memory";
+        return false;
+    }
+    auto *to = static_cast<unsigned char *>(out);
+    uint64_t consumed = 0, produced = 0;
+    int status = Z_OK;
+    while (produced < bytes) {
+        const uint64_t chunk = std::min(WINDOW_BYTES, entry.compressedSize - consumed);
+        const unsigned char *data = chunk > 0 ? fetch(start + consumed, chunk) : nullptr;
+        if (!data)
+            break;
+        stream.next_in = const_cast<unsigned char *>(data);
+        stream.avail_in = static_cast<uInt>(chunk);
+        stream.next_out = to + produced;
+        stream.avail_out = static_cast<uInt>(std::min<uint64_t>(bytes - produced, UINT32_MAX));
+        status = inflate(&stream, Z_NO_FLUSH);
+        consumed += chunk - stream.avail_in;
+        produced = static_cast<uint64_t>(stream.next_out - to);
+        if (status != Z_OK)
+            break;
+    }
+    inflateEnd(&stream);
+    if (produced == bytes)
+        return true;
+    error = "member " + entry.name
+            + (status == Z_DATA_ERROR || status == Z_NEED_DICT ? " damaged: invalid deflate data" : " truncated");
+    return false;
+}
+
 bool MemberReader::read(const ZipEntry &entry, void *out, std::string &error)
 {
     const auto fail = [&](const char *why) {
         error = "member " + entry.name + " " + why;
         return false;
     };
-    const unsigned char *local = fetch(entry.localHeader, LOCAL_BYTES);
-    if (!local || le32(local) != LOCAL_SIGNATURE)
-        return fail("damaged: no local header");
-    const uint64_t start = entry.localHeader + LOCAL_BYTES + le16(local + 26) + le16(local + 28);
-    if (start > m_dataEnd || entry.compressedSize > m_dataEnd - start)
-        return fail("truncated");
+    uint64_t start = 0;
+    if (!dataStart(entry, start, error))
+        return false;
     if (entry.method == STORED && entry.size > WINDOW_BYTES) {
         if (!readAt(m_fd, start, out, entry.size))
             return fail("truncated");

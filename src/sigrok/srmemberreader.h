@@ -23,9 +23,13 @@ public:
 
     // Fills out, which holds entry.size bytes, with the member's content.
     bool read(const ZipEntry &entry, void *out, std::string &error);
+    // Fills out with the first bytes of the member's content, inflating no more than that; the
+    // CRC covers the whole member, so it is not checked.
+    bool readPrefix(const ZipEntry &entry, void *out, uint64_t bytes, std::string &error);
 
 private:
     const unsigned char *fetch(uint64_t offset, uint64_t bytes);
+    bool dataStart(const ZipEntry &entry, uint64_t &start, std::string &error);
 
     int m_fd;
     uint64_t m_dataEnd;

@@ -17,6 +17,7 @@ constexpr uint64_t END_BYTES = 22;
 constexpr uint64_t LOCATOR64_BYTES = 20;
 constexpr uint64_t END64_BYTES = 56;
 constexpr uint64_t ENTRY_BYTES = 46;
+constexpr uint64_t LOCAL_BYTES = 30;
 constexpr uint64_t MAX_COMMENT = 0xffff;
 constexpr uint16_t ZIP64_EXTRA = 0x0001;
 
@@ -103,6 +104,28 @@ bool applyZip64(const unsigned char *extra, uint64_t extraBytes, ZipEntry &e)
     return e.size != 0xffffffff && e.compressedSize != 0xffffffff && e.localHeader != 0xffffffff;
 }
 
+// Members that share bytes would let a small file claim the ratio bound of each of them over
+// and over; every member's local header and data must have bytes of their own, so that all
+// members together claim no more than the file holds. Checked on the directory alone, before
+// anything is inflated or allocated. A member running past the data is damaged on its own and
+// never read.
+bool membersApart(const std::vector<ZipEntry> &entries, uint64_t dataEnd, std::string &error)
+{
+    std::vector<std::pair<uint64_t, uint64_t>> ranges; // start and end of each member
+    ranges.reserve(entries.size());
+    for (const ZipEntry &e : entries) {
+        if (e.localHeader <= dataEnd && e.compressedSize <= dataEnd - e.localHeader
+            && LOCAL_BYTES <= dataEnd - e.localHeader - e.compressedSize)
+            ranges.emplace_back(e.localHeader, e.localHeader + LOCAL_BYTES + e.compressedSize);
+    }
+    std::sort(ranges.begin(), ranges.end());
+    for (size_t i = 1; i < ranges.size(); ++i) {
+        if (ranges[i].first < ranges[i - 1].second)
+            return damaged(error, "members overlap");
+    }
+    return true;
+}
+
 } // namespace
 
 bool readAt(int fd, uint64_t offset, void *buffer, uint64_t bytes)
@@ -159,7 +182,7 @@ bool readZipDirectory(int fd, uint64_t fileSize, std::vector<ZipEntry> &entries,
         p += ENTRY_BYTES + nameBytes + extraBytes + commentBytes;
     }
     dataEnd = dir.offset;
-    return true;
+    return membersApart(entries, dataEnd, error);
 }
 
 } // namespace vornsr

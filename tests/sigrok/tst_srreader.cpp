@@ -7,7 +7,10 @@
 #include <QTest>
 
 #include <cstring>
+#include <sys/resource.h>
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 Q_DECLARE_METATYPE(std::vector<ZipMember>)
 
@@ -200,6 +203,7 @@ private slots:
             "data: member analog-1-5-1 damaged", "bit:analog-1-5-1", 1);
         // Each core stops at a bad member; the first one is named, whichever core met it.
         row("damage late in a long read", manyChunks(), "data: member analog-1-4-40 damaged", "bit:analog-1-4-40");
+        row("two members in the same bytes", good, "open: damaged zip archive: members overlap", "alias:analog-1-5-1");
         row("bzip2 analog member", good, "data: member analog-1-5-1 uses an unsupported compression method",
             "bzip2:analog-1-5-1", 1);
         row("bzip2 notes nobody reads", withMember(good, {"notes.txt", "hello"}), "none", "bzip2:notes.txt");
@@ -240,6 +244,28 @@ private slots:
             if (i != index && (i < 2 || index < 2))
                 QVERIFY(sigrok_read_waveform_info_by_index(p, i, &info) == 0 && !readAll(p, i, info.sampleCount).isEmpty());
         }
+    }
+
+    // A member may inflate to a thousand times its size: the first samples must not cost it all.
+    void firstSamplesInflateNoMoreThanNeeded()
+    {
+        QByteArray zeros(256 << 20, '\0');
+        const float first[] = {1.5f, -2.5f};
+        std::memcpy(zeros.data(), first, sizeof first);
+        const QByteArray path = write("inflates", {{"version", "2"}, {"metadata", "[device 1]\nsamplerate=1 kHz\ntotal analog=1\nanalog1=A0\n"},
+                                                  {"analog-1-1-1", zeros, true}});
+        zeros.clear();
+        const pid_t child = fork();
+        if (child == 0) {
+            struct rusage before, after;
+            getrusage(RUSAGE_SELF, &before);
+            const QList<double> samples = readAll(path, 0, 2);
+            getrusage(RUSAGE_SELF, &after);
+            _exit(samples == QList<double>{1.5, -2.5} && after.ru_maxrss - before.ru_maxrss < 32 * 1024 ? 0 : 1);
+        }
+        int status = -1;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QCOMPARE(status, 0);
     }
 
 private:

@@ -71,7 +71,8 @@ bool damageMember(const QString &path, const QByteArray &how)
     const std::map<QByteArray, std::vector<Field>> kinds{{"size", {{22, 24, 4, quint32(data.size() + 8)}}},
                                                          {"huge", {{22, 24, 4, gib}}},
                                                          {"beyond", {{18, 20, 4, gib}, {22, 24, 4, gib}}},
-                                                         {"bzip2", {{8, 10, 2, 12}}}};
+                                                         {"bzip2", {{8, 10, 2, 12}}},
+                                                         {"alias", {{-1, 42, 4, 0}}}};
     // A local header names its member at 30, a central one at 46.
     int patched = 0;
     for (qsizetype at = 0; at + 46 < zip.size(); ++at) {
@@ -81,7 +82,7 @@ bool damageMember(const QString &path, const QByteArray &how)
             || zip.mid(nameAt, name.size()) != name)
             continue;
         for (const Field &f : kinds.at(kind)) {
-            for (int i = 0; i < f.bytes; ++i)
+            for (int i = 0; i < f.bytes && (central || f.local >= 0); ++i)
                 zip[at + (local ? f.local : f.central) + i] = char(f.value >> (8 * i));
         }
         ++patched;

@@ -31,7 +31,8 @@ std::vector<ZipMember> withMember(const std::vector<ZipMember> &members, const Z
 
 // Damages one member of the archive at path, as "how:member" says: "size" states 8 bytes more
 // than it holds, "huge" a GiB, "beyond" a GiB stored and uncompressed, "bzip2" names that
-// method, "bit" flips a bit of its stored bytes and keeps the sizes.
+// method, "bit" flips a bit of its stored bytes and keeps the sizes, "alias" points its directory
+// entry at the first member's bytes.
 bool damageMember(const QString &path, const QByteArray &how);
 
 // Every member of an archive by name, as stored (compressed or not); empty when it cannot be opened.
