@@ -19,6 +19,7 @@ namespace {
 
 const char TEMP_MARK[] = ".vornsave-";
 constexpr size_t TEMP_RANDOM_CHARS = 6; // what mkstemp puts in place of XXXXXX
+constexpr size_t NAME_BYTES_MAX = 255;  // NAME_MAX of every file system we write to
 
 std::string folderOf(const std::string &path)
 {
@@ -63,6 +64,14 @@ bool writableByMode(const struct stat &st)
 bool sameFile(const struct stat &a, const struct stat &b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// ".NAME.vornsave-", with NAME cut short enough that the whole temporary name is a valid file
+// name even when the capture's own name uses up the file system's limit.
+std::string temporaryPrefix(const std::string &path)
+{
+    const size_t room = NAME_BYTES_MAX - 1 - (sizeof TEMP_MARK - 1) - TEMP_RANDOM_CHARS;
+    return "." + baseOf(path).substr(0, room) + TEMP_MARK;
 }
 
 bool isOurTemporary(const std::string &name, const std::string &prefix)
@@ -149,8 +158,7 @@ bool CaptureLock::stillTheFileRead() const
 
 int CaptureLock::createTemporary(std::string &tempPath) const
 {
-    std::string templ = folderOf(m_path) + "/." + baseOf(m_path) + TEMP_MARK
-                        + std::string(TEMP_RANDOM_CHARS, 'X');
+    std::string templ = folderOf(m_path) + "/" + temporaryPrefix(m_path) + std::string(TEMP_RANDOM_CHARS, 'X');
     const int fd = ::mkstemp(&templ[0]);
     if (fd < 0)
         return -1;
@@ -165,7 +173,7 @@ int CaptureLock::createTemporary(std::string &tempPath) const
 void CaptureLock::removeLeftovers() const
 {
     const std::string folder = folderOf(m_path);
-    const std::string prefix = "." + baseOf(m_path) + TEMP_MARK;
+    const std::string prefix = temporaryPrefix(m_path);
     DIR *dir = ::opendir(folder.c_str());
     if (!dir)
         return;

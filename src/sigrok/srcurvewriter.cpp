@@ -215,8 +215,10 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
             if (saved && why.empty() && !listed(offeredNames(saved->channels()), curve.name))
                 why = "'" + curve.name + "' would not be offered";
         }
+        if (why.empty())
+            return true;
         reason = "the saved capture would not read back: " + why + "; nothing was written";
-        return why.empty();
+        return false;
     };
     std::unique_ptr<zip_t, ZipDiscarder> zip(openArchiveForUpdate(*lock, readsBack, failure, error));
     if (!zip || !seenAlike(zip.get(), archive->entries(), error))

@@ -114,6 +114,7 @@ struct ReplacingFile
         if (::rename(tempPath.c_str(), path.c_str()) != 0) {
             const int e = errno;
             discardTemp();
+            *failure = std::string("cannot replace the file: ") + std::strerror(e) + "; nothing was written";
             return fail(ZIP_ER_RENAME, e);
         }
         tempPath.clear();

@@ -9,6 +9,8 @@
 #include <atomic>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -108,6 +110,38 @@ private slots:
         kept << "capture.sr";
         kept.sort();
         QCOMPARE(fileNames(m_dir->path()), kept);
+    }
+
+    void aNameUpToTheFileSystemsLimitSaves()
+    {
+        for (const int length : {250, 255}) {
+            const QString path = m_dir->filePath(QString(length - 3, 'n') + ".sr");
+            // libzip's own temporary name would not fit either.
+            QVERIFY(writeZip(m_dir->filePath("short.sr"), capture({"A0"})) && QFile::rename(m_dir->filePath("short.sr"), path));
+            QVERIFY2(saveEnvelope(path, "A0", envelopeOf(1)), qPrintable(lastEnvelopeFileError()));
+            QVERIFY(offeredNames(path).contains("A0 [upper]"));
+        }
+        QCOMPARE(fileNames(m_dir->path()).size(), 3);
+    }
+
+    // An immutable capture may be read and locked, but the new file cannot be renamed over it.
+    void aFailedRenameGivesItsOwnReason()
+    {
+        const QByteArray original = readFile(m_path);
+        const int fd = open(QFile::encodeName(m_path), O_RDONLY);
+        int flags = 0;
+        if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0 || (flags |= FS_IMMUTABLE_FL, ioctl(fd, FS_IOC_SETFLAGS, &flags)) != 0) {
+            close(fd);
+            QSKIP("needs a file system and a user that can make a file immutable");
+        }
+        const bool saved = saveEnvelope(m_path, "A0", envelopeOf(1));
+        flags &= ~FS_IMMUTABLE_FL;
+        ioctl(fd, FS_IOC_SETFLAGS, &flags);
+        close(fd);
+        QVERIFY(!saved);
+        QCOMPARE(lastEnvelopeFileError(), "cannot replace the file: Operation not permitted; nothing was written");
+        QCOMPARE(readFile(m_path), original);
+        QCOMPARE(fileNames(m_dir->path()), QStringList{"capture.sr"});
     }
 
     void modeBitsAndGroupHoldForEveryUser_data()
