@@ -223,6 +223,7 @@ private:
     // vorngraph_stack.cpp: stacked and overlaid layouts
     void applyStackedLayout();
     void applyOverlaidLayout();
+    void setScales(const QVector<int> &indices, const QVector<WaveformScale> &scales);
     WaveformExtent extentOf(int index) const;
 
     // vorngraph_cursors.cpp: the status line, the hover readout and the two cursors
@@ -304,6 +305,9 @@ private:
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
+    // While a layout sets many scales, the lines and readouts shared by all waveforms wait for
+    // the last one: each update rebuilds every zero line.
+    bool m_settingScales = false;
     // A left-button drag on the chart: the pan's start, or the cursor being moved.
     bool m_panning = false;
     int m_draggedCursor = -1;

@@ -208,6 +208,8 @@ void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
         return;
     const double offset = waveformIndex < m_offsets.size() ? m_offsets[waveformIndex] : 0.0;
     applyDivisionGrid(m_yAxes[waveformIndex], -offset, divisionSize * Y_DIVISIONS * 0.5, divisionSize);
+    if (m_settingScales)
+        return;
     updateCenterLines();
     updateRangeDisplay();
     if (waveformIndex == selectedWaveformIndex())

@@ -26,24 +26,42 @@ void VornGraph::applyStackedLayout()
             extents << extentOf(i);
         }
     }
-    const QVector<WaveformScale> scales = stackedScales(extents, Y_DIVISIONS);
-    for (int k = 0; k < shown.size(); ++k)
-        setWaveformScale(shown[k], scales[k].divisionSize, scales[k].offset);
+    setScales(shown, stackedScales(extents, Y_DIVISIONS));
 }
 
 // Every waveform over the whole height again, fitted as when it was first shown.
 void VornGraph::applyOverlaidLayout()
 {
+    QVector<int> all;
+    QVector<WaveformScale> scales;
     for (int i = 0; i < m_series.size() && i < m_waveforms.size(); ++i) {
         const WaveformExtent extent = extentOf(i);
         const bool known = extent.max >= extent.min;
         const double middle = known ? (extent.min + extent.max) * 0.5 : 0.0;
-        double size = known ? calculateDivisionSizeY(extent.min, extent.max) : 0.0;
+        const double size = known ? calculateDivisionSizeY(extent.min, extent.max) : 0.0;
+        all << i;
         if (size > 0.0)
-            setWaveformScale(i, size, std::round(-middle / size) * size);
+            scales.append({size, std::round(-middle / size) * size});
         else
-            setWaveformScale(i, middle != 0.0 ? Scale125::nextUp(std::fabs(middle) / Y_DIVISIONS) : 1.0, -middle);
+            scales.append({middle != 0.0 ? Scale125::nextUp(std::fabs(middle) / Y_DIVISIONS) : 1.0, -middle});
     }
+    setScales(all, scales);
+}
+
+// The shared lines, ranges and labels follow once, after the last scale: with a few hundred
+// waveforms, following each one would rebuild every zero line a few hundred times.
+void VornGraph::setScales(const QVector<int> &indices, const QVector<WaveformScale> &scales)
+{
+    m_settingScales = true;
+    for (int k = 0; k < indices.size() && k < scales.size(); ++k)
+        setWaveformScale(indices[k], scales[k].divisionSize, scales[k].offset);
+    m_settingScales = false;
+    if (indices.isEmpty())
+        return;
+    updateCenterLines();
+    updateRangeDisplay();
+    updateYAxisLabels();
+    followPlotChanges();
 }
 
 // Logic probes are the unitless waveforms that only hold 0 and 1. The extent comes from the summary

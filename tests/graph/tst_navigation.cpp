@@ -5,6 +5,7 @@
 #include <QDoubleSpinBox>
 #include <QGraphicsLineItem>
 #include <QLabel>
+#include <QLineSeries>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QTreeWidget>
@@ -27,6 +28,16 @@ void wheel(QWidget *target, QPoint at, int delta, Qt::KeyboardModifiers modifier
                       modifiers, Qt::NoScrollPhase, false);
     QApplication::sendEvent(target, &event);
 }
+
+struct LineCounter : QObject
+{
+    int added = 0;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        added += event->type() == QEvent::ChildAdded && qobject_cast<QLineSeries *>(static_cast<QChildEvent *>(event)->child());
+        return false;
+    }
+};
 
 struct KeyCounter : QObject
 {
@@ -155,7 +166,12 @@ private slots:
         VornGraph *g = graph();
         QSignalSpy offsetChanged(g->m_offsetSpinBoxes[1], &QDoubleSpinBox::valueChanged);
         QSignalSpy stacked(g, &VornGraph::stackedChanged);
+        // The zero lines are built again once for the whole layout, not once per waveform.
+        LineCounter lines;
+        QVERIFY(!g->m_zeroLines.isEmpty());
+        g->m_zeroLines[0]->parent()->installEventFilter(&lines);
         g->setStacked(true);
+        QCOMPARE(lines.added, g->m_zeroLines.size());
         QStringList shown, expected;
         for (const WaveformScale &s : stackedScales({{0, 1000, false}, {0, 1, true}, {0, 1, false}}, 10))
             expected << QStringLiteral("%1 %1 %1 from %2 to %3").arg(s.divisionSize).arg(s.offset).arg(5 * s.divisionSize - s.offset);
