@@ -11,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QGraphicsView>
 #include <QImage>
+#include <QMessageBox>
 #include <QPixmap>
 #include <QTimer>
 
@@ -46,6 +47,27 @@ protected:
 
 private:
     const QElapsedTimer &m_sinceStart;
+};
+
+// With nobody to click a message box away, a screenshot run says what went wrong on stderr and
+// ends: every box is answered at once and the run fails.
+class BatchErrors : public QObject
+{
+public:
+    bool failed = false;
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        auto *box = qobject_cast<QMessageBox *>(watched);
+        if (box && event->type() == QEvent::Show) {
+            std::fprintf(stderr, "vornview: %s\n", qPrintable(box->text()));
+            failed = true;
+            QMetaObject::invokeMethod(box, &QDialog::reject, Qt::QueuedConnection);
+            QCoreApplication::exit(EXIT_FAILED);
+        }
+        return false;
+    }
 };
 
 // The graph lays itself out over several passes of the event loop; the picture is taken once
@@ -133,12 +155,17 @@ int main(int argc, char *argv[])
         && sigrok_read_waveform_count(options.file.toUtf8().constData(), &count) != 0)
         return fail(QString::fromUtf8(sigrok_get_last_error()), EXIT_FAILED);
 
+    BatchErrors batchErrors;
+    if (!options.screenshot.isEmpty())
+        app.installEventFilter(&batchErrors);
     ViewerWindow window;
     window.resize(WINDOW_WIDTH, WINDOW_HEIGHT);
     // Shown first, so that a file that cannot be read is reported over the window.
     window.show();
     if (!options.file.isEmpty())
         window.openFile(options.file);
+    if (batchErrors.failed)
+        return EXIT_FAILED;
     FirstPaintTimer firstPaint(sinceStart);
     if (options.timing && window.document()) {
         if (auto *chartView = window.document()->findChild<QGraphicsView *>())
