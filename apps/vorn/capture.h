@@ -10,10 +10,15 @@
 #include <vector>
 
 struct UsageError {};
-struct Failure { std::string reason; };
+// A failure that concerns one file names it, so that the message can.
+struct Failure { std::string reason; std::string file = {}; };
+
+// text with every byte that is not part of valid UTF-8 written as \xNN, fit for a terminal.
+std::string printable(const std::string &text);
 
 std::vector<SigrokWaveformInfo> readInfos(const std::string &path);
-int32_t findWaveform(const std::vector<SigrokWaveformInfo> &infos, const std::string &name);
+// The index of the waveform called name in the capture at path, whose infos these are.
+int32_t findWaveform(const std::vector<SigrokWaveformInfo> &infos, const std::string &name, const std::string &path);
 // The waveform at index, its first limit samples at most.
 WaveformData loadWaveformAt(const std::string &path, const std::vector<SigrokWaveformInfo> &infos, int32_t index,
                             uint64_t limit);

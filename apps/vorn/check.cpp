@@ -223,7 +223,7 @@ int checkCaptures(const std::vector<std::string> &args)
         try {
             checkFile(file, options.reference.empty() ? nullptr : &reference, verdicts, troubles);
         } catch (const Failure &failure) {
-            std::fprintf(stderr, "vorn: %s: %s\n", file.c_str(), failure.reason.c_str());
+            std::fprintf(stderr, "vorn: %s\n", printable(file + ": " + failure.reason).c_str());
             troubles.push_back({file, failure.reason});
         }
     }

@@ -52,9 +52,9 @@ int list(const std::string &path)
     const auto infos = readInfos(path);
     std::printf("index\tname\tsamples\tinterval\tstart\tunit\n");
     for (size_t i = 0; i < infos.size(); ++i) {
-        std::printf("%zu\t%s\t%llu\t%s\t%s\t%s\n", i, infos[i].name,
+        std::printf("%zu\t%s\t%llu\t%s\t%s\t%s\n", i, printable(infos[i].name).c_str(),
                     static_cast<unsigned long long>(infos[i].sampleCount), shortest(infos[i].sampleInterval).c_str(),
-                    shortest(infos[i].startTime).c_str(), infos[i].unit);
+                    shortest(infos[i].startTime).c_str(), printable(infos[i].unit).c_str());
     }
     return 0;
 }
@@ -85,7 +85,7 @@ EnvelopeOptions parseEnvelopeOptions(const std::vector<std::string> &args)
         if (a == "--points" && hasValue)
             o.points = static_cast<int>(parseCount(args[++i].c_str(), 2, 1000000));
         else if (a == "--sigma" && hasValue)
-            o.sigma = parseScaledValue(QString::fromStdString(args[++i]), QString());
+            o.sigma = parseCommandLineValue(QString::fromStdString(args[++i]), QString());
         else if (a == "--dx" && hasValue)
             o.dx = args[++i];
         else if (a == "--dy" && hasValue)
@@ -107,7 +107,7 @@ double parseTolerance(const std::string &text, const QString &unit)
 {
     if (text.empty())
         return std::numeric_limits<double>::quiet_NaN();
-    const double value = parseScaledValue(QString::fromStdString(text), unit);
+    const double value = parseCommandLineValue(QString::fromStdString(text), unit);
     if (!(value >= 0.0) || !std::isfinite(value))
         throw Failure{"'" + text + "' is no tolerance in " + (unit.isEmpty() ? "units" : unit.toStdString())};
     return value;
@@ -117,7 +117,7 @@ double parseTolerance(const std::string &text, const QString &unit)
 int makeEnvelope(const std::string &path, const std::string &name, const EnvelopeOptions &options)
 {
     const auto infos = readInfos(path);
-    const SigrokWaveformInfo &target = infos[static_cast<size_t>(findWaveform(infos, name))];
+    const SigrokWaveformInfo &target = infos[static_cast<size_t>(findWaveform(infos, name, path))];
     const std::vector<std::string> sources = options.from.empty() ? std::vector<std::string>{path} : options.from;
     SourceHull hull(options.sigma);
     QString unit;
@@ -148,7 +148,7 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
     if (envelope.isEmpty())
         throw Failure{error.toStdString()};
     if (!saveEnvelope(QString::fromStdString(path), QString::fromStdString(name), envelope))
-        throw Failure{lastEnvelopeFileError().toStdString()};
+        throw Failure{lastEnvelopeFileError().toStdString(), path};
     std::printf("%s: %d knots, %llu samples per limit, dx %s, dy %s, from %d capture%s\n", name.c_str(), report.knots,
                 static_cast<unsigned long long>(report.intervals + 1),
                 qPrintable(ValueFormatter::formatWithUnit(report.dx, QStringLiteral("s"))),
@@ -160,9 +160,9 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
 int removeEnvelopeOf(const std::string &path, const std::string &name)
 {
     const auto infos = readInfos(path);
-    findWaveform(infos, name);
+    findWaveform(infos, name, path);
     if (!removeEnvelope(QString::fromStdString(path), QString::fromStdString(name)))
-        throw Failure{lastEnvelopeFileError().toStdString()};
+        throw Failure{lastEnvelopeFileError().toStdString(), path};
     return 0;
 }
 
@@ -192,13 +192,18 @@ int run(const std::vector<std::string> &args)
 
 int main(int argc, char **argv)
 {
+    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+        std::fputs(USAGE, stdout);
+        return 0;
+    }
     try {
         return run(std::vector<std::string>(argv + 1, argv + argc));
     } catch (const UsageError &) {
         std::fputs(USAGE, stderr);
         return EXIT_USAGE;
     } catch (const Failure &failure) {
-        std::fprintf(stderr, "vorn: %s\n", failure.reason.c_str());
+        const std::string message = failure.file.empty() ? failure.reason : failure.file + ": " + failure.reason;
+        std::fprintf(stderr, "vorn: %s\n", printable(message).c_str());
         return EXIT_FAILED;
     } catch (const std::bad_alloc &) {
         std::fprintf(stderr, "vorn: out of memory\n");

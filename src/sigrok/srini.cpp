@@ -143,6 +143,10 @@ bool parseSampleRate(const std::string &text, uint64_t &hertz)
             return false;
         value = value * 10 + digit;
     }
+    // libsigrok takes the rate through a double: one that rounds to 2^64 Hz or more it cannot
+    // hold, and refuses the file.
+    if (static_cast<double>(value) >= 18446744073709551616.0)
+        return false;
     hertz = value;
     return value > 0;
 }

@@ -78,6 +78,12 @@ double parseScaledValue(const QString &text, const QString &unit)
     return ok ? value : std::nan("");
 }
 
+double parseCommandLineValue(const QString &text, const QString &unit)
+{
+    QString typed = text;
+    return parseScaledValue(typed.replace(QChar(0x00b5), QChar(0x03bc)), unit);
+}
+
 QString ValueFormatter::formatWithUnit(double value, const QString &unit)
 {
     if (value == 0.0)

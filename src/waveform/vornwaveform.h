@@ -87,6 +87,9 @@ public:
 // Reads "2 ms", "2ms", "5 k" or "0.25" with an optional SI prefix and the unit; NaN when the text
 // is no number. "." is the decimal point whatever the locale.
 double parseScaledValue(const QString &text, const QString &unit);
+// What a command line takes: the same texts, and "2µs" with the micro sign (U+00B5) that
+// keyboards type, which the spin boxes deliberately refuse.
+double parseCommandLineValue(const QString &text, const QString &unit);
 
 // The time of the sample nearest to t.
 double snapToSampleGrid(double t, double sampleInterval, double startTime);

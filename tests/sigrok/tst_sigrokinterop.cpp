@@ -137,14 +137,18 @@ private slots:
     {
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("message"); // how stdout begins when it succeeds, else stderr
+        QTest::newRow("help") << QStringList{"--help"} << 0 << "usage: vorn list FILE.sr";
         QTest::newRow("no command") << QStringList() << 1 << "usage: vorn list FILE.sr";
         QTest::newRow("unknown command") << QStringList{"show", "@capture"} << 1 << "usage:";
         QTest::newRow("count not a number") << QStringList{"dump", "@capture", "A0", "--count", "x"} << 1 << "usage:";
         QTest::newRow("one point") << QStringList{"envelope", "@capture", "A0", "--points", "1"} << 1 << "usage:";
-        QTest::newRow("missing file") << QStringList{"list", "@nothing"} << 2 << "vorn: file not found\n";
-        QTest::newRow("not a capture") << QStringList{"list", "@text"} << 2 << "vorn: not a zip archive\n";
-        QTest::newRow("unknown waveform") << QStringList{"dump", "@capture", "B7"} << 2 << "vorn: no waveform named 'B7'\n";
+        QTest::newRow("missing file") << QStringList{"list", "@nothing"} << 2 << "vorn: @nothing: file not found\n";
+        QTest::newRow("not a capture") << QStringList{"list", "@text"} << 2 << "vorn: @text: not a zip archive\n";
+        QTest::newRow("unknown waveform") << QStringList{"dump", "@capture", "B7"} << 2 << "vorn: @capture: no waveform named 'B7'\n";
+        QTest::newRow("envelope of a missing file") << QStringList{"envelope", "@nothing", "A0", "--remove"} << 2
+                                                    << "vorn: @nothing: file not found\n";
+        QTest::newRow("micro sign") << QStringList{"envelope", "@capture", "A0", "--dx", QString::fromUtf8("2\u00b5s")} << 0 << "";
     }
 
     void reportsFailuresWithExitCodes()
@@ -155,10 +159,21 @@ private slots:
         QVERIFY(writeZip(m_dir.filePath("capture"), sampleCapture()) && writeFile(m_dir.filePath("text"), "plain text"));
         for (QString &arg : args)
             arg = arg.startsWith('@') ? m_dir.filePath(arg.mid(1)) : arg;
+        message.replace('@', m_dir.path() + '/');
         const Run r = vorn(args);
         QCOMPARE(r.exitCode, exitCode);
-        QVERIFY2(QString::fromUtf8(r.err).startsWith(message), r.err.constData());
-        QVERIFY(r.out.isEmpty());
+        const QByteArray &shown = exitCode == 0 ? r.out : r.err;
+        QVERIFY2(QString::fromUtf8(shown).left(message.size()) == message, shown.constData());
+        QVERIFY((exitCode == 0 ? r.err : r.out).isEmpty());
+    }
+
+    // A terminal shows every byte of a message: one that is not UTF-8 is written as \xNN.
+    void namesThatAreNotUtf8AreEscaped()
+    {
+        const QString path = m_dir.filePath(QString::fromUtf8("caf\u00e9"));
+        QVERIFY(writeZip(path, sampleCapture()));
+        const Run r = run("sh", {"-c", "exec \"$0\" dump \"$1\" \"$(printf 'B\\377')\"", VORN_BINARY, path});
+        QCOMPARE(QString::fromUtf8(r.err), "vorn: " + path + ": no waveform named 'B\\xFF'\n");
     }
 
 private:

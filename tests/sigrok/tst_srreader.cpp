@@ -163,7 +163,7 @@ private slots:
         row("escape that cannot be read", withMetadata("samplerate=1 kHz\ntotal analog=1\nanalog1=C:\\data\n"),
             "open: metadata: [device 1] analog1: Key file contains key “analog1” which has a value that cannot be interpreted.");
         // A rate that is not a whole number of hertz would stretch the time axis.
-        for (const char *rate : {"fast", "0.5 Hz", "2.0005 kHz", "1e6 Hz"})
+        for (const char *rate : {"fast", "0.5 Hz", "2.0005 kHz", "1e6 Hz", "18446744073709551615 Hz"})
             row(rate, withMetadata(QByteArray("samplerate=") + rate + "\ntotal analog=1\nanalog1=A0\n"),
                 QStringLiteral("open: metadata: bad samplerate '%1'").arg(rate));
         // What only the probes need costs the probes alone.

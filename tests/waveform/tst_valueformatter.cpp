@@ -99,6 +99,14 @@ private slots:
         QCOMPARE(QString::number(parseScaledValue(text, unit), 'g', 17), QString::number(value, 'g', 17));
     }
 
+    void commandLinesTakeTheMicroSignToo()
+    {
+        const QList<double> values{parseCommandLineValue(QString::fromUtf8("2\u00b5s"), "s"),
+                                   parseCommandLineValue(QString::fromUtf8("2 \u00b5"), "V"),
+                                   parseCommandLineValue(QString::fromUtf8("2 \u03bcs"), "s"), parseCommandLineValue("2 us", "s")};
+        QCOMPARE(values, QList<double>(4, 2e-6));
+    }
+
     // "m" is a unit and a prefix letter at once.
     void seriesValuesSurviveFormatThenParse()
     {
