@@ -2,6 +2,8 @@
 
 #include "srcurvewriter.h"
 
+#include <cmath>
+
 namespace {
 
 thread_local QString lastError;
@@ -42,6 +44,15 @@ bool saveEnvelope(const QString &path, const QString &waveformName, const Envelo
 {
     if (envelope.isEmpty())
         return removeEnvelope(path, waveformName);
+    // Such a curve spans no time or runs backwards: no sample would ever be checked against it.
+    for (const WaveformData *curve : {&envelope.upper, &envelope.lower}) {
+        if (!(curve->sampleInterval > 0.0) || !std::isfinite(curve->sampleInterval)) {
+            lastError = QStringLiteral("the envelope of '%1' has a sample interval of %2 s; it must be positive")
+                            .arg(waveformName)
+                            .arg(curve->sampleInterval);
+            return false;
+        }
+    }
     return replace(path, waveformName,
                    {curveOf(envelope.upper, waveformName + UPPER), curveOf(envelope.lower, waveformName + LOWER)});
 }

@@ -126,6 +126,9 @@ private slots:
         QTest::newRow("folder read-only") << "readonly";
         QTest::newRow("file read-only in a writable folder") << "readonlyfile";
         QTest::newRow("disk full") << "full";
+        // A curve must run forward in time: one of a point or dragged backwards holds no limit.
+        QTest::newRow("lower interval zero") << "zero";
+        QTest::newRow("upper interval negative") << "negative";
     }
     void failedSaveLeavesTheFileUntouched()
     {
@@ -154,7 +157,10 @@ private slots:
                 const struct rlimit fsize{rlim_t(original.size() / 2), rlim_t(original.size() / 2)};
                 setrlimit(RLIMIT_FSIZE, &fsize);
             }
-            _exit(saveEnvelope(path, "A0", envelopeOf(1.0)) ? 0 : 1);
+            EnvelopeData envelope = envelopeOf(1.0);
+            envelope.lower.sampleInterval = failure == "zero" ? 0.0 : envelope.lower.sampleInterval;
+            envelope.upper.sampleInterval = failure == "negative" ? -1e-3 : envelope.upper.sampleInterval;
+            _exit(saveEnvelope(path, "A0", envelope) ? 0 : 1);
         }
         int status = 0;
         QCOMPARE(waitpid(child, &status, 0), child);
