@@ -192,20 +192,8 @@
         <translation>%1: nicht bestanden, %2 Verletzungen, erste bei %3</translation>
     </message>
     <message>
-        <source>View</source>
-        <translation>Ansicht</translation>
-    </message>
-    <message>
-        <source>Stacked</source>
-        <translation>Gestapelt</translation>
-    </message>
-    <message>
-        <source>Overlaid</source>
-        <translation>Überlagert</translation>
-    </message>
-    <message>
-        <source>Cursors</source>
-        <translation>Cursor</translation>
+        <source>%1 was changed or replaced on disk since it was read; nothing was written. Reload it, or save the envelopes as a new file.</source>
+        <translation>%1 wurde seit dem Lesen auf dem Datenträger geändert oder ersetzt; es wurde nichts geschrieben. Laden Sie die Datei neu oder speichern Sie die Hüllkurven in einer neuen Datei.</translation>
     </message>
 </context>
 </TS>

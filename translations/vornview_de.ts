@@ -87,6 +87,58 @@
 
 %2</translation>
     </message>
+    <message>
+        <source>Save</source>
+        <translation>Speichern</translation>
+    </message>
+    <message>
+        <source>Save As…</source>
+        <translation>Speichern unter…</translation>
+    </message>
+    <message>
+        <source>Reload</source>
+        <translation>Neu laden</translation>
+    </message>
+    <message>
+        <source>View</source>
+        <translation>Ansicht</translation>
+    </message>
+    <message>
+        <source>Stacked</source>
+        <translation>Gestapelt</translation>
+    </message>
+    <message>
+        <source>Overlaid</source>
+        <translation>Überlagert</translation>
+    </message>
+    <message>
+        <source>Cursors</source>
+        <translation>Cursor</translation>
+    </message>
+    <message>
+        <source>Save Capture As</source>
+        <translation>Aufzeichnung speichern unter</translation>
+    </message>
+    <message>
+        <source>sigrok sessions (*.sr)</source>
+        <translation>sigrok-Sitzungen (*.sr)</translation>
+    </message>
+    <message>
+        <source>Read %1 again and discard the changed envelopes?</source>
+        <translation>%1 neu lesen und die geänderten Hüllkurven verwerfen?</translation>
+    </message>
+    <message>
+        <source>The envelope of %1 spans no time. Drag across the part of the waveform it should limit.</source>
+        <translation>Die Hüllkurve von %1 umfasst keine Zeitspanne. Ziehen Sie über den Teil der Kurve, den sie begrenzen soll.</translation>
+    </message>
+    <message>
+        <source>No sample of %1 lies under the envelope, so it would check nothing. Drag across the part of the waveform it should limit.</source>
+        <translation>Unter der Hüllkurve liegt kein Abtastwert von %1, sie würde also nichts prüfen. Ziehen Sie über den Teil der Kurve, den sie begrenzen soll.</translation>
+    </message>
+    <message>
+        <source>Envelope Not Applied</source>
+        <translation>Hüllkurve nicht übernommen</translation>
+    </message>
 </context>
 <context>
     <name>vornview</name>

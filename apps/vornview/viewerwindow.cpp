@@ -4,6 +4,7 @@
 #include "waveformwindow.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDir>
@@ -17,7 +18,14 @@
 #include <QMimeData>
 #include <QSettings>
 #include <QStackedWidget>
+#include <QTemporaryFile>
+#include <QTimer>
 #include <QUrl>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -58,6 +66,15 @@ void ViewerWindow::createActions()
     connect(m_openAction, &QAction::triggered, this, &ViewerWindow::onOpenTriggered);
     m_recentMenu = new QMenu(tr("Open Recent"), this);
     connect(m_recentMenu, &QMenu::aboutToShow, this, &ViewerWindow::onRecentMenuAboutToShow);
+    m_saveAction = new QAction(tr("Save"), this);
+    m_saveAction->setShortcut(QKeySequence::Save);
+    connect(m_saveAction, &QAction::triggered, this, &ViewerWindow::onSaveTriggered);
+    m_saveAsAction = new QAction(tr("Save As…"), this);
+    m_saveAsAction->setShortcut(QKeySequence::SaveAs);
+    connect(m_saveAsAction, &QAction::triggered, this, &ViewerWindow::onSaveAsTriggered);
+    m_reloadAction = new QAction(tr("Reload"), this);
+    m_reloadAction->setShortcut(QKeySequence::Refresh);
+    connect(m_reloadAction, &QAction::triggered, this, &ViewerWindow::onReloadTriggered);
     m_quitAction = new QAction(tr("Quit"), this);
     m_quitAction->setShortcut(QKeySequence::Quit);
     m_quitAction->setMenuRole(QAction::QuitRole);
@@ -66,7 +83,7 @@ void ViewerWindow::createActions()
     m_helpMenu->addAction(tr("About VornView"), this, &ViewerWindow::onAboutTriggered);
     m_helpMenu->addAction(tr("About Qt"), qApp, &QApplication::aboutQt);
     // Keys work whichever menu bar shows the actions.
-    addActions({m_openAction, m_quitAction});
+    addActions({m_openAction, m_saveAction, m_saveAsAction, m_reloadAction, m_quitAction});
 
     QMenu *fileMenu = menuBar()->addMenu(tr("File"));
     fileMenu->addAction(m_openAction);
@@ -77,6 +94,7 @@ void ViewerWindow::createActions()
 }
 
 // The capture's own menu bar takes the viewer's actions, so there is one bar with one File menu.
+// The window's own Save writes every waveform's envelope; the viewer's writes only what changed.
 void ViewerWindow::extendDocumentMenus(WaveformWindow *document)
 {
     QMenu *fileMenu = document->fileMenu();
@@ -84,20 +102,50 @@ void ViewerWindow::extendDocumentMenus(WaveformWindow *document)
     fileMenu->insertAction(first, m_openAction);
     fileMenu->insertMenu(first, m_recentMenu);
     fileMenu->insertSeparator(first);
+    fileMenu->insertActions(first, {m_saveAction, m_saveAsAction, m_reloadAction});
+    document->saveAction()->setVisible(false);
     fileMenu->addSeparator();
     fileMenu->addAction(m_quitAction);
     QMenu *envelopeMenu = document->envelopeMenu();
     envelopeMenu->addSeparator();
     envelopeMenu->addActions({document->nextViolationAction(), document->previousViolationAction()});
+    addViewMenu(document);
     document->menuBar()->addMenu(m_helpMenu);
-    document->saveAction()->setShortcut(QKeySequence::Save);
     document->closeAction()->setShortcut(QKeySequence::Close);
+}
+
+void ViewerWindow::addViewMenu(WaveformWindow *document)
+{
+    VornGraph *graph = document->graph();
+    auto *view = new QMenu(tr("View"), document->menuBar());
+    auto *layouts = new QActionGroup(view);
+    QAction *stacked = view->addAction(tr("Stacked"), graph, [graph] { graph->setStacked(true); });
+    QAction *overlaid = view->addAction(tr("Overlaid"), graph, [graph] { graph->setStacked(false); });
+    for (QAction *action : {stacked, overlaid}) {
+        action->setCheckable(true);
+        layouts->addAction(action);
+    }
+    (graph->isStacked() ? stacked : overlaid)->setChecked(true);
+    view->addSeparator();
+    QAction *cursors = view->addAction(tr("Cursors"));
+    cursors->setCheckable(true);
+    cursors->setChecked(graph->cursorsVisible());
+    connect(cursors, &QAction::toggled, graph, &VornGraph::setCursorsVisible);
+    // The graph's own keys change both too: the menu follows it.
+    connect(graph, &VornGraph::cursorsVisibleChanged, cursors, &QAction::setChecked);
+    connect(graph, &VornGraph::stackedChanged, view, [stacked, overlaid](bool isStacked) {
+        (isStacked ? stacked : overlaid)->setChecked(true);
+    });
+    document->menuBar()->addMenu(view);
 }
 
 bool ViewerWindow::openFile(const QString &path)
 {
-    if (!maybeLeaveDocument())
-        return false;
+    return maybeLeaveDocument() && loadFile(path);
+}
+
+bool ViewerWindow::loadFile(const QString &path)
+{
     const QString absolute = QFileInfo(path).absoluteFilePath();
     // The window tells the user itself why a file cannot be read, and then holds no waveform.
     auto *document = new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this);
@@ -126,6 +174,8 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
     connect(document, &WaveformWindow::modificationChanged, this, &QWidget::setWindowModified);
+    connect(document->graph(), &VornGraph::envelopeEditingStarted, this, &ViewerWindow::onEnvelopeEditingStarted);
+    connect(document->graph(), &VornGraph::envelopeEditingFinished, this, &ViewerWindow::onEnvelopeApplied);
     m_stack->addWidget(document);
     m_stack->setCurrentWidget(document);
     menuBar()->hide();
@@ -139,6 +189,7 @@ void ViewerWindow::closeDocument()
     // Deferred: this may run inside the document's own close handling.
     m_document->removeEventFilter(this);
     m_document->disconnect(this);
+    m_document->graph()->disconnect(this);
     m_stack->removeWidget(m_document);
     m_document->deleteLater();
     m_document = nullptr;
@@ -167,8 +218,7 @@ bool ViewerWindow::maybeLeaveDocument()
         return true;
     if (answer != QMessageBox::Yes)
         return false;
-    m_document->saveAction()->trigger();
-    return m_document->lastSaveError().isEmpty();
+    return m_document->saveChangedEnvelopes();
 }
 
 bool ViewerWindow::eventFilter(QObject *watched, QEvent *event)
@@ -267,4 +317,129 @@ void ViewerWindow::onSaveFailed(const QString &reason)
     QMessageBox::critical(this, tr("Saving failed"),
                           tr("The envelopes could not be saved in %1.\n\n%2")
                               .arg(QDir::toNativeSeparators(m_filePath), reason));
+}
+
+void ViewerWindow::onSaveTriggered()
+{
+    if (m_document)
+        m_document->saveChangedEnvelopes();
+}
+
+void ViewerWindow::onSaveAsTriggered()
+{
+    if (!m_document)
+        return;
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save Capture As"), QFileInfo(m_filePath).absolutePath(),
+                                                      tr("sigrok sessions (*.sr)"));
+    if (!path.isEmpty())
+        saveAs(path);
+}
+
+bool ViewerWindow::saveAs(const QString &path)
+{
+    if (!m_document)
+        return false;
+    if (QFileInfo(path).absoluteFilePath() == m_filePath) {
+        onSaveTriggered();
+        return m_document->lastSaveError().isEmpty();
+    }
+    QString error;
+    if (!writeCopy(path, error)) {
+        QMessageBox::critical(this, tr("Saving failed"),
+                              tr("The envelopes could not be saved in %1.\n\n%2").arg(QDir::toNativeSeparators(path), error));
+        return false;
+    }
+    // The copy holds every edit: the capture left behind has nothing unsaved.
+    return loadFile(path);
+}
+
+// The capture as it is on disk, with the envelopes the user changed, written beside path under a
+// temporary name and renamed over path once complete.
+bool ViewerWindow::writeCopy(const QString &path, QString &error) const
+{
+    QFile source(m_filePath);
+    QTemporaryFile copy(QFileInfo(path).absolutePath() + QStringLiteral("/.vornview-XXXXXX.sr"));
+    if (!source.open(QIODevice::ReadOnly) || !copy.open()) {
+        error = source.isOpen() ? copy.errorString() : source.errorString();
+        return false;
+    }
+    while (!source.atEnd()) {
+        const QByteArray block = source.read(1 << 20);
+        if (block.isEmpty() || copy.write(block) != block.size()) {
+            error = block.isEmpty() ? source.errorString() : copy.errorString();
+            return false;
+        }
+    }
+    copy.setPermissions(source.permissions());
+    copy.close();
+    const VornGraph *graph = m_document->graph();
+    for (int i = 0; i < graph->waveformCount(); ++i) {
+        const QString name = graph->waveformName(i);
+        if (m_document->isEnvelopeChanged(i)
+            && !(graph->hasEnvelope(i) ? saveEnvelope(copy.fileName(), name, graph->envelope(i))
+                                    : removeEnvelope(copy.fileName(), name))) {
+            error = lastEnvelopeFileError();
+            return false;
+        }
+    }
+    if (std::rename(QFile::encodeName(copy.fileName()).constData(), QFile::encodeName(path).constData()) != 0) {
+        error = QString::fromLocal8Bit(std::strerror(errno));
+        return false;
+    }
+    copy.setAutoRemove(false);
+    return true;
+}
+
+void ViewerWindow::onReloadTriggered()
+{
+    if (!m_document)
+        return;
+    if (m_document->hasUnsavedChanges()
+        && QMessageBox::question(this, tr("Reload"),
+                                 tr("Read %1 again and discard the changed envelopes?").arg(QFileInfo(m_filePath).fileName()),
+                                 QMessageBox::Yes | QMessageBox::No, QMessageBox::No)
+               != QMessageBox::Yes)
+        return;
+    loadFile(m_filePath);
+}
+
+void ViewerWindow::onEnvelopeEditingStarted(int waveformIndex)
+{
+    const VornGraph *graph = m_document->graph();
+    m_envelopeBeforeEdit = graph->hasEnvelope(waveformIndex) ? graph->envelope(waveformIndex) : EnvelopeData();
+}
+
+// An envelope over no time, or over a part of the time axis without samples, would pass every
+// check without checking a sample. The editor lets a region shrink that far; the viewer does
+// not keep what it makes of it.
+QString ViewerWindow::unusableEnvelopeReason(int waveformIndex, const EnvelopeData &envelope) const
+{
+    const VornGraph *graph = m_document->graph();
+    const QString name = graph->waveformName(waveformIndex);
+    for (const WaveformData *curve : {&envelope.upper, &envelope.lower}) {
+        if (!(curve->sampleInterval > 0.0) || !std::isfinite(curve->sampleInterval))
+            return tr("The envelope of %1 spans no time. Drag across the part of the waveform it should limit.").arg(name);
+    }
+    const EnvelopeCheckResult result = graph->envelopeCheckResult(waveformIndex);
+    if (result.checked + result.nanSamples == 0)
+        return tr("No sample of %1 lies under the envelope, so it would check nothing. Drag across the part of the "
+                  "waveform it should limit.")
+            .arg(name);
+    return QString();
+}
+
+void ViewerWindow::onEnvelopeApplied(int waveformIndex, const EnvelopeData &envelope)
+{
+    const QString reason = unusableEnvelopeReason(waveformIndex, envelope);
+    if (reason.isEmpty())
+        return;
+    // The editor has ended its edit before it hands the envelope over: the previous one can be
+    // put back at once; the message waits until the graph has finished applying.
+    VornGraph *graph = m_document->graph();
+    if (m_envelopeBeforeEdit.isEmpty())
+        graph->clearEnvelope(waveformIndex);
+    else
+        graph->setEnvelope(waveformIndex, m_envelopeBeforeEdit);
+    updateTitle();
+    QTimer::singleShot(0, this, [this, reason] { QMessageBox::warning(this, tr("Envelope Not Applied"), reason); });
 }

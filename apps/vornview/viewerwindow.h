@@ -1,6 +1,8 @@
 #ifndef VIEWERWINDOW_H
 #define VIEWERWINDOW_H
 
+#include "vornwaveform.h"
+
 #include <QMainWindow>
 
 class QAction;
@@ -21,6 +23,9 @@ public:
     // Opens path in place of the current capture once the user agreed to leave it. A capture that
     // cannot be read leaves the current one open; returns whether path is open now.
     bool openFile(const QString &path);
+    // Writes a copy of the capture with the envelopes as shown to path and opens the copy; the
+    // capture itself stays as it is. Returns whether the copy is open now.
+    bool saveAs(const QString &path);
     WaveformWindow *document() const { return m_document; }
     static QStringList recentFiles();
 
@@ -35,9 +40,18 @@ private slots:
     void onRecentMenuAboutToShow();
     void onAboutTriggered();
     void onSaveFailed(const QString &reason);
+    void onSaveTriggered();
+    void onSaveAsTriggered();
+    void onReloadTriggered();
+    void onEnvelopeEditingStarted(int waveformIndex);
+    void onEnvelopeApplied(int waveformIndex, const EnvelopeData &envelope);
 
 private:
     void createActions();
+    bool loadFile(const QString &path);
+    bool writeCopy(const QString &path, QString &error) const;
+    void addViewMenu(WaveformWindow *document);
+    QString unusableEnvelopeReason(int waveformIndex, const EnvelopeData &envelope) const;
     void setDocument(WaveformWindow *document, const QString &path);
     void extendDocumentMenus(WaveformWindow *document);
     bool maybeLeaveDocument();
@@ -46,6 +60,9 @@ private:
     void updateTitle();
 
     QAction *m_openAction = nullptr;
+    QAction *m_saveAction = nullptr;
+    QAction *m_saveAsAction = nullptr;
+    QAction *m_reloadAction = nullptr;
     QAction *m_quitAction = nullptr;
     QMenu *m_recentMenu = nullptr;
     QMenu *m_helpMenu = nullptr;
@@ -53,6 +70,7 @@ private:
     QLabel *m_placeholder = nullptr;
     WaveformWindow *m_document = nullptr;
     QString m_filePath;
+    EnvelopeData m_envelopeBeforeEdit; // what Apply replaces, to go back to when it is refused
 };
 
 #endif

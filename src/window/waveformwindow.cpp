@@ -47,7 +47,6 @@ void WaveformWindow::setupMenuBar()
     m_deleteEnvelopeAction = m_envelopeMenu->addAction(tr("Delete"), this, &WaveformWindow::onDeleteEnvelopeTriggered);
     m_editEnvelopeAction->setEnabled(false);
     m_deleteEnvelopeAction->setEnabled(false);
-    setupViewMenu();
 }
 
 void WaveformWindow::showModal()

@@ -46,6 +46,16 @@ public:
     QAction *saveAction() const { return m_saveAction; }
     QAction *closeAction() const { return m_closeAction; }
 
+    // Writes the envelope of every waveform whose envelope the user changed, added or deleted
+    // since the file was read or last saved here, and touches no other. Refuses, keeping the
+    // edits, when the file on disk is no longer the one that was read. False, with
+    // lastSaveError() and saveFailed(), when it refused or a write failed.
+    bool saveChangedEnvelopes();
+    // Whether the file on disk is still the one read (or last written) by this window.
+    bool fileUnchangedSinceRead() const;
+    // Whether waveform index's envelope differs from the file as read or last saved here.
+    bool isEnvelopeChanged(int index) const;
+
     // True while the envelopes differ from what the file holds, and after a save that failed.
     bool hasUnsavedChanges() const;
     // Why the last save failed; empty once a save succeeded.
@@ -81,7 +91,6 @@ private slots:
 
 private:
     void setupMenuBar();
-    void setupViewMenu(); // waveformwindow_view.cpp
     void updateEnvelopeActions(int index);
     void showEnvelopeEditorDialog(int index);
     void showError(const QString &text);
@@ -100,6 +109,8 @@ private:
     bool envelopesDifferFrom(const QVector<EnvelopeData> &snapshot) const;
     void deleteEnvelopeWithConfirmation(int waveformIndex);
     void updateModification();
+    void failSave(const QString &reason);
+    static QByteArray captureIdentity(const QString &path);
 
     VornGraph *m_graph = nullptr;
     QMenuBar *m_menuBar = nullptr;
@@ -109,16 +120,13 @@ private:
     QMenu *m_envelopeMenu = nullptr;
     QAction *m_editEnvelopeAction = nullptr;
     QAction *m_deleteEnvelopeAction = nullptr;
-    QMenu *m_viewMenu = nullptr;
-    QAction *m_stackedAction = nullptr;
-    QAction *m_overlaidAction = nullptr;
-    QAction *m_cursorsAction = nullptr;
     QString m_filePath;
     QVector<EnvelopeData> m_originalEnvelopes;
     bool m_envelopeEditingEnabled = true;
     QVector<EnvelopeData> m_fileEnvelopes;
     QString m_lastSaveError;
     bool m_modified = false;
+    QByteArray m_fileIdentity; // of the file as read or last written here
     QAction *m_nextViolationAction = nullptr;
     QAction *m_previousViolationAction = nullptr;
     QLabel *m_checkSummaryLabel = nullptr;

@@ -47,8 +47,11 @@ QString WaveformWindow::envelopeCheckSummary() const
     return lines.join(QLatin1Char('\n'));
 }
 
+// Every envelope the graph is given or loses is checked: the modified state follows here, also
+// for an Apply, whose envelope arrives after the editor reported its end.
 void WaveformWindow::onEnvelopeChecked()
 {
+    updateModification();
     const QString summary = envelopeCheckSummary();
     m_checkSummaryLabel->setText(summary);
     m_checkSummaryLabel->setVisible(!summary.isEmpty());

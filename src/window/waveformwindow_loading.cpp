@@ -52,6 +52,8 @@ bool readSamples(const QByteArray &path, int32_t index, std::vector<double> &sam
 
 void WaveformWindow::loadWaveforms(const QString &filePath)
 {
+    // Taken before reading, so that a change while reading counts as one.
+    m_fileIdentity = captureIdentity(filePath);
     int32_t count = 0;
     if (sigrok_read_waveform_count(filePath.toUtf8().constData(), &count) != 0) {
         showError(tr("Could not read from waveform file: %1").arg(QString::fromUtf8(sigrok_get_last_error())));

@@ -2,7 +2,11 @@
 
 #include "vorngraph.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QMessageBox>
+
+#include <sys/stat.h>
 
 #include <cmath>
 
@@ -22,7 +26,28 @@ bool sameSamples(const std::vector<double> &a, const std::vector<double> &b)
     return true;
 }
 
+bool sameEnvelope(const EnvelopeData &a, const EnvelopeData &b)
+{
+    if (a.isEmpty() || b.isEmpty())
+        return a.isEmpty() == b.isEmpty();
+    return sameSamples(*a.upper.samples, *b.upper.samples) && sameSamples(*a.lower.samples, *b.lower.samples);
+}
+
 } // namespace
+
+// Device, inode, size and the change time, which no program can set: a file changed in place or
+// replaced by another one has a different identity. Empty when there is no file.
+QByteArray WaveformWindow::captureIdentity(const QString &path)
+{
+    struct stat st;
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return QByteArray();
+    const long long fields[] = {static_cast<long long>(st.st_dev), static_cast<long long>(st.st_ino),
+                                static_cast<long long>(st.st_size), static_cast<long long>(st.st_mtim.tv_sec),
+                                static_cast<long long>(st.st_mtim.tv_nsec), static_cast<long long>(st.st_ctim.tv_sec),
+                                static_cast<long long>(st.st_ctim.tv_nsec)};
+    return QByteArray(reinterpret_cast<const char *>(fields), sizeof fields);
+}
 
 void WaveformWindow::storeOriginalEnvelopes()
 {
@@ -77,8 +102,60 @@ void WaveformWindow::onSaveTriggered()
     }
     // A deleted envelope stays in the snapshot on purpose: the next close asks again.
     storeOriginalEnvelopes();
+    m_fileIdentity = captureIdentity(m_filePath);
     if (!m_lastSaveError.isEmpty())
         emit saveFailed(m_lastSaveError);
+    updateModification();
+}
+
+bool WaveformWindow::fileUnchangedSinceRead() const
+{
+    return !m_fileIdentity.isEmpty() && captureIdentity(m_filePath) == m_fileIdentity;
+}
+
+bool WaveformWindow::isEnvelopeChanged(int index) const
+{
+    if (index < 0 || index >= m_graph->waveformCount())
+        return false;
+    const EnvelopeData current = m_graph->hasEnvelope(index) ? m_graph->envelope(index) : EnvelopeData();
+    return !sameEnvelope(current, m_fileEnvelopes.value(index));
+}
+
+bool WaveformWindow::saveChangedEnvelopes()
+{
+    m_lastSaveError.clear();
+    if (!fileUnchangedSinceRead()) {
+        failSave(tr("%1 was changed or replaced on disk since it was read; nothing was written. "
+                    "Reload it, or save the envelopes as a new file.")
+                     .arg(QFileInfo(m_filePath).fileName()));
+        return false;
+    }
+    const int count = m_graph->waveformCount();
+    m_fileEnvelopes.resize(count);
+    m_originalEnvelopes.resize(count);
+    for (int i = 0; i < count; ++i) {
+        if (!isEnvelopeChanged(i))
+            continue;
+        const EnvelopeData current = m_graph->hasEnvelope(i) ? m_graph->envelope(i) : EnvelopeData();
+        const QString name = m_graph->waveformName(i);
+        if (!(current.isEmpty() ? removeEnvelope(m_filePath, name) : saveEnvelope(m_filePath, name, current))) {
+            failSave(lastEnvelopeFileError());
+            return false;
+        }
+        // Our own write replaced the file: it is the one read from now on.
+        m_fileIdentity = captureIdentity(m_filePath);
+        m_fileEnvelopes[i] = current;
+        if (!current.isEmpty())
+            m_originalEnvelopes[i] = current;
+    }
+    updateModification();
+    return true;
+}
+
+void WaveformWindow::failSave(const QString &reason)
+{
+    m_lastSaveError = reason;
+    emit saveFailed(reason);
     updateModification();
 }
 

@@ -39,7 +39,7 @@ private slots:
         QVERIFY(!viewer.openFile(capture("other.sr"))); // cancelled
         QVERIFY(!viewer.close()); // saved, which failed
         QCOMPARE(answerer.title + '|' + QString::number(answerer.asked), "Saving failed|3");
-        QVERIFY2(answerer.text.endsWith("file not found"), qPrintable(answerer.text));
+        QVERIFY2(answerer.text.contains("since it was read; nothing was written"), qPrintable(answerer.text));
         QVERIFY(viewer.isWindowModified());
         QVERIFY(viewer.close()); // asked again, not saved
         QCOMPARE(answerer.asked, 4);
@@ -52,10 +52,80 @@ private slots:
         ViewerWindow viewer;
         QVERIFY(viewer.openFile(path));
         viewer.document()->graph()->clearEnvelope(0);
-        viewer.document()->saveAction()->trigger();
+        fileAction(viewer, "Save")->trigger();
         MessageBoxAnswerer answerer({QMessageBox::Cancel});
         QVERIFY(viewer.close());
         QCOMPARE(answerer.asked, 0);
+    }
+
+    // Refused, the edits stay; Save As keeps them in a copy, Reload drops them for the new file.
+    void aCaptureReplacedOnDiskKeepsTheEditsUntilSavedAsOrReloaded_data()
+    {
+        QTest::addColumn<bool>("reload");
+        QTest::newRow("save as") << false;
+        QTest::newRow("reload") << true;
+    }
+    void aCaptureReplacedOnDiskKeepsTheEditsUntilSavedAsOrReloaded()
+    {
+        QFETCH(bool, reload);
+        const QString path = capture("replaced.sr"), copy = m_dir.filePath("copy.sr");
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(path));
+        viewer.document()->graph()->setEnvelope(0, envelopeOf(2));
+        QVERIFY(saveEnvelope(path, "A1", envelopeOf(3))); // another program
+        const QByteArray theirs = readFile(path);
+        MessageBoxAnswerer answerer({QMessageBox::Ok, QMessageBox::Yes});
+        fileAction(viewer, "Save")->trigger();
+        QCOMPARE(answerer.title, "Saving failed");
+        QVERIFY(viewer.isWindowModified() && viewer.document()->graph()->hasEnvelope(0));
+        if (reload) {
+            fileAction(viewer, "Reload")->trigger();
+            QCOMPARE(answerer.title, "Reload");
+        } else {
+            QVERIFY(viewer.saveAs(copy));
+        }
+        const VornGraph *graph = viewer.document()->graph();
+        QCOMPARE(QList<bool>({graph->hasEnvelope(0), graph->hasEnvelope(1), viewer.isWindowModified()}),
+                 QList<bool>({!reload, true, false}));
+        QCOMPARE(viewer.windowTitle(), (reload ? "replaced.sr" : "copy.sr") + QStringLiteral("[*] - VornView"));
+        QCOMPARE(readFile(path), theirs);
+    }
+
+    // Apply of a region that holds no sample, or of a click without a drag, keeps what was there.
+    void envelopesCheckingNoSampleAreNotKept_data()
+    {
+        QTest::addColumn<double>("start");
+        QTest::addColumn<double>("interval");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("over the samples") << 0.0 << 1e-3 << true;
+        QTest::newRow("a click, no time spanned") << 1e-3 << 0.0 << false;
+        QTest::newRow("dragged backwards from time 0") << 0.0 << -1e-3 << false;
+        QTest::newRow("after the last sample") << 1.0 << 1e-3 << false;
+    }
+    void envelopesCheckingNoSampleAreNotKept()
+    {
+        QFETCH(double, start);
+        QFETCH(double, interval);
+        QFETCH(bool, kept);
+        const QString path = capture("applied.sr");
+        QVERIFY(saveEnvelope(path, "A0", envelopeOf(1)));
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(path));
+        VornGraph *graph = viewer.document()->graph();
+        EnvelopeData applied = envelopeOf(2);
+        for (WaveformData *curve : {&applied.upper, &applied.lower}) {
+            curve->startTime = start;
+            curve->sampleInterval = interval;
+        }
+        // What the graph does when the editor's Apply hands it an envelope.
+        MessageBoxAnswerer answerer({QMessageBox::Ok});
+        emit graph->envelopeEditingStarted(0);
+        graph->setEnvelope(0, applied);
+        emit graph->envelopeEditingFinished(0, applied);
+        QTest::qWait(100);
+        QCOMPARE(described(graph->envelope(0)), described(kept ? applied : envelopeOf(1)));
+        QCOMPARE(answerer.title, kept ? "" : "Envelope Not Applied");
+        QCOMPARE(viewer.isWindowModified(), kept);
     }
 
     void unreadableFileKeepsTheOpenCapture()
@@ -89,6 +159,11 @@ private slots:
         QCOMPARE(ViewerWindow::recentFiles(), (QStringList{dropped, first}));
         QTest::keyClick(viewer.document(), Qt::Key_Return); // confirms a value, closes nothing
         QVERIFY(viewer.document());
+        // The viewer's own View menu drives the graph.
+        const QList<QAction *> menus = viewer.document()->menuBar()->actions();
+        QCOMPARE(menus.value(2)->text(), "View");
+        menus.value(2)->menu()->actions().value(3)->trigger();
+        QVERIFY(viewer.document()->graph()->cursorsVisible());
     }
 
     // Run by CTest with LANG=de_DE.UTF-8 as its own test: the window's and the viewer's menus, and
@@ -108,6 +183,13 @@ private slots:
     }
 
 private:
+    static QAction *fileAction(const ViewerWindow &viewer, const QString &text)
+    {
+        const QList<QAction *> actions = viewer.document()->fileMenu()->actions();
+        const auto found = std::find_if(actions.begin(), actions.end(), [&](const QAction *a) { return a->text() == text; });
+        return found == actions.end() ? nullptr : *found;
+    }
+
     QString capture(const QString &name)
     {
         const QString path = m_dir.filePath(name);

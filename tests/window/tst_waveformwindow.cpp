@@ -43,6 +43,54 @@ private slots:
         QCOMPARE(described(graph->envelope(0)), described(envelopeOf(20)));
     }
 
+    // Hosts get exactly the two menus; whatever an application adds is its own.
+    void menuBarHoldsFileAndEnvelope()
+    {
+        WaveformWindow window(m_capture, "t");
+        QStringList menus;
+        for (const QAction *menu : window.menuBar()->actions()) {
+            QStringList entries;
+            for (const QAction *action : menu->menu()->actions())
+                entries << action->text();
+            menus << menu->text() + ": " + entries.join(", ");
+        }
+        QCOMPARE(menus, QStringList({"File: Save, Close", "Envelope: Edit, Delete"}));
+    }
+
+    // An envelope another program stored meanwhile, or a curve the window cannot show, stays;
+    // a file replaced since it was read is not written at all.
+    void savingChangedEnvelopesTouchesNothingElse_data()
+    {
+        QTest::addColumn<bool>("replaced");
+        QTest::newRow("the file as it was read") << false;
+        QTest::newRow("the file replaced meanwhile") << true;
+    }
+    void savingChangedEnvelopesTouchesNothingElse()
+    {
+        QFETCH(bool, replaced);
+        const WaveformData lone = envelopeOf(3).upper; // an upper curve without a lower one
+        std::string error;
+        QVERIFY(vornsr::replaceCurves(m_capture.toStdString(), {},
+                                      {{"A1 [upper]", "V", lone.sampleInterval, lone.startTime, lone.samples->data(), lone.samples->size()}},
+                                      error));
+        WaveformWindow window(m_capture, "t");
+        window.graph()->setEnvelope(0, envelopeOf(5));
+        if (replaced)
+            QVERIFY(writeZip(m_capture, sampleCapture()));
+        const QByteArray before = readFile(m_capture);
+        QSignalSpy failed(&window, &WaveformWindow::saveFailed);
+        QCOMPARE(window.saveChangedEnvelopes(), !replaced);
+        QCOMPARE(QList<int>({int(failed.count()), window.hasUnsavedChanges()}), QList<int>({replaced, replaced}));
+        if (replaced) {
+            QVERIFY2(window.lastSaveError().contains("since it was read"), qPrintable(window.lastSaveError()));
+            QCOMPARE(readFile(m_capture), before);
+            return;
+        }
+        QVERIFY(offeredNames(m_capture).contains("A1 [upper]"));
+        WaveformWindow reopened(m_capture, "t");
+        QCOMPARE(described(reopened.graph()->envelope(0)), described(envelopeOf(5)));
+    }
+
     void asksBeforeClosingOnlyWithChanges_data()
     {
         QTest::addColumn<bool>("changed");
