@@ -2,6 +2,7 @@
 
 #include "zipfixture.h"
 
+#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -114,17 +115,14 @@ private slots:
 
     void aNameUpToTheFileSystemsLimitSaves()
     {
-        for (const int length : {250, 255}) {
-            const QString path = m_dir->filePath(QString(length - 3, 'n') + ".sr");
-            // libzip's own temporary name would not fit either.
-            QVERIFY(writeZip(m_dir->filePath("short.sr"), capture({"A0"})) && QFile::rename(m_dir->filePath("short.sr"), path));
-            QVERIFY2(saveEnvelope(path, "A0", envelopeOf(1)), qPrintable(lastEnvelopeFileError()));
-            QVERIFY(offeredNames(path).contains("A0 [upper]"));
-        }
-        QCOMPARE(fileNames(m_dir->path()).size(), 3);
+        // Made under a short name: libzip's own temporary name would not fit either.
+        const QString path = m_dir->filePath(QString(252, 'n') + ".sr");
+        QVERIFY(QFile::rename(m_path, path));
+        QVERIFY2(saveEnvelope(path, "A0", envelopeOf(1)), qPrintable(lastEnvelopeFileError()));
+        QCOMPARE(fileNames(m_dir->path()), QStringList{QFileInfo(path).fileName()});
     }
 
-    // An immutable capture may be read and locked, but the new file cannot be renamed over it.
+    // An immutable capture may be read and locked, but nothing can be renamed over it.
     void aFailedRenameGivesItsOwnReason()
     {
         const QByteArray original = readFile(m_path);
@@ -136,11 +134,8 @@ private slots:
         }
         const bool saved = saveEnvelope(m_path, "A0", envelopeOf(1));
         flags &= ~FS_IMMUTABLE_FL;
-        ioctl(fd, FS_IOC_SETFLAGS, &flags);
-        close(fd);
-        QVERIFY(!saved);
+        QVERIFY(ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0 && close(fd) == 0 && !saved && readFile(m_path) == original);
         QCOMPARE(lastEnvelopeFileError(), "cannot replace the file: Operation not permitted; nothing was written");
-        QCOMPARE(readFile(m_path), original);
         QCOMPARE(fileNames(m_dir->path()), QStringList{"capture.sr"});
     }
 

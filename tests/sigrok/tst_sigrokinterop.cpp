@@ -146,8 +146,6 @@ private slots:
         QTest::newRow("missing file") << QStringList{"list", "@nothing"} << 2 << "vorn: @nothing: file not found\n";
         QTest::newRow("not a capture") << QStringList{"list", "@text"} << 2 << "vorn: @text: not a zip archive\n";
         QTest::newRow("unknown waveform") << QStringList{"dump", "@capture", "B7"} << 2 << "vorn: @capture: no waveform named 'B7'\n";
-        QTest::newRow("envelope of a missing file") << QStringList{"envelope", "@nothing", "A0", "--remove"} << 2
-                                                    << "vorn: @nothing: file not found\n";
         QTest::newRow("micro sign") << QStringList{"envelope", "@capture", "A0", "--dx", QString::fromUtf8("2\u00b5s")} << 0 << "";
     }
 

@@ -52,43 +52,38 @@ private slots:
         ViewerWindow viewer;
         QVERIFY(viewer.openFile(path));
         viewer.document()->graph()->clearEnvelope(0);
-        fileAction(viewer, "Save")->trigger();
+        viewer.document()->fileMenu()->actions().value(3)->trigger(); // File ▸ Save
         MessageBoxAnswerer answerer({QMessageBox::Cancel});
         QVERIFY(viewer.close());
         QCOMPARE(answerer.asked, 0);
     }
 
-    // Refused, the edits stay; Save As keeps them in a copy, Reload drops them for the new file.
-    void aCaptureReplacedOnDiskKeepsTheEditsUntilSavedAsOrReloaded_data()
+    // After a refused save (see above): Save As keeps the edits and what another program wrote
+    // in a copy, Reload drops the edits for the file as it is now; the file itself stays theirs.
+    void aCaptureChangedOnDiskIsLeftBySaveAsOrReload_data()
     {
         QTest::addColumn<bool>("reload");
         QTest::newRow("save as") << false;
         QTest::newRow("reload") << true;
     }
-    void aCaptureReplacedOnDiskKeepsTheEditsUntilSavedAsOrReloaded()
+    void aCaptureChangedOnDiskIsLeftBySaveAsOrReload()
     {
         QFETCH(bool, reload);
-        const QString path = capture("replaced.sr"), copy = m_dir.filePath("copy.sr");
+        const QString path = capture("replaced.sr");
         ViewerWindow viewer;
         QVERIFY(viewer.openFile(path));
         viewer.document()->graph()->setEnvelope(0, envelopeOf(2));
         QVERIFY(saveEnvelope(path, "A1", envelopeOf(3))); // another program
         const QByteArray theirs = readFile(path);
-        MessageBoxAnswerer answerer({QMessageBox::Ok, QMessageBox::Yes});
-        fileAction(viewer, "Save")->trigger();
-        QCOMPARE(answerer.title, "Saving failed");
-        QVERIFY(viewer.isWindowModified() && viewer.document()->graph()->hasEnvelope(0));
-        if (reload) {
-            fileAction(viewer, "Reload")->trigger();
-            QCOMPARE(answerer.title, "Reload");
-        } else {
-            QVERIFY(viewer.saveAs(copy));
-        }
+        MessageBoxAnswerer answerer({QMessageBox::Yes});
+        if (reload)
+            viewer.document()->fileMenu()->actions().value(5)->trigger(); // File ▸ Reload
+        else
+            QVERIFY(viewer.saveAs(m_dir.filePath("copy.sr")));
         const VornGraph *graph = viewer.document()->graph();
-        QCOMPARE(QList<bool>({graph->hasEnvelope(0), graph->hasEnvelope(1), viewer.isWindowModified()}),
-                 QList<bool>({!reload, true, false}));
-        QCOMPARE(viewer.windowTitle(), (reload ? "replaced.sr" : "copy.sr") + QStringLiteral("[*] - VornView"));
-        QCOMPARE(readFile(path), theirs);
+        QCOMPARE(QList<bool>({graph->hasEnvelope(0), graph->hasEnvelope(1), viewer.isWindowModified(), readFile(path) == theirs}),
+                 QList<bool>({!reload, true, false, true}));
+        QCOMPARE(answerer.asked, int(reload));
     }
 
     // Apply of a region that holds no sample, or of a click without a drag, keeps what was there.
@@ -99,7 +94,6 @@ private slots:
         QTest::addColumn<bool>("kept");
         QTest::newRow("over the samples") << 0.0 << 1e-3 << true;
         QTest::newRow("a click, no time spanned") << 1e-3 << 0.0 << false;
-        QTest::newRow("dragged backwards from time 0") << 0.0 << -1e-3 << false;
         QTest::newRow("after the last sample") << 1.0 << 1e-3 << false;
     }
     void envelopesCheckingNoSampleAreNotKept()
@@ -107,25 +101,19 @@ private slots:
         QFETCH(double, start);
         QFETCH(double, interval);
         QFETCH(bool, kept);
-        const QString path = capture("applied.sr");
-        QVERIFY(saveEnvelope(path, "A0", envelopeOf(1)));
         ViewerWindow viewer;
-        QVERIFY(viewer.openFile(path));
+        QVERIFY(viewer.openFile(capture("applied.sr")));
         VornGraph *graph = viewer.document()->graph();
         EnvelopeData applied = envelopeOf(2);
-        for (WaveformData *curve : {&applied.upper, &applied.lower}) {
-            curve->startTime = start;
-            curve->sampleInterval = interval;
-        }
-        // What the graph does when the editor's Apply hands it an envelope.
+        for (WaveformData *curve : {&applied.upper, &applied.lower})
+            std::tie(curve->startTime, curve->sampleInterval) = std::make_pair(start, interval);
         MessageBoxAnswerer answerer({QMessageBox::Ok});
+        // What the graph does when the editor's Apply hands it an envelope.
         emit graph->envelopeEditingStarted(0);
         graph->setEnvelope(0, applied);
         emit graph->envelopeEditingFinished(0, applied);
-        QTest::qWait(100);
-        QCOMPARE(described(graph->envelope(0)), described(kept ? applied : envelopeOf(1)));
-        QCOMPARE(answerer.title, kept ? "" : "Envelope Not Applied");
-        QCOMPARE(viewer.isWindowModified(), kept);
+        QTRY_COMPARE(answerer.title, kept ? "" : "Envelope Not Applied");
+        QCOMPARE(QList<bool>({graph->hasEnvelope(0), viewer.isWindowModified()}), QList<bool>(2, kept));
     }
 
     void unreadableFileKeepsTheOpenCapture()
@@ -159,10 +147,7 @@ private slots:
         QCOMPARE(ViewerWindow::recentFiles(), (QStringList{dropped, first}));
         QTest::keyClick(viewer.document(), Qt::Key_Return); // confirms a value, closes nothing
         QVERIFY(viewer.document());
-        // The viewer's own View menu drives the graph.
-        const QList<QAction *> menus = viewer.document()->menuBar()->actions();
-        QCOMPARE(menus.value(2)->text(), "View");
-        menus.value(2)->menu()->actions().value(3)->trigger();
+        viewer.document()->menuBar()->actions().value(2)->menu()->actions().value(3)->trigger(); // View ▸ Cursors
         QVERIFY(viewer.document()->graph()->cursorsVisible());
     }
 
@@ -183,13 +168,6 @@ private slots:
     }
 
 private:
-    static QAction *fileAction(const ViewerWindow &viewer, const QString &text)
-    {
-        const QList<QAction *> actions = viewer.document()->fileMenu()->actions();
-        const auto found = std::find_if(actions.begin(), actions.end(), [&](const QAction *a) { return a->text() == text; });
-        return found == actions.end() ? nullptr : *found;
-    }
-
     QString capture(const QString &name)
     {
         const QString path = m_dir.filePath(name);

@@ -43,20 +43,6 @@ private slots:
         QCOMPARE(described(graph->envelope(0)), described(envelopeOf(20)));
     }
 
-    // Hosts get exactly the two menus; whatever an application adds is its own.
-    void menuBarHoldsFileAndEnvelope()
-    {
-        WaveformWindow window(m_capture, "t");
-        QStringList menus;
-        for (const QAction *menu : window.menuBar()->actions()) {
-            QStringList entries;
-            for (const QAction *action : menu->menu()->actions())
-                entries << action->text();
-            menus << menu->text() + ": " + entries.join(", ");
-        }
-        QCOMPARE(menus, QStringList({"File: Save, Close", "Envelope: Edit, Delete"}));
-    }
-
     // An envelope another program stored meanwhile, or a curve the window cannot show, stays;
     // a file replaced since it was read is not written at all.
     void savingChangedEnvelopesTouchesNothingElse_data()
@@ -79,13 +65,11 @@ private slots:
             QVERIFY(writeZip(m_capture, sampleCapture()));
         const QByteArray before = readFile(m_capture);
         QSignalSpy failed(&window, &WaveformWindow::saveFailed);
-        QCOMPARE(window.saveChangedEnvelopes(), !replaced);
-        QCOMPARE(QList<int>({int(failed.count()), window.hasUnsavedChanges()}), QList<int>({replaced, replaced}));
-        if (replaced) {
-            QVERIFY2(window.lastSaveError().contains("since it was read"), qPrintable(window.lastSaveError()));
-            QCOMPARE(readFile(m_capture), before);
+        QCOMPARE(QList<bool>({window.saveChangedEnvelopes(), !failed.isEmpty(), window.hasUnsavedChanges()}),
+                 QList<bool>({!replaced, replaced, replaced}));
+        QCOMPARE(readFile(m_capture) == before, replaced);
+        if (replaced)
             return;
-        }
         QVERIFY(offeredNames(m_capture).contains("A1 [upper]"));
         WaveformWindow reopened(m_capture, "t");
         QCOMPARE(described(reopened.graph()->envelope(0)), described(envelopeOf(5)));
@@ -173,10 +157,15 @@ private slots:
     void disabledEditingHidesSaveAndEnvelopeAndNeverAsks()
     {
         WaveformWindow window(m_capture, "t");
+        // Hosts get exactly these menus; whatever an application adds is its own.
+        QStringList menus;
+        for (const QAction *menu : window.menuBar()->actions())
+            for (const QAction *action : menu->menu()->actions())
+                menus << menu->text() + '/' + action->text();
+        QCOMPARE(menus, QStringList({"File/Save", "File/Close", "Envelope/Edit", "Envelope/Delete"}));
         window.setEnvelopeEditingEnabled(false);
         window.showNonModal();
-        const QAction *envelopeMenu = window.menuBar()->actions().value(1);
-        QVERIFY(!window.saveAction()->isVisible() && envelopeMenu->text() == "Envelope" && !envelopeMenu->isVisible());
+        QVERIFY(!window.saveAction()->isVisible() && !window.menuBar()->actions().value(1)->isVisible());
         window.graph()->clearEnvelope(0);
         MessageBoxAnswerer answerer({QMessageBox::Cancel});
         emit window.graph()->deleteEnvelopeRequested(1);
