@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QStringList>
 
 #include <chrono>
 #include <cmath>
@@ -95,6 +96,14 @@ void printOpen()
     }
     std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", firstFrameSeconds(one),
                 firstFrameSeconds(four));
+    // Many short channels: opening must grow with the channel count, not with its cube.
+    QStringList channels;
+    for (int count : {64, 256, 512}) {
+        const QString file = QStringLiteral("/tmp/vorn-bench-%1x1000.sr").arg(count);
+        channels << (ensureCapture(file, 1000, count) ? QString::asprintf("%d %.2f s", count, firstFrameSeconds(file))
+                                                      : QStringLiteral("%1 not written").arg(count));
+    }
+    std::printf("open channels of 1000 samples: first frame %s\n", qPrintable(channels.join(QStringLiteral(", "))));
 }
 
 // Loading runs in a process of its own, so that its peak memory is the load's alone.
