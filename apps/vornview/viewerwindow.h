@@ -23,8 +23,8 @@ public:
     // Opens path in place of the current capture once the user agreed to leave it. A capture that
     // cannot be read leaves the current one open; returns whether path is open now.
     bool openFile(const QString &path);
-    // Writes a copy of the capture with the envelopes as shown to path and opens the copy; the
-    // capture itself stays as it is. Returns whether the copy is open now.
+    // Writes a copy of the capture as it is on disk, with the envelopes the user changed, to path
+    // and opens the copy; the capture itself stays as it is. Returns whether the copy is open now.
     bool saveAs(const QString &path);
     WaveformWindow *document() const { return m_document; }
     static QStringList recentFiles();
