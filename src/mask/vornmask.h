@@ -117,6 +117,7 @@ public:
     explicit BatchTally(const QString &waveform = QString()) : m_waveform(waveform) {}
     void add(const QString &file, const EnvelopeCheckResult &result);
 
+    QString name() const { return m_waveform; }
     int tested() const { return m_tested; }
     int passed() const { return m_passed; }
     int failed() const { return m_tested - m_passed; }
