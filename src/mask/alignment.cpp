@@ -479,3 +479,26 @@ EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeDat
     result.shift = shift;
     return result;
 }
+
+std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,
+                                        const ViolationMask &violations)
+{
+    std::vector<ViolationRun> runs;
+    const std::vector<double> &s = *waveform.samples;
+    if (violations.sampleCount() != s.size())
+        return runs;
+    const Limit upper(envelope.upper, false), lower(envelope.lower, true);
+    for (uint64_t i = violations.findNext(0, s.size()); i < s.size(); i = violations.findNext(i, s.size())) {
+        ViolationRun run;
+        run.first = i;
+        run.start = waveform.startTime + static_cast<double>(i) * waveform.sampleInterval;
+        for (; i < s.size() && violations.test(i); ++i) {
+            const double t = waveform.startTime + static_cast<double>(i) * waveform.sampleInterval;
+            run.worstExcess = std::max({run.worstExcess, s[i] - upper.at(t), -lower.at(t) - s[i]});
+        }
+        run.count = i - run.first;
+        run.length = static_cast<double>(run.count) * waveform.sampleInterval;
+        runs.push_back(run);
+    }
+    return runs;
+}

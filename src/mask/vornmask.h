@@ -110,6 +110,20 @@ WaveformData envelopeMiddle(const EnvelopeData &envelope);
 EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeData &envelope,
                                  const AlignmentOptions &options, ViolationMask *violations = nullptr);
 
+// A stretch of neighbouring samples outside their envelope.
+struct ViolationRun
+{
+    uint64_t first = 0; // the index of its first sample
+    uint64_t count = 0;
+    double start = 0.0;  // seconds, the time of its first sample
+    double length = 0.0; // seconds from its first to just past its last sample
+    double worstExcess = 0.0;
+};
+
+// The runs of the samples marked in violations, in time order, each with its worst excess.
+std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,
+                                        const ViolationMask &violations);
+
 // What a production line reads about one waveform over a batch of captures.
 class BatchTally
 {
