@@ -10,6 +10,7 @@ constexpr int COARSE_STEPS = 32;        // coarse shifts on each side of zero
 constexpr int CANDIDATES = 3;           // coarse optima refined to the sample
 constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs more than it saves
 constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
+constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
 
 // A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
 // negated, so that one slack formula serves both. No limit reads as +infinity.
@@ -257,7 +258,7 @@ struct Search
             best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
         }
         shift = fallback;
-        if (!std::isfinite(best))
+        if (!std::isfinite(best) || b - a >= MAX_WINDOW)
             return coarse;
         std::vector<std::pair<uint64_t, uint64_t>> active;
         uint64_t activeSamples = 0;
@@ -362,8 +363,6 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     if (!(dt > 0.0) || !std::isfinite(dt) || !std::isfinite(waveform.startTime) || samples.empty()
         || (upper.isEmpty() && lower.isEmpty()) || !(maxShift >= 0.0))
         return 0.0;
-    const long reachSamples = static_cast<long>(std::min(std::floor(maxShift / dt + 1e-9), 1e12));
-
     // Shifts that keep every part of the envelope's span under a sample, when there are any.
     double spanFirst = INFINITY, spanLast = -INFINITY;
     for (const Limit *l : {&upper, &lower}) {
@@ -372,6 +371,9 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
             spanLast = std::max(spanLast, l->lastTime());
         }
     }
+    // Beyond the capture's length and the envelope's span no sample meets a limit any more.
+    const double useful = static_cast<double>(samples.size()) + (spanLast - spanFirst) / dt + 1.0;
+    const long reachSamples = static_cast<long>(std::min({std::floor(maxShift / dt + 1e-9), useful, 1e12}));
     const double end = waveform.startTime + static_cast<double>(samples.size() - 1) * dt;
     long lowest = std::max(-reachSamples, long(std::ceil((waveform.startTime - spanFirst) / dt - 0.5)));
     long highest = std::min(reachSamples, long(std::floor((end - spanLast) / dt + 0.5)));
