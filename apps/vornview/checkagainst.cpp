@@ -27,20 +27,20 @@ namespace {
 bool askAlignment(QWidget *parent, AlignmentOptions &options)
 {
     QDialog dialog(parent);
-    dialog.setWindowTitle(QObject::tr("Check Against"));
+    dialog.setWindowTitle(CheckAgainst::tr("Check Against"));
     auto *mode = new QComboBox(&dialog);
-    mode->addItems({QObject::tr("None"), QObject::tr("Best fit within"), QObject::tr("Trigger crossing")});
+    mode->addItems({CheckAgainst::tr("None"), CheckAgainst::tr("Best fit within"), CheckAgainst::tr("Trigger crossing")});
     mode->setCurrentIndex(1);
     auto *maxShift = new QLineEdit(QStringLiteral("1 ms"), &dialog);
     auto *level = new QLineEdit(QStringLiteral("1.65 V"), &dialog);
     auto *edge = new QComboBox(&dialog);
-    edge->addItems({QObject::tr("rising"), QObject::tr("falling")});
+    edge->addItems({CheckAgainst::tr("rising"), CheckAgainst::tr("falling")});
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
     auto *form = new QFormLayout(&dialog);
-    form->addRow(QObject::tr("Alignment:"), mode);
-    form->addRow(QObject::tr("Largest shift:"), maxShift);
-    form->addRow(QObject::tr("Trigger level:"), level);
-    form->addRow(QObject::tr("Edge:"), edge);
+    form->addRow(CheckAgainst::tr("Alignment:"), mode);
+    form->addRow(CheckAgainst::tr("Largest shift:"), maxShift);
+    form->addRow(CheckAgainst::tr("Trigger level:"), level);
+    form->addRow(CheckAgainst::tr("Edge:"), edge);
     form->addRow(buttons);
     const auto enable = [=](int m) {
         maxShift->setEnabled(m == 1);
@@ -54,9 +54,9 @@ bool askAlignment(QWidget *parent, AlignmentOptions &options)
         const double shift = parseScaledValue(maxShift->text(), QStringLiteral("s"));
         const double value = parseScaledValue(level->text(), QStringLiteral("V"));
         if (mode->currentIndex() == 1 && !(shift > 0.0 && std::isfinite(shift)))
-            QMessageBox::warning(&dialog, dialog.windowTitle(), QObject::tr("The largest shift must be a time above zero."));
+            QMessageBox::warning(&dialog, dialog.windowTitle(), CheckAgainst::tr("The largest shift must be a time above zero."));
         else if (mode->currentIndex() == 2 && !std::isfinite(value))
-            QMessageBox::warning(&dialog, dialog.windowTitle(), QObject::tr("The trigger level must be a number."));
+            QMessageBox::warning(&dialog, dialog.windowTitle(), CheckAgainst::tr("The trigger level must be a number."));
         else
             dialog.accept();
     });
