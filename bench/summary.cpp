@@ -7,12 +7,15 @@
 #include "minmaxpyramid.h"
 
 #include <QElapsedTimer>
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStringList>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -134,6 +137,52 @@ void printLoad()
     std::printf("load 100M: ours %.2f s, unzip %.2f s, ratio %.2f, peak %.2f bytes/sample\n", ours, unzip, ours / unzip, peak);
 }
 
+// vorn check on 200 captures of 1 M samples, on every core against one file at a time; each run
+// is a process of its own, as a test line runs it.
+void printBatch()
+{
+    const QString dir = QStringLiteral("/tmp/vorn-bench-batch");
+    QDir().mkpath(dir);
+    QStringList files;
+    for (int i = 0; i < 200; ++i) {
+        files << dir + QStringLiteral("/capture%1.sr").arg(i, 3, 10, QLatin1Char('0'));
+        if (!ensureCapture(files.back(), 1'000'000, 1)) {
+            std::printf("check 200 files: could not write the captures\n");
+            return;
+        }
+    }
+    const QString reference = dir + QStringLiteral("/reference.sr");
+    if (!QFileInfo::exists(reference)
+        && (!QFile::copy(files.front(), reference)
+            || QProcess::execute(QStringLiteral(VORN_VORN), {"envelope", reference, "A0", "--dy", "0.5"}) != 0)) {
+        QFile::remove(reference);
+        std::printf("check 200 files: could not make the reference\n");
+        return;
+    }
+    // The median of three runs each.
+    const auto milliseconds = [&](const QStringList &extra) {
+        std::vector<double> runs;
+        for (int i = 0; i < 3; ++i) {
+            QProcess check;
+            check.setStandardOutputFile(QProcess::nullDevice());
+            check.setStandardErrorFile(QProcess::nullDevice());
+            QElapsedTimer clock;
+            clock.start();
+            check.start(QStringLiteral(VORN_VORN), QStringList{"check", "--reference", reference} + extra + files);
+            if (!check.waitForFinished(-1) || check.exitStatus() != QProcess::NormalExit || check.exitCode() == 2)
+                return -1.0;
+            runs.push_back(clock.nsecsElapsed() / 1e6);
+        }
+        std::sort(runs.begin(), runs.end());
+        return runs[1];
+    };
+    const double all = milliseconds({}), one = milliseconds({"--jobs", "1"});
+    if (all < 0 || one < 0)
+        std::printf("check 200 files: vorn check failed\n");
+    else
+        std::printf("check 200 files: %.0f ms, %.2fx one thread (%.0f ms)\n", all, all / one, one);
+}
+
 } // namespace
 
 bool ensureCapture(const QString &file, std::size_t samples, int channels)
@@ -159,6 +208,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printCheck(makeSamples(LONG));
     if (want("envelope"))
         printEnvelopeBuild();
+    if (want("check 200 files"))
+        printBatch();
     if (want("load"))
         printLoad();
     if (want("open"))

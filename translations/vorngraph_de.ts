@@ -29,6 +29,41 @@
     </message>
 </context>
 <context>
+    <name>ViolationList</name>
+    <message>
+        <source>Waveform</source>
+        <translation>Signal</translation>
+    </message>
+    <message>
+        <source>Start</source>
+        <translation>Beginn</translation>
+    </message>
+    <message>
+        <source>Length</source>
+        <translation>Länge</translation>
+    </message>
+    <message>
+        <source>Worst excess</source>
+        <translation>Größte Überschreitung</translation>
+    </message>
+    <message>
+        <source>no violations</source>
+        <translation>keine Verletzungen</translation>
+    </message>
+    <message>
+        <source>violation %1 of %2</source>
+        <translation>Verletzung %1 von %2</translation>
+    </message>
+    <message>
+        <source>wrapped to the first violation</source>
+        <translation>zurück zur ersten Verletzung</translation>
+    </message>
+    <message>
+        <source>wrapped to the last violation</source>
+        <translation>weiter zur letzten Verletzung</translation>
+    </message>
+</context>
+<context>
     <name>VornGraph</name>
     <message>
         <source>Name</source>
@@ -194,6 +229,18 @@
     <message>
         <source>%1 was changed or replaced on disk since it was read; nothing was written. Reload it, or save the envelopes as a new file.</source>
         <translation>%1 wurde seit dem Lesen auf dem Datenträger geändert oder ersetzt; es wurde nichts geschrieben. Laden Sie die Datei neu oder speichern Sie die Hüllkurven in einer neuen Datei.</translation>
+    </message>
+    <message>
+        <source>%1: shift %2</source>
+        <translation>%1: Verschiebung %2</translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation>%1: %2</translation>
+    </message>
+    <message>
+        <source>no waveform has an envelope of its name in %1</source>
+        <translation>kein Signal hat eine Hüllkurve seines Namens in %1</translation>
     </message>
 </context>
 </TS>

@@ -2,6 +2,73 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE">
 <context>
+    <name>CheckAgainst</name>
+    <message>
+        <source>Check Against…</source>
+        <translation>Prüfen gegen…</translation>
+    </message>
+    <message>
+        <source>Check Against</source>
+        <translation>Prüfen gegen</translation>
+    </message>
+    <message>
+        <source>Violations</source>
+        <translation>Verletzungen</translation>
+    </message>
+    <message>
+        <source>None</source>
+        <translation>Keine</translation>
+    </message>
+    <message>
+        <source>Best fit within</source>
+        <translation>Beste Lage innerhalb</translation>
+    </message>
+    <message>
+        <source>Trigger crossing</source>
+        <translation>Triggerdurchgang</translation>
+    </message>
+    <message>
+        <source>Alignment:</source>
+        <translation>Ausrichtung:</translation>
+    </message>
+    <message>
+        <source>Largest shift:</source>
+        <translation>Größte Verschiebung:</translation>
+    </message>
+    <message>
+        <source>Trigger level:</source>
+        <translation>Triggerpegel:</translation>
+    </message>
+    <message>
+        <source>Edge:</source>
+        <translation>Flanke:</translation>
+    </message>
+    <message>
+        <source>rising</source>
+        <translation>steigend</translation>
+    </message>
+    <message>
+        <source>falling</source>
+        <translation>fallend</translation>
+    </message>
+    <message>
+        <source>The largest shift must be a time above zero.</source>
+        <translation>Die größte Verschiebung muss eine Zeit über null sein.</translation>
+    </message>
+    <message>
+        <source>The trigger level must be a number.</source>
+        <translation>Der Triggerpegel muss eine Zahl sein.</translation>
+    </message>
+    <message>
+        <source>sigrok session files (*.sr);;All files (*)</source>
+        <translation>sigrok-Sitzungsdateien (*.sr);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>Could not check against %1: %2</source>
+        <translation>Prüfen gegen %1 nicht möglich: %2</translation>
+    </message>
+</context>
+<context>
     <name>ViewerWindow</name>
     <message>
         <source>Open a capture with File ▸ Open…, or drop a .sr file here.</source>

@@ -9,9 +9,13 @@
 #include <QJsonObject>
 #include <QXmlStreamWriter>
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
+#include <thread>
 
 namespace {
 
@@ -24,6 +28,8 @@ struct Options
     std::string reference;
     std::string junit;
     bool json = false;
+    AlignmentOptions align;
+    unsigned jobs = 0; // 0: one per core
 };
 
 struct Verdict
@@ -32,6 +38,7 @@ struct Verdict
     std::string waveform;
     QString unit;
     EnvelopeCheckResult result;
+    bool aligned = false;
 };
 
 // A file that could not be checked, and why.
@@ -40,6 +47,41 @@ struct Trouble
     std::string file;
     std::string reason;
 };
+
+[[noreturn]] void badOption(const std::string &why)
+{
+    std::fprintf(stderr, "vorn: %s\n", why.c_str());
+    throw UsageError{};
+}
+
+unsigned parseJobs(const std::string &text)
+{
+    char *end = nullptr;
+    const unsigned long n = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || *end || text[0] == '-' || n < 1 || n > 1024)
+        throw UsageError{};
+    return static_cast<unsigned>(n);
+}
+
+double parseAlignment(const std::string &text)
+{
+    const double shift = parseScaledValue(QString::fromStdString(text), QStringLiteral("s"));
+    if (!(shift > 0.0) || !std::isfinite(shift))
+        badOption("--align needs a time above zero, such as 1ms, not '" + text + "'");
+    return shift;
+}
+
+// LEVEL[:rising|:falling], the level in the waveform's unit, volts for sigrok's analog channels.
+void parseTrigger(const std::string &text, AlignmentOptions &align)
+{
+    const size_t colon = text.find(':');
+    const std::string edge = colon == std::string::npos ? "rising" : text.substr(colon + 1);
+    align.trigger = true;
+    align.level = parseScaledValue(QString::fromStdString(text.substr(0, colon)), QStringLiteral("V"));
+    if (!std::isfinite(align.level) || (edge != "rising" && edge != "falling"))
+        badOption("--trigger needs LEVEL[:rising|:falling], such as 1.65:rising, not '" + text + "'");
+    align.edge = edge == "rising" ? TriggerEdge::Rising : TriggerEdge::Falling;
+}
 
 Options parseOptions(const std::vector<std::string> &args)
 {
@@ -50,12 +92,18 @@ Options parseOptions(const std::vector<std::string> &args)
             o.json = true;
         else if ((a == "--reference" || a == "--junit") && i + 1 < args.size())
             (a == "--reference" ? o.reference : o.junit) = args[++i];
+        else if (a == "--align" && i + 1 < args.size())
+            o.align.maxShift = parseAlignment(args[++i]);
+        else if (a == "--trigger" && i + 1 < args.size())
+            parseTrigger(args[++i], o.align);
+        else if (a == "--jobs" && i + 1 < args.size())
+            o.jobs = parseJobs(args[++i]);
         else if (a.rfind("--", 0) == 0)
             throw UsageError{};
         else
             o.files.push_back(a);
     }
-    if (o.files.empty())
+    if (o.files.empty() || (o.align.trigger && o.align.maxShift > 0.0))
         throw UsageError{};
     return o;
 }
@@ -68,10 +116,13 @@ QString seconds(double t)
 QString describe(const Verdict &v)
 {
     const EnvelopeCheckResult &r = v.result;
-    QString line = QStringLiteral("%1 %2 %3: %4 checked")
-                       .arg(r.passed() ? "pass" : "fail", QString::fromStdString(v.file),
-                            QString::fromStdString(v.waveform))
-                       .arg(r.checked);
+    const QString head = QStringLiteral("%1 %2 %3: ").arg(r.passed() ? "pass" : "fail", QString::fromStdString(v.file),
+                                                        QString::fromStdString(v.waveform));
+    if (!r.failure.isEmpty())
+        return head + r.failure;
+    QString line = head + QStringLiteral("%1 checked").arg(r.checked);
+    if (v.aligned)
+        line += QStringLiteral(", shift %1").arg(seconds(r.shift));
     if (r.nanSamples)
         line += QStringLiteral(", %1 NaN").arg(r.nanSamples);
     if (r.violations()) {
@@ -106,7 +157,7 @@ QJsonValue excess(const EnvelopeCheckResult::Excess &e)
 QJsonObject toJson(const Verdict &v)
 {
     const EnvelopeCheckResult &r = v.result;
-    return QJsonObject{{"file", QString::fromStdString(v.file)},
+    QJsonObject row{{"file", QString::fromStdString(v.file)},
                        {"waveform", QString::fromStdString(v.waveform)},
                        {"result", r.passed() ? "pass" : "fail"},
                        {"checked", static_cast<double>(r.checked)},
@@ -118,7 +169,34 @@ QJsonObject toJson(const Verdict &v)
                        {"worst_below", excess(r.worstBelow)},
                        {"min_margin", orNull(r.minMargin)},
                        {"uncovered", r.uncovered},
-                       {"shift", 0.0}};
+                       {"shift", r.shift}};
+    if (!r.failure.isEmpty())
+        row.insert("reason", r.failure);
+    return row;
+}
+
+// The worst sample outside, for a CI system's one-line message: its value, how far beyond which
+// limit, and when.
+QString worstViolation(const Verdict &v)
+{
+    const EnvelopeCheckResult &r = v.result;
+    if (!r.failure.isEmpty())
+        return r.failure;
+    QString message;
+    if (r.violations()) {
+        const EnvelopeCheckResult::Excess &w = r.worst();
+        message = QStringLiteral("worst violation %1, %2 %3 the %4 limit at %5 (%6 outside, first at %7)")
+                      .arg(ValueFormatter::formatWithUnit(w.value, v.unit),
+                           ValueFormatter::formatWithUnit(w.excess, v.unit), &w == &r.worstBelow ? "below" : "above",
+                           &w == &r.worstBelow ? "lower" : "upper", seconds(w.time))
+                      .arg(r.violations())
+                      .arg(seconds(r.firstViolation));
+    }
+    if (r.uncovered > 0.0)
+        message += (message.isEmpty() ? "" : "; ") + QStringLiteral("%1 of the envelope uncovered").arg(seconds(r.uncovered));
+    if (v.aligned)
+        message += QStringLiteral("; shift %1").arg(seconds(r.shift));
+    return message;
 }
 
 // One testcase per file and waveform; a file that could not be checked is a testcase in error.
@@ -145,9 +223,7 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
         xml.writeAttribute("name", QString::fromStdString(v.waveform));
         if (!v.result.passed()) {
             xml.writeStartElement("failure");
-            xml.writeAttribute("message", v.result.violations()
-                                              ? QStringLiteral("first violation at %1").arg(seconds(v.result.firstViolation))
-                                              : QStringLiteral("%1 of the envelope uncovered").arg(seconds(v.result.uncovered)));
+            xml.writeAttribute("message", worstViolation(v));
             xml.writeAttribute("type", "envelope");
             xml.writeCharacters(describe(v));
             xml.writeEndElement();
@@ -179,13 +255,24 @@ std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
     return envelopes;
 }
 
-// Checks every plain waveform of one file that has an envelope, its own or the reference's. An
-// envelope with no sample under it judges nothing: that waveform is in trouble, not passed.
+// What one file gave: its verdicts, or why it could not be checked, with the messages for stderr
+// kept until the files before it are reported.
+struct Outcome
+{
+    std::vector<Verdict> verdicts;
+    std::vector<Trouble> troubles;
+    std::string messages;
+};
+
+// Checks every plain waveform of one file that has an envelope, its own or the reference's, one
+// waveform in memory at a time. An envelope with no sample under it judges nothing: that waveform
+// is in trouble, not passed.
 void checkFile(const std::string &path, const std::map<std::string, EnvelopeData> *reference,
-               std::vector<Verdict> &verdicts, std::vector<Trouble> &troubles)
+               const AlignmentOptions &align, Outcome &outcome)
 {
     const auto infos = readInfos(path);
     size_t checked = 0;
+    const bool aligned = align.trigger || align.maxShift > 0.0;
     for (EnvelopedWaveform &w : envelopedWaveforms(path, infos)) {
         if (reference) {
             const auto it = reference->find(w.name);
@@ -194,18 +281,49 @@ void checkFile(const std::string &path, const std::map<std::string, EnvelopeData
         if (w.envelope.isEmpty())
             continue;
         const WaveformData waveform = loadWaveformAt(path, infos, w.index, UINT64_MAX);
-        const EnvelopeCheckResult result = checkEnvelope(waveform, w.envelope);
+        const EnvelopeCheckResult result = checkAligned(waveform, w.envelope, align);
         ++checked;
-        if (result.checked == 0) {
+        if (result.checked == 0 && result.failure.isEmpty()) {
             const std::string reason = w.name + ": no sample lies under its envelope";
-            std::fprintf(stderr, "vorn: %s: %s\n", path.c_str(), reason.c_str());
-            troubles.push_back({path, reason});
+            outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
+            outcome.troubles.push_back({path, reason});
             continue;
         }
-        verdicts.push_back({path, w.name, waveform.unit, result});
+        outcome.verdicts.push_back({path, w.name, waveform.unit, result, aligned});
     }
     if (checked == 0)
         throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope"};
+}
+
+// Files are checked on every core, each worker holding one capture, and reported in the order
+// given.
+std::vector<Outcome> checkAll(const Options &options, const std::map<std::string, EnvelopeData> *reference)
+{
+    std::vector<Outcome> outcomes(options.files.size());
+    std::atomic<size_t> next{0};
+    const auto work = [&] {
+        for (size_t i = next++; i < outcomes.size(); i = next++) {
+            const std::string &file = options.files[i];
+            try {
+                checkFile(file, reference, options.align, outcomes[i]);
+            } catch (const Failure &failure) {
+                outcomes[i].messages += "vorn: " + printable(file + ": " + failure.reason) + "\n";
+                outcomes[i].troubles.push_back({file, failure.reason});
+            } catch (const std::bad_alloc &) {
+                outcomes[i].messages += "vorn: " + printable(file) + ": not enough memory\n";
+                outcomes[i].troubles.push_back({file, "not enough memory"});
+            }
+        }
+    };
+    const unsigned jobs = std::max(1u, std::min<unsigned>(options.jobs ? options.jobs : std::thread::hardware_concurrency(),
+                                                          static_cast<unsigned>(outcomes.size())));
+    std::vector<std::thread> workers;
+    for (unsigned j = 1; j < jobs; ++j)
+        workers.emplace_back(work);
+    work();
+    for (std::thread &worker : workers)
+        worker.join();
+    return outcomes;
 }
 
 } // namespace
@@ -219,29 +337,35 @@ int checkCaptures(const std::vector<std::string> &args)
 
     std::vector<Verdict> verdicts;
     std::vector<Trouble> troubles;
-    for (const std::string &file : options.files) {
-        try {
-            checkFile(file, options.reference.empty() ? nullptr : &reference, verdicts, troubles);
-        } catch (const Failure &failure) {
-            std::fprintf(stderr, "vorn: %s\n", printable(file + ": " + failure.reason).c_str());
-            troubles.push_back({file, failure.reason});
-        }
+    for (Outcome &outcome : checkAll(options, options.reference.empty() ? nullptr : &reference)) {
+        std::fputs(outcome.messages.c_str(), stderr);
+        verdicts.insert(verdicts.end(), outcome.verdicts.begin(), outcome.verdicts.end());
+        troubles.insert(troubles.end(), outcome.troubles.begin(), outcome.troubles.end());
     }
 
     size_t failed = 0;
     QJsonArray array;
+    std::vector<BatchTally> tallies; // per waveform, in the order first seen
     for (const Verdict &v : verdicts) {
         failed += !v.result.passed();
+        const QString name = QString::fromStdString(v.waveform);
+        auto tally = std::find_if(tallies.begin(), tallies.end(), [&](const BatchTally &t) { return t.name() == name; });
+        if (tally == tallies.end())
+            tally = tallies.insert(tallies.end(), BatchTally(name));
+        tally->add(QString::fromStdString(v.file), v.result);
         if (options.json)
             array.append(toJson(v));
         else
             std::printf("%s\n", qPrintable(describe(v)));
     }
-    if (options.json)
+    if (options.json) {
         std::printf("%s", QJsonDocument(array).toJson(QJsonDocument::Indented).constData());
-    else if (options.files.size() > 1)
+    } else if (options.files.size() > 1) {
+        for (const BatchTally &t : tallies)
+            std::printf("%s\n", qPrintable(t.line()));
         std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),
                     verdicts.size(), verdicts.size() - failed, failed, troubles.size());
+    }
     if (!options.junit.empty() && !writeJUnit(options.junit, verdicts, troubles))
         throw Failure{"cannot write " + options.junit};
     if (!troubles.empty())

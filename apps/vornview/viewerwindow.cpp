@@ -1,5 +1,7 @@
 #include "viewerwindow.h"
 
+#include "checkagainst.h"
+
 #include "vorngraph.h"
 #include "waveformwindow.h"
 
@@ -171,6 +173,7 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     m_document = document;
     m_filePath = path;
     extendDocumentMenus(document);
+    new CheckAgainst(this, document);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
     connect(document, &WaveformWindow::modificationChanged, this, &QWidget::setWindowModified);

@@ -96,6 +96,16 @@ public:
     // envelope, counted from the centre of the screen; false when there is none.
     bool showNextViolation(int index);
     bool showPreviousViolation(int index);
+    // The runs of samples outside the envelope, in time order (vorngraph_alignment.cpp).
+    std::vector<ViolationRun> violationRuns(int index) const;
+    // Draws and checks waveform index moved back by shift seconds, as aligned to its envelope.
+    void setWaveformShift(int index, double shift);
+    double waveformShift(int index) const;
+    // Waveform index as it was added, unshifted; its samples are shared, not copied.
+    WaveformData waveformData(int index) const;
+    // Centres the time base on first ... last and picks the 1-2-5 time per division at which that
+    // span fills about a third of the screen.
+    void showTimeSpan(double first, double last);
     // Navigation as the chart's wheel, drag and keys do it; the tree's boxes follow.
     double timePerDivision() const { return m_timePerDivision; }
     double timeOffset() const { return m_timeOffset; }
@@ -265,6 +275,7 @@ private:
     EnvelopeEditorController *m_envelopeEditor = nullptr;
     EnvelopeEditorOverlay *m_editorOverlay = nullptr;
     QVector<WaveformData> m_waveforms;
+    QVector<double> m_shifts; // seconds each waveform is drawn earlier than it was added
     QList<QLineSeries *> m_series;
     QList<QValueAxis *> m_yAxes;
     QLineSeries *m_centerLineV = nullptr;

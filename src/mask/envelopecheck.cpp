@@ -437,9 +437,9 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
     if (total.firstIndex != UINT64_MAX)
         result.firstViolation = time.at(total.firstIndex);
     if (total.worstAboveIndex != UINT64_MAX)
-        result.worstAbove = {time.at(total.worstAboveIndex), total.worstAbove};
+        result.worstAbove = {time.at(total.worstAboveIndex), total.worstAbove, samples[total.worstAboveIndex]};
     if (total.worstBelowIndex != UINT64_MAX)
-        result.worstBelow = {time.at(total.worstBelowIndex), total.worstBelow};
+        result.worstBelow = {time.at(total.worstBelowIndex), total.worstBelow, samples[total.worstBelowIndex]};
     if (total.minMargin != INFINITY)
         result.minMargin = total.minMargin;
     result.uncovered = uncoveredSpan(time, envelope);

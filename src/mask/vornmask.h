@@ -37,6 +37,7 @@ struct EnvelopeCheckResult
     {
         double time = std::numeric_limits<double>::quiet_NaN();
         double excess = std::numeric_limits<double>::quiet_NaN(); // beyond the limit, positive
+        double value = std::numeric_limits<double>::quiet_NaN();  // the sample's own value
     };
 
     uint64_t checked = 0;    // samples with a limit and a value
@@ -54,9 +55,17 @@ struct EnvelopeCheckResult
     // starts late or ends early); NaN when the envelope has no usable time base.
     double uncovered = 0.0;
 
+    // Seconds the capture was moved back before judging: positive when its events come later
+    // than the envelope's. Times above are on the envelope's time base.
+    double shift = 0.0;
+    // Why the capture could not be judged at all (no trigger crossing); empty when it was.
+    QString failure;
+
     uint64_t violations() const { return above + below; }
     // A capture that leaves part of its envelope uncovered fails as much as one outside it.
-    bool passed() const { return violations() == 0 && !(uncovered > 0.0); }
+    bool passed() const { return violations() == 0 && !(uncovered > 0.0) && failure.isEmpty(); }
+    // The larger of the worst excesses above and below.
+    const Excess &worst() const { return worstBelow.excess > worstAbove.excess ? worstBelow : worstAbove; }
 };
 
 // Checks every sample against the limits at its time: each curve is interpolated linearly
@@ -65,6 +74,79 @@ struct EnvelopeCheckResult
 // it is reset to the waveform's length and marks every sample outside.
 EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeData &envelope,
                                   ViolationMask *violations = nullptr);
+
+enum class TriggerEdge { Rising, Falling };
+
+// How a capture is aligned to its envelope before it is judged: a search for the best shift
+// within +-maxShift, or its first crossing of a level put on the envelope's middle curve's.
+struct AlignmentOptions
+{
+    double maxShift = 0.0; // seconds; 0: no search
+    bool trigger = false;
+    double level = 0.0;
+    TriggerEdge edge = TriggerEdge::Rising;
+};
+
+// The waveform moved back by shift seconds: the same samples, an earlier start.
+WaveformData shiftedWaveform(const WaveformData &waveform, double shift);
+
+// The shift within +-maxShift at which the capture leaves the most room to its limits: the
+// largest smallest distance of a sample inside its limits (or the least excess outside), among
+// the shifts that keep the envelope's span covered when there are such. Coarse over block
+// extremes, then to the sample and between samples near the best few coarse shifts. Where
+// several neighbouring shifts fit equally, their middle. Seconds, positive when the capture's
+// events come later than the envelope's.
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift);
+
+// The time of the first crossing of level, interpolated between the samples around it; NaN when
+// there is none. A crossing goes from strictly one side to reaching the other.
+double firstCrossing(const WaveformData &waveform, double level, TriggerEdge edge);
+
+// (upper + lower) / 2 on the finer of the two curves' grids; NaN where either has no limit.
+WaveformData envelopeMiddle(const EnvelopeData &envelope);
+
+// checkEnvelope() after the alignment asked for; the result carries the shift. A trigger level
+// that the capture (or the envelope's middle) never crosses is a failure with its reason.
+EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeData &envelope,
+                                 const AlignmentOptions &options, ViolationMask *violations = nullptr);
+
+// A stretch of neighbouring samples outside their envelope.
+struct ViolationRun
+{
+    uint64_t first = 0; // the index of its first sample
+    uint64_t count = 0;
+    double start = 0.0;  // seconds, the time of its first sample
+    double length = 0.0; // seconds from its first to just past its last sample
+    double worstExcess = 0.0;
+};
+
+// The runs of the samples marked in violations, in time order, each with its worst excess.
+std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,
+                                        const ViolationMask &violations);
+
+// What a production line reads about one waveform over a batch of captures.
+class BatchTally
+{
+public:
+    explicit BatchTally(const QString &waveform = QString()) : m_waveform(waveform) {}
+    void add(const QString &file, const EnvelopeCheckResult &result);
+
+    QString name() const { return m_waveform; }
+    int tested() const { return m_tested; }
+    int passed() const { return m_passed; }
+    int failed() const { return m_tested - m_passed; }
+    double worstMargin() const { return m_worstMargin; }
+    QString worstFile() const { return m_worstFile; }
+    // "A1: 14 tested, 10 passed, 4 failed (28.6 %), worst margin -12.5 % in b.sr"
+    QString line() const;
+
+private:
+    QString m_waveform;
+    int m_tested = 0;
+    int m_passed = 0;
+    double m_worstMargin = std::numeric_limits<double>::quiet_NaN();
+    QString m_worstFile;
+};
 
 // How an envelope is made from good captures. NaN tolerances are chosen from the captures.
 struct EnvelopeBuildOptions

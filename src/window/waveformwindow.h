@@ -12,6 +12,7 @@ class QLabel;
 class QMenu;
 class QMenuBar;
 class VornGraph;
+struct AlignmentOptions;
 
 // A ready-made top-level window: shows the waveforms of one sigrok session file, edits and
 // deletes their envelopes, and writes them back on Save.
@@ -65,6 +66,12 @@ public:
     QString envelopeCheckSummary() const;
     void showNextViolation();
     void showPreviousViolation();
+
+    // Takes the envelopes of a golden capture for the waveforms of the same name, each aligned as
+    // asked and drawn at its shift; they reach the file on Save. One line per waveform ("A1: shift
+    // 312 µs", or why it could not be aligned); empty, with error set, when the golden capture
+    // cannot be read or matches no waveform (waveformwindow_golden.cpp).
+    QStringList checkAgainst(const QString &goldenPath, const AlignmentOptions &options, QString *error = nullptr);
 
 signals:
     void closed();

@@ -1,5 +1,6 @@
 // vorn envelope --from and vorn check on captures made by the real sigrok-cli.
 
+#include "vornmask.h"
 #include "zipfixture.h"
 
 #include <QFile>
@@ -8,16 +9,45 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QXmlStreamReader>
 
 #include <cmath>
+#include <random>
 
 namespace {
 
 Run vorn(const QStringList &args) { return run(QStringLiteral(VORN_BINARY), args); }
+
+// A 1 MHz capture of a 3.3 V pulse from rise to fall with 2 us edges and 5 mV of noise.
+WaveformData pulse(int samples, double rise, double fall, double amplitude, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<double> noise(0.0, 5e-3);
+    WaveformData w;
+    w.name = QStringLiteral("A1");
+    w.sampleInterval = 1e-6;
+    for (int i = 0; i < samples; ++i)
+        w.samples.writable().push_back(amplitude / 2 * (std::tanh((i * 1e-6 - rise) / 2e-6) - std::tanh((i * 1e-6 - fall) / 2e-6))
+                                       + noise(random));
+    return w;
+}
+
+bool writeCapture(const QString &path, const WaveformData &w)
+{
+    QByteArray data;
+    for (double v : *w.samples) {
+        const float f = static_cast<float>(v);
+        data.append(reinterpret_cast<const char *>(&f), sizeof f);
+    }
+    return writeZip(path, {{"version", "2"},
+                           {"metadata", "[global]\nsigrok version=0.5.2\n\n[device 1]\ncapturefile=logic-1\n"
+                                        "total probes=0\nsamplerate=1 MHz\ntotal analog=1\nanalog1=A1\nunitsize=1\n", true},
+                           {"analog-1-1-1", data, true}});
+}
 
 } // namespace
 
@@ -146,8 +176,80 @@ private slots:
                 seen << xml.name().toString() + ":" + attribute("message").section(' ', 0, 1);
         }
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
-        QCOMPARE(seen, (QStringList{"3/1/1", "good.sr:A1", "tight.sr:A1", "failure:first violation",
+        QCOMPARE(seen, (QStringList{"3/1/1", "good.sr:A1", "tight.sr:A1", "failure:worst violation",
                                     "missing.sr:missing.sr", "error:file not"}));
+    }
+
+    // Captures of a production line started up to 0.8 ms earlier than the golden one: they pass once
+    // aligned, a pulse 40 us short fails at every shift and one that never reaches the trigger
+    // level fails with its reason.
+    void alignedBatch_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("tally");
+        QTest::addColumn<QStringList>("reasons"); // the JUnit message of each failed capture, its start
+        QTest::newRow("unaligned") << QStringList{} << "A1: 5 tested, 1 passed, 4 failed (80.0 %)"
+                                   << QStringList{"worst violation", "worst violation", "worst violation", "worst violation"};
+        QTest::newRow("search") << QStringList{"--align", "1ms"} << "A1: 5 tested, 3 passed, 2 failed (40.0 %)"
+                                << QStringList{"worst violation", "worst violation"};
+        QTest::newRow("trigger") << QStringList{"--trigger", "1.65:falling"} << "A1: 5 tested, 3 passed, 2 failed (40.0 %)"
+                                 << QStringList{"worst violation", "no falling crossing of 1.65 V"};
+    }
+    void alignedBatch()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QString, tally);
+        QFETCH(QStringList, reasons);
+        if (!QFileInfo::exists(path("golden.sr"))) {
+            SourceHull hull;
+            for (unsigned seed = 1; seed <= 3; ++seed)
+                QVERIFY(hull.add(pulse(20000, 5e-3, 12e-3, 3.3, seed)));
+            QVERIFY(writeCapture(path("golden.sr"), pulse(20000, 5e-3, 12e-3, 3.3, 1)));
+            QVERIFY(saveEnvelope(path("golden.sr"), "A1", hull.build({})));
+            const double early[] = {0.0, 250e-6, 777e-6, 600e-6, 300e-6};
+            for (int i = 0; i < 5; ++i) {
+                const double width = i == 3 ? 7e-3 - 40e-6 : 7e-3;
+                QVERIFY(writeCapture(path(qPrintable(QStringLiteral("line%1.sr").arg(i))),
+                                     pulse(21000, 5e-3 + early[i], 5e-3 + early[i] + width, i == 4 ? 1.2 : 3.3, 10 + i)));
+            }
+        }
+        const QString report = path("line.xml");
+        QStringList args{"check", "--reference", path("golden.sr"), "--junit", report};
+        for (int i = 0; i < 5; ++i)
+            args << path(qPrintable(QStringLiteral("line%1.sr").arg(i)));
+        Run run = vorn(args + options);
+        QCOMPARE(run.exitCode, 3);
+        QVERIFY2(run.out.contains(tally.toUtf8() + ", worst "), run.out.constData());
+
+        QFile file(report);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QXmlStreamReader xml(&file);
+        QStringList seen;
+        while (!xml.atEnd()) {
+            if (xml.readNext() == QXmlStreamReader::StartElement && xml.name() == QLatin1String("failure"))
+                seen << xml.attributes().value(QLatin1String("message")).toString();
+        }
+        QCOMPARE(seen.size(), reasons.size());
+        for (int i = 0; i < seen.size(); ++i)
+            QVERIFY2(seen[i].startsWith(reasons[i]), qPrintable(seen[i]));
+        if (options.isEmpty()) {
+            // The worst of the late pulse's violations: high where the golden one has fallen already.
+            QVERIFY2(QRegularExpression(QStringLiteral("^worst violation 3\\.[0-9]+ V, 3\\.[0-9]+ V above the upper limit "
+                                                       "at [0-9.]+ ms \\([0-9]+ outside, first at [0-9.]+ ms\\)$"))
+                         .match(seen[2])
+                         .hasMatch(),
+                     qPrintable(seen[2]));
+            return;
+        }
+        // The shifts found, in the order the files were given.
+        run = vorn(args + options + QStringList{"--json"});
+        const QJsonArray rows = QJsonDocument::fromJson(run.out).array();
+        QCOMPARE(rows.size(), 5);
+        const double early[] = {0.0, 250e-6, 777e-6};
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(rows[i]["file"].toString(), path(qPrintable(QStringLiteral("line%1.sr").arg(i))));
+            QVERIFY2(std::fabs(rows[i]["shift"].toDouble() - early[i]) <= 1e-6, qPrintable(QString::number(rows[i]["shift"].toDouble())));
+        }
     }
 
 private:

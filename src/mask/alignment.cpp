@@ -1,0 +1,506 @@
+#include "vornmask.h"
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+namespace {
+
+constexpr int COARSE_STEPS = 32;        // coarse shifts on each side of zero
+constexpr int CANDIDATES = 3;           // coarse optima refined to the sample
+constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs more than it saves
+constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
+constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
+
+// A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
+// negated, so that one slack formula serves both. No limit reads as +infinity.
+class Limit
+{
+public:
+    Limit(const WaveformData &curve, bool negate)
+        : m_start(curve.startTime), m_interval(curve.sampleInterval)
+    {
+        const std::vector<double> &y = *curve.samples;
+        if (!(m_interval > 0.0) || !std::isfinite(m_interval) || !std::isfinite(m_start) || y.size() < 2)
+            return;
+        m_y.resize(y.size());
+        for (size_t i = 0; i < y.size(); ++i)
+            m_y[i] = negate ? -y[i] : y[i];
+        // Sparse tables over the segments between nodes; an undefined segment is +infinity in both.
+        const size_t segments = m_y.size() - 1;
+        std::vector<double> low(segments), high(segments);
+        for (size_t i = 0; i < segments; ++i) {
+            const bool defined = !std::isnan(m_y[i]) && !std::isnan(m_y[i + 1]);
+            low[i] = defined ? std::min(m_y[i], m_y[i + 1]) : INFINITY;
+            high[i] = defined ? std::max(m_y[i], m_y[i + 1]) : INFINITY;
+            if (defined) {
+                m_first = std::min(m_first, i);
+                m_last = i + 1;
+            }
+        }
+        m_low.push_back(std::move(low));
+        m_high.push_back(std::move(high));
+        for (size_t width = 2; width <= segments; width *= 2) {
+            const std::vector<double> &pl = m_low.back(), &ph = m_high.back();
+            std::vector<double> nl(segments - width + 1), nh(segments - width + 1);
+            for (size_t i = 0; i < nl.size(); ++i) {
+                nl[i] = std::min(pl[i], pl[i + width / 2]);
+                nh[i] = std::max(ph[i], ph[i + width / 2]);
+            }
+            m_low.push_back(std::move(nl));
+            m_high.push_back(std::move(nh));
+        }
+    }
+
+    bool isEmpty() const { return m_last == 0; }
+    double firstTime() const { return m_start + static_cast<double>(m_first) * m_interval; }
+    double lastTime() const { return m_start + static_cast<double>(m_last) * m_interval; }
+
+    double at(double t) const
+    {
+        const double u = (t - m_start) / m_interval;
+        if (!(u >= 0.0) || !(u <= static_cast<double>(m_y.size() - 1)))
+            return INFINITY;
+        const size_t i = std::min(static_cast<size_t>(u), m_y.size() - 2);
+        const double a = m_y[i], b = m_y[i + 1];
+        return std::isnan(a) || std::isnan(b) ? INFINITY : a + (b - a) * (u - static_cast<double>(i));
+    }
+
+    // The smallest and the largest limit over [a, b]; a part without limit makes the largest +infinity.
+    void range(double a, double b, double &low, double &high) const
+    {
+        low = high = INFINITY;
+        if (m_y.empty())
+            return;
+        const double ua = (a - m_start) / m_interval, ub = (b - m_start) / m_interval;
+        const double last = static_cast<double>(m_y.size() - 1);
+        if (ub < 0.0 || ua > last)
+            return;
+        const double ea = at(a), eb = at(b);
+        low = std::min(ea, eb);
+        high = std::max(ea, eb);
+        const long i0 = static_cast<long>(std::floor(std::max(ua, 0.0)));
+        const long i1 = static_cast<long>(std::floor(std::min(ub, last)));
+        // Whole segments between the two ends, then the inner nodes of the end segments.
+        if (i1 - 1 >= i0 + 1)
+            query(static_cast<size_t>(i0 + 1), static_cast<size_t>(i1 - 1), low, high);
+        const auto node = [&](long k) {
+            const bool before = k > 0 && !std::isnan(m_y[k - 1]), after = k + 1 < long(m_y.size()) && !std::isnan(m_y[k + 1]);
+            if (!std::isnan(m_y[k]) && (before || after)) {
+                low = std::min(low, m_y[k]);
+                high = std::max(high, m_y[k]);
+            }
+        };
+        if (i0 + 1 <= i1 && i0 + 1 < long(m_y.size()))
+            node(i0 + 1);
+        if (i1 > i0 + 1)
+            node(i1);
+    }
+
+private:
+    void query(size_t first, size_t last, double &low, double &high) const
+    {
+        const size_t count = last - first + 1;
+        size_t level = 0;
+        while ((size_t(2) << level) <= count)
+            ++level;
+        const size_t width = size_t(1) << level;
+        low = std::min({low, m_low[level][first], m_low[level][last + 1 - width]});
+        high = std::max({high, m_high[level][first], m_high[level][last + 1 - width]});
+    }
+
+    double m_start;
+    double m_interval;
+    std::vector<double> m_y;
+    std::vector<std::vector<double>> m_low, m_high;
+    size_t m_first = SIZE_MAX;
+    size_t m_last = 0;
+};
+
+// The extremes of blocks of samples: the largest value and the smallest one negated, so that the
+// slack of a block against an upper-style limit reads the same for both. NaN samples are left out.
+struct Blocks
+{
+    uint64_t size;
+    std::vector<double> high;
+    std::vector<double> negLow;
+};
+
+Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
+{
+    Blocks b{size, {}, {}};
+    const uint64_t count = (s.size() + size - 1) / size;
+    b.high.resize(count);
+    b.negLow.resize(count);
+    const auto fill = [&](uint64_t from, uint64_t to) {
+        for (uint64_t c = from; c < to; ++c) {
+            double hi = -INFINITY, lo = INFINITY;
+            const uint64_t end = std::min<uint64_t>(s.size(), (c + 1) * size);
+            for (uint64_t i = c * size; i < end; ++i) {
+                // NaN compares false, so it never becomes an extreme.
+                hi = s[i] > hi ? s[i] : hi;
+                lo = s[i] < lo ? s[i] : lo;
+            }
+            b.high[c] = hi;
+            b.negLow[c] = -lo;
+        }
+    };
+    if (s.size() < SPLIT_ABOVE) {
+        fill(0, count);
+    } else {
+        std::thread worker(fill, count / 2, count);
+        fill(0, count / 2);
+        worker.join();
+    }
+    return b;
+}
+
+struct Fit
+{
+    uint64_t violations = 0;
+    double slack = INFINITY;
+    double spread = 0.0;
+};
+
+struct Search
+{
+    const std::vector<double> &samples;
+    double start;
+    double interval;
+    const Limit &upper;
+    const Limit &lower;
+    Blocks blocks;
+    long reach; // envelope blocks precomputed on each side beyond the capture's
+    // Per envelope block j (index j + reach): limit extremes over positions [jB, (j + 1)B].
+    std::vector<double> upLow, upHigh, loLow, loHigh;
+
+    double time(double position) const { return start + position * interval; }
+
+    void prepareEnvelopeBlocks()
+    {
+        const long count = long(blocks.high.size()) + 2 * reach;
+        upLow.resize(count);
+        upHigh.resize(count);
+        loLow.resize(count);
+        loHigh.resize(count);
+        const double size = static_cast<double>(blocks.size);
+        for (long k = 0; k < count; ++k) {
+            const double first = time(static_cast<double>(k - reach) * size), last = time(static_cast<double>(k - reach + 1) * size);
+            upper.range(first, last, upLow[k], upHigh[k]);
+            lower.range(first, last, loLow[k], loHigh[k]);
+        }
+    }
+
+    // At a shift of k whole blocks: how many blocks surely hold a sample outside, and an upper
+    // bound on the smallest slack.
+    Fit coarseFit(long k) const
+    {
+        Fit fit;
+        const size_t count = blocks.high.size();
+        for (size_t c = 0; c < count; ++c) {
+            const size_t j = c - k + reach;
+            const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
+            fit.violations += slack < 0.0;
+            fit.slack = std::min(fit.slack, slack);
+        }
+        return fit;
+    }
+
+    // The fit at one shift over the given samples: violations, the smallest slack and, for
+    // centring, the squared distance to the envelope's middle.
+    Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift) const
+    {
+        Fit fit;
+        for (const auto &[first, last] : ranges) {
+            for (uint64_t i = first; i < last; ++i) {
+                const double v = samples[i];
+                if (std::isnan(v))
+                    continue;
+                const double t = time(static_cast<double>(i) - shift);
+                const double u = upper.at(t), l = lower.at(t); // l is the lower limit negated
+                const double slack = std::min(u - v, l + v);
+                fit.violations += slack < 0.0;
+                fit.slack = std::min(fit.slack, slack);
+                if (u < INFINITY && l < INFINITY) {
+                    const double off = v - (u - l) / 2;
+                    fit.spread += off * off;
+                }
+            }
+        }
+        return fit;
+    }
+
+    // The best shift in [a, b] samples, exactly: fewest samples outside, then, where none is, the
+    // one nearest the envelope's middle, else the largest smallest slack. Blocks that can hold
+    // neither a violation nor the smallest slack at the best shift are left out. Where too many
+    // remain (a fit as good everywhere, as on plain noise, or a capture outside everywhere), the
+    // shifts are tried at a stride, or the coarse shift stands.
+    Fit refine(long a, long b, double fallback, const Fit &coarse, double &shift) const
+    {
+        const long size = long(blocks.size);
+        const auto floorDiv = [](long x, long d) { return x >= 0 ? x / d : -((-x + d - 1) / d); };
+        // Sample positions of block c land in envelope blocks c + ja ... c + jb, half a sample
+        // either side included.
+        const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
+        const size_t count = blocks.high.size();
+        std::vector<double> bound(count);
+        double best = INFINITY; // an upper bound on the largest smallest slack
+        for (size_t c = 0; c < count; ++c) {
+            double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
+            for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
+                const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
+                ul = std::min(ul, upLow[k]);
+                uh = std::max(uh, upHigh[k]);
+                ll = std::min(ll, loLow[k]);
+                lh = std::max(lh, loHigh[k]);
+            }
+            bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
+            best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
+        }
+        shift = fallback;
+        if (!std::isfinite(best) || b - a >= MAX_WINDOW)
+            return coarse;
+        std::vector<std::pair<uint64_t, uint64_t>> active;
+        uint64_t activeSamples = 0;
+        const double threshold = std::max(best, 0.0) + 1e-9 * (std::fabs(best) + 1.0);
+        for (size_t c = 0; c < count; ++c) {
+            if (!(bound[c] > threshold)) {
+                const uint64_t first = c * blocks.size, last = std::min<uint64_t>(samples.size(), first + blocks.size);
+                activeSamples += last - first;
+                if (!active.empty() && active.back().second == first)
+                    active.back().second = last;
+                else
+                    active.emplace_back(first, last);
+            }
+        }
+        if (activeSamples * 4 > BUDGET)
+            return coarse;
+        const long stride = long(std::max<uint64_t>(1, activeSamples * uint64_t(b - a + 1) / BUDGET + 1));
+        std::vector<Fit> fits(size_t(b - a + 1));
+        std::vector<bool> tried(fits.size(), false);
+        const auto better = [](const Fit &x, const Fit &y) {
+            if (x.violations != y.violations)
+                return x.violations < y.violations;
+            return x.violations == 0 ? x.spread < y.spread : x.slack > y.slack;
+        };
+        size_t top = 0;
+        const auto tryShift = [&](long s) {
+            const size_t k = size_t(s - a);
+            if (!tried[k]) {
+                fits[k] = fitAt(active, static_cast<double>(s));
+                tried[k] = true;
+            }
+            if (!tried[top] || better(fits[k], fits[top]))
+                top = k;
+        };
+        for (long s = a; s <= b; s += stride)
+            tryShift(s);
+        if (stride > 1) {
+            // Around the best of the strided shifts, every shift in reach of the budget.
+            const long around = std::min<long>(stride - 1, long(BUDGET / activeSamples / 2));
+            for (long s = std::max(a, a + long(top) - around); s <= std::min(b, a + long(top) + around); ++s)
+                tryShift(s);
+        }
+        Fit result = fits[top];
+        shift = static_cast<double>(a + long(top));
+        if (stride > 1)
+            return result;
+        if (result.violations == 0) {
+            // The spread is smooth in the shift: the vertex of a parabola through it and its neighbours.
+            if (top > 0 && top + 1 < fits.size() && fits[top - 1].violations == 0 && fits[top + 1].violations == 0) {
+                const double l = fits[top - 1].spread, m = fits[top].spread, r = fits[top + 1].spread;
+                const double curve = l - 2 * m + r;
+                if (curve > 0.0) {
+                    const double offset = std::clamp((l - r) / (2 * curve), -0.5, 0.5);
+                    const Fit between = fitAt(active, shift + offset);
+                    if (between.violations == 0) {
+                        shift += offset;
+                        result = between;
+                    }
+                }
+            }
+            return result;
+        }
+        // Outside at every shift: a stretch of equally good shifts gives its middle, a single one is
+        // looked at between the neighbouring samples too.
+        size_t first = top, last = top;
+        const auto same = [&](size_t k) { return fits[k].violations == result.violations && fits[k].slack == result.slack; };
+        while (first > 0 && same(first - 1))
+            --first;
+        while (last + 1 < fits.size() && same(last + 1))
+            ++last;
+        shift = static_cast<double>(a) + (static_cast<double>(first) + static_cast<double>(last)) / 2;
+        if (first != last)
+            return result;
+        for (double f : {-0.5, -0.25, 0.25, 0.5}) {
+            const double s = static_cast<double>(a + long(top)) + f;
+            if (s < static_cast<double>(a) || s > static_cast<double>(b))
+                continue;
+            const Fit there = fitAt(active, s);
+            if (better(there, result)) {
+                result = there;
+                shift = s;
+            }
+        }
+        return result;
+    }
+};
+
+} // namespace
+
+WaveformData shiftedWaveform(const WaveformData &waveform, double shift)
+{
+    WaveformData moved = waveform;
+    moved.startTime -= shift;
+    return moved;
+}
+
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift)
+{
+    const std::vector<double> &samples = *waveform.samples;
+    const double dt = waveform.sampleInterval;
+    const Limit upper(envelope.upper, false), lower(envelope.lower, true);
+    if (!(dt > 0.0) || !std::isfinite(dt) || !std::isfinite(waveform.startTime) || samples.empty()
+        || (upper.isEmpty() && lower.isEmpty()) || !(maxShift >= 0.0))
+        return 0.0;
+    // Shifts that keep every part of the envelope's span under a sample, when there are any.
+    double spanFirst = INFINITY, spanLast = -INFINITY;
+    for (const Limit *l : {&upper, &lower}) {
+        if (!l->isEmpty()) {
+            spanFirst = std::min(spanFirst, l->firstTime());
+            spanLast = std::max(spanLast, l->lastTime());
+        }
+    }
+    // Beyond the capture's length and the envelope's span no sample meets a limit any more.
+    const double useful = static_cast<double>(samples.size()) + (spanLast - spanFirst) / dt + 1.0;
+    const long reachSamples = static_cast<long>(std::min({std::floor(maxShift / dt + 1e-9), useful, 1e12}));
+    const double end = waveform.startTime + static_cast<double>(samples.size() - 1) * dt;
+    long lowest = std::max(-reachSamples, long(std::ceil((waveform.startTime - spanFirst) / dt - 0.5)));
+    long highest = std::min(reachSamples, long(std::floor((end - spanLast) / dt + 0.5)));
+    if (lowest > highest) {
+        lowest = -reachSamples;
+        highest = reachSamples;
+    }
+
+    const uint64_t size = std::max<uint64_t>(1, uint64_t(reachSamples) / COARSE_STEPS);
+    Search search{samples, waveform.startTime, dt, upper, lower, blockExtremes(samples, size), 0, {}, {}, {}, {}};
+    search.reach = reachSamples / long(size) + 3;
+    search.prepareEnvelopeBlocks();
+
+    // Coarse: whole blocks, scored by what their extremes allow; the best few are refined.
+    const long ssize = long(size);
+    const auto floorDiv = [](long x, long d) { return x >= 0 ? x / d : -((-x + d - 1) / d); };
+    std::vector<std::pair<Fit, long>> coarse;
+    for (long k = floorDiv(lowest, ssize); k <= -floorDiv(-highest, ssize); ++k)
+        coarse.emplace_back(search.coarseFit(k), k);
+    std::sort(coarse.begin(), coarse.end(), [](const auto &x, const auto &y) {
+        if (x.first.violations != y.first.violations)
+            return x.first.violations < y.first.violations;
+        return x.first.slack > y.first.slack || (x.first.slack == y.first.slack && std::abs(x.second) < std::abs(y.second));
+    });
+    std::vector<std::pair<Fit, long>> chosen;
+    for (const auto &[fit, k] : coarse) {
+        if (int(chosen.size()) == CANDIDATES)
+            break;
+        if (std::none_of(chosen.begin(), chosen.end(), [k = k](const auto &c) { return std::abs(c.second - k) < 2; }))
+            chosen.emplace_back(fit, k);
+    }
+    // Windows compare by their violations, then by their smallest slack.
+    Fit bestFit;
+    bestFit.violations = UINT64_MAX;
+    double best = 0.0;
+    for (const auto &[fit, k] : chosen) {
+        const long a = std::max(lowest, (k - 1) * ssize), b = std::min(highest, (k + 1) * ssize);
+        if (a > b)
+            continue;
+        double shift = 0.0;
+        const double fallback = static_cast<double>(std::clamp(k * ssize, a, b));
+        const Fit found = search.refine(a, b, fallback, fit, shift);
+        if (found.violations < bestFit.violations
+            || (found.violations == bestFit.violations && found.slack > bestFit.slack)) {
+            bestFit = found;
+            best = shift;
+        }
+    }
+    return best * dt;
+}
+
+double firstCrossing(const WaveformData &waveform, double level, TriggerEdge edge)
+{
+    const std::vector<double> &s = *waveform.samples;
+    const bool rising = edge == TriggerEdge::Rising;
+    for (size_t i = 1; i < s.size(); ++i) {
+        const double a = s[i - 1], b = s[i];
+        if (rising ? (a < level && b >= level) : (a > level && b <= level))
+            return waveform.startTime + (static_cast<double>(i - 1) + (level - a) / (b - a)) * waveform.sampleInterval;
+    }
+    return std::numeric_limits<double>::quiet_NaN();
+}
+
+WaveformData envelopeMiddle(const EnvelopeData &envelope)
+{
+    // On the finer of the two grids, so that where both share one the middle is exact.
+    const bool upperFiner = envelope.upper.sampleInterval <= envelope.lower.sampleInterval;
+    const WaveformData &grid = upperFiner ? envelope.upper : envelope.lower;
+    const Limit upper(envelope.upper, false), lower(envelope.lower, false);
+    WaveformData middle = grid;
+    std::vector<double> &m = middle.samples.writable();
+    for (size_t i = 0; i < m.size(); ++i) {
+        const double t = grid.startTime + static_cast<double>(i) * grid.sampleInterval;
+        const double u = upperFiner ? (*envelope.upper.samples)[i] : upper.at(t);
+        const double l = upperFiner ? lower.at(t) : (*envelope.lower.samples)[i];
+        m[i] = std::isfinite(u) && std::isfinite(l) ? (u + l) / 2 : std::numeric_limits<double>::quiet_NaN();
+    }
+    return middle;
+}
+
+EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeData &envelope,
+                                 const AlignmentOptions &options, ViolationMask *violations)
+{
+    double shift = 0.0;
+    if (options.trigger) {
+        const QString edge = options.edge == TriggerEdge::Rising ? QStringLiteral("rising") : QStringLiteral("falling");
+        const QString level = ValueFormatter::formatWithUnit(options.level, waveform.unit);
+        const double own = firstCrossing(waveform, options.level, options.edge);
+        const double golden = firstCrossing(envelopeMiddle(envelope), options.level, options.edge);
+        EnvelopeCheckResult failed;
+        if (std::isnan(own))
+            failed.failure = QStringLiteral("no %1 crossing of %2").arg(edge, level);
+        else if (std::isnan(golden))
+            failed.failure = QStringLiteral("the envelope's middle has no %1 crossing of %2").arg(edge, level);
+        if (!failed.failure.isEmpty()) {
+            if (violations)
+                violations->reset(waveform.samples->size());
+            return failed;
+        }
+        shift = own - golden;
+    } else if (options.maxShift > 0.0) {
+        shift = searchShift(waveform, envelope, options.maxShift);
+    }
+    EnvelopeCheckResult result = checkEnvelope(shiftedWaveform(waveform, shift), envelope, violations);
+    result.shift = shift;
+    return result;
+}
+
+std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,
+                                        const ViolationMask &violations)
+{
+    std::vector<ViolationRun> runs;
+    const std::vector<double> &s = *waveform.samples;
+    if (violations.sampleCount() != s.size())
+        return runs;
+    const Limit upper(envelope.upper, false), lower(envelope.lower, true);
+    for (uint64_t i = violations.findNext(0, s.size()); i < s.size(); i = violations.findNext(i, s.size())) {
+        ViolationRun run;
+        run.first = i;
+        run.start = waveform.startTime + static_cast<double>(i) * waveform.sampleInterval;
+        for (; i < s.size() && violations.test(i); ++i) {
+            const double t = waveform.startTime + static_cast<double>(i) * waveform.sampleInterval;
+            run.worstExcess = std::max({run.worstExcess, s[i] - upper.at(t), -lower.at(t) - s[i]});
+        }
+        run.count = i - run.first;
+        run.length = static_cast<double>(run.count) * waveform.sampleInterval;
+        runs.push_back(run);
+    }
+    return runs;
+}

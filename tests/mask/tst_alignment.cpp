@@ -1,0 +1,150 @@
+// Captures triggered at another moment pass once aligned; real timing faults still fail.
+
+#include "vornmask.h"
+
+#include <QTest>
+
+#include <cmath>
+#include <random>
+
+namespace {
+
+constexpr double DT = 1e-6;
+
+// A 3.3 V pulse at 1 MHz over 20 ms with 5 mV of noise and ringing edges, from rise to fall.
+WaveformData pulse(unsigned seed, double rise, double fall, double amplitude = 3.3)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<double> noise(0.0, 5e-3);
+    const auto step = [](double t) {
+        const double zeta = 0.3, w = 2 * M_PI * 50e3, wd = w * std::sqrt(1 - zeta * zeta);
+        return t < 0 ? 0.0
+                     : 1 - std::exp(-zeta * w * t) * (std::cos(wd * t) + zeta / std::sqrt(1 - zeta * zeta) * std::sin(wd * t));
+    };
+    WaveformData w;
+    w.name = QStringLiteral("A1");
+    w.unit = QStringLiteral("V");
+    w.sampleInterval = DT;
+    std::vector<double> &s = w.samples.writable();
+    for (int i = 0; i < 20000; ++i)
+        s.push_back(amplitude * (step(i * DT - rise) - step(i * DT - fall)) + noise(random));
+    return w;
+}
+
+} // namespace
+
+class TstAlignment : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // The golden envelope covers 3 ms ... 17 ms of five good pulses rising at 5 ms and falling at 12 ms,
+    // so that a capture moved by up to 2 ms still covers it.
+    void initTestCase()
+    {
+        SourceHull hull;
+        for (unsigned seed = 1; seed <= 5; ++seed)
+            hull.add(pulse(seed, 5e-3, 12e-3));
+        EnvelopeBuildOptions options;
+        options.start = 3e-3;
+        options.end = 17e-3;
+        m_envelope = hull.build(options);
+        QVERIFY(!m_envelope.isEmpty());
+    }
+
+    void findsAKnownShiftWithinASample_data()
+    {
+        QTest::addColumn<double>("shift");
+        QTest::addColumn<int>("method"); // 0 search, 1 rising trigger, 2 falling trigger
+        for (double shift : {0.0, 317.4e-6, -1234.6e-6, 1999e-6}) {
+            for (int method : {0, 1, 2})
+                QTest::addRow("%s %.1f us", method == 0 ? "search" : method == 1 ? "rising" : "falling", shift * 1e6)
+                    << shift << method;
+        }
+    }
+    void findsAKnownShiftWithinASample()
+    {
+        QFETCH(double, shift);
+        QFETCH(int, method);
+        const WaveformData capture = pulse(100 + method, 5e-3 + shift, 12e-3 + shift);
+        QVERIFY(!checkEnvelope(capture, m_envelope).passed() || shift == 0.0);
+        AlignmentOptions options;
+        options.maxShift = 2e-3;
+        options.trigger = method > 0;
+        options.level = 1.65;
+        options.edge = method == 2 ? TriggerEdge::Falling : TriggerEdge::Rising;
+        const EnvelopeCheckResult r = checkAligned(capture, m_envelope, options);
+        QVERIFY2(std::fabs(r.shift - shift) <= DT, qPrintable(QString::number(r.shift * 1e6)));
+        QVERIFY2(r.passed(), qPrintable(QStringLiteral("%1 outside, first at %2, uncovered %3")
+                                            .arg(r.violations()).arg(r.firstViolation).arg(r.uncovered)));
+    }
+
+    // Alignment never hides a pulse narrower or wider than the envelope allows, whichever shift.
+    void aWrongWidthFailsAtEveryShift_data()
+    {
+        QTest::addColumn<double>("widthChange");
+        QTest::newRow("40 us short") << -40e-6;
+        QTest::newRow("40 us long") << 40e-6;
+    }
+    void aWrongWidthFailsAtEveryShift()
+    {
+        QFETCH(double, widthChange);
+        const WaveformData capture = pulse(7, 5.3e-3, 12.3e-3 + widthChange);
+        for (int s = -2000; s <= 2000; s += 5)
+            QVERIFY2(!checkEnvelope(shiftedWaveform(capture, s * DT), m_envelope).passed(), qPrintable(QString::number(s)));
+        AlignmentOptions options;
+        options.maxShift = 2e-3;
+        const EnvelopeCheckResult searched = checkAligned(capture, m_envelope, options);
+        QVERIFY(!searched.passed() && searched.violations() > 0);
+        QVERIFY2(std::fabs(searched.shift - 0.3e-3) < 50e-6, qPrintable(QString::number(searched.shift)));
+        options.trigger = true;
+        options.level = 1.65;
+        QVERIFY(!checkAligned(capture, m_envelope, options).passed());
+    }
+
+    void aMissingCrossingFailsWithItsReason_data()
+    {
+        QTest::addColumn<double>("amplitude");
+        QTest::addColumn<int>("edge");
+        QTest::addColumn<QString>("failure");
+        QTest::newRow("too low to rise through") << 1.0 << int(TriggerEdge::Rising) << "no rising crossing of 1.65 V";
+        QTest::newRow("too low to fall through") << 1.0 << int(TriggerEdge::Falling) << "no falling crossing of 1.65 V";
+        QTest::newRow("crosses") << 3.3 << int(TriggerEdge::Falling) << "";
+    }
+    void aMissingCrossingFailsWithItsReason()
+    {
+        QFETCH(double, amplitude);
+        QFETCH(int, edge);
+        QFETCH(QString, failure);
+        AlignmentOptions options;
+        options.trigger = true;
+        options.level = 1.65;
+        options.edge = TriggerEdge(edge);
+        const EnvelopeCheckResult r = checkAligned(pulse(3, 5e-3, 12e-3, amplitude), m_envelope, options);
+        QCOMPARE(r.failure, failure);
+        QCOMPARE(r.passed(), failure.isEmpty());
+    }
+
+    void batchTallyStatesTheFailRate()
+    {
+        BatchTally tally(QStringLiteral("A1"));
+        QCOMPARE(tally.line(), QStringLiteral("A1: 0 tested, 0 passed, 0 failed (0.0 %)"));
+        for (int i = 0; i < 14; ++i) {
+            EnvelopeCheckResult r;
+            r.minMargin = i % 4 == 3 ? -0.01 * i : 0.2;
+            r.above = i % 4 == 3;
+            tally.add(QStringLiteral("c%1.sr").arg(i), r);
+        }
+        QCOMPARE(tally.line(), QStringLiteral("A1: 14 tested, 11 passed, 3 failed (21.4 %), worst margin -11.0 % in c11.sr"));
+        EnvelopeCheckResult unjudged;
+        unjudged.failure = QStringLiteral("no rising crossing of 1.65 V");
+        tally.add(QStringLiteral("flat.sr"), unjudged);
+        QCOMPARE(tally.line(), QStringLiteral("A1: 15 tested, 11 passed, 4 failed (26.7 %), worst flat.sr (not judged)"));
+    }
+
+private:
+    EnvelopeData m_envelope;
+};
+
+QTEST_GUILESS_MAIN(TstAlignment)
+#include "tst_alignment.moc"
