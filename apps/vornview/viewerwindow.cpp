@@ -1,5 +1,6 @@
 #include "viewerwindow.h"
 
+#include "envelopetools.h"
 #include "vorngraph.h"
 #include "waveformwindow.h"
 
@@ -125,7 +126,8 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     extendDocumentMenus(document);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
-    connect(document, &WaveformWindow::modificationChanged, this, &QWidget::setWindowModified);
+    // The mark follows the undo history of the capture's envelopes.
+    connect(new EnvelopeTools(document, this), &EnvelopeTools::modificationChanged, this, &QWidget::setWindowModified);
     m_stack->addWidget(document);
     m_stack->setCurrentWidget(document);
     menuBar()->hide();

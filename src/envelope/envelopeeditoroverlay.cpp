@@ -60,12 +60,10 @@ void EnvelopeEditorOverlay::setupUi()
     m_titleLabel->setStyleSheet(QStringLiteral("font-weight: bold;"));
     m_titleLabel->hide();
     layout->insertWidget(0, m_titleLabel);
-    m_knotHintLabel = new QLabel(tr("Drag a handle; Shift+drag moves it in time. Double-click adds a knot, "
-                                     "Delete removes the selected one, Enter types its values."), this);
-    m_knotHintLabel->setWordWrap(true);
+    m_knotHintLabel = new QLabel(tr("Shift+drag: move in time\nDouble-click: add a knot\n"
+                                     "Delete: remove\nEnter: type values"), this);
     m_knotHintLabel->hide();
     m_knotReadoutLabel = new QLabel(this);
-    m_knotReadoutLabel->setWordWrap(true);
     m_knotReadoutLabel->hide();
     layout->insertWidget(2, m_knotHintLabel);
     layout->insertWidget(3, m_knotReadoutLabel);
@@ -85,13 +83,15 @@ void EnvelopeEditorOverlay::setKnotEditing(bool knots)
     m_pointCountSpinBox->setVisible(!knots);
     m_knotHintLabel->setVisible(knots);
     m_knotReadoutLabel->setVisible(knots && !m_knotReadoutLabel->text().isEmpty());
+    layout()->activate();
     adjustSize();
 }
 
 void EnvelopeEditorOverlay::setKnotReadout(const QString &text)
 {
     m_knotReadoutLabel->setText(text);
-    m_knotReadoutLabel->setVisible(m_knotHintLabel->isVisible() && !text.isEmpty());
+    m_knotReadoutLabel->setVisible(!m_knotHintLabel->isHidden() && !text.isEmpty());
+    layout()->activate();
     adjustSize();
 }
 

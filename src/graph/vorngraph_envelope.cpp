@@ -180,7 +180,8 @@ void VornGraph::startEnvelopeEditing(int index)
         m_waveformItems[index]->setCheckState(1, Qt::Checked);
     setEnvelopeVisible(index, false);
 
-    const QColor colour = getWaveformColor(index);
+    // Handles in the limits' own colour stand out from the trace they bound.
+    const QColor colour = m_distinctEnvelopeStyle ? ENVELOPE_LIMIT_COLOR : getWaveformColor(index);
     if (hasEnvelope(index) && m_editByKnots) {
         m_envelopeEditor->startEditingKnots(index, m_waveforms.at(index), m_envelopes.at(index), colour,
                                             m_series.at(index));
@@ -206,6 +207,9 @@ void VornGraph::startEnvelopeEditing(int index)
     positionEditorOverlay();
     m_editorOverlay->show();
     m_editorOverlay->raise();
+    // The knot hint's height is known only once the panel is shown with its style.
+    if (m_envelopeEditor->isKnotEditing())
+        m_editorOverlay->adjustSize();
     emit envelopeEditingStarted(index);
 }
 

@@ -31,8 +31,8 @@ WaveformData runOf(const WaveformData &curve, size_t first, size_t last)
 
 } // namespace
 
-// Amber: apart from every colour of the waveform palette and from the violations' red.
-const QColor VornGraph::ENVELOPE_LIMIT_COLOR = QColor(255, 176, 0);
+// Lavender: a hue the waveform palette leaves free, far from the violations' red.
+const QColor VornGraph::ENVELOPE_LIMIT_COLOR = QColor(176, 132, 255);
 
 void VornGraph::setDistinctEnvelopeStyle(bool distinct)
 {

@@ -102,8 +102,8 @@ private slots:
         QVERIFY(viewer.openFile(capture("german.sr")));
         const QList<QAction *> menus = viewer.document()->menuBar()->actions();
         QCOMPARE(QStringList({menus.value(0)->text(), menus.value(0)->menu()->actions().value(0)->text(),
-                              menus.value(0)->menu()->actions().value(3)->text(), menus.value(2)->text(),
-                              menus.value(3)->text(), QCoreApplication::translate("QPlatformTheme", "&Yes")}),
+                              menus.value(0)->menu()->actions().value(3)->text(), menus.value(3)->text(),
+                              menus.value(4)->text(), QCoreApplication::translate("QPlatformTheme", "&Yes")}),
                  QStringList({"Datei", "Öffnen…", "Speichern", "Ansicht", "Hilfe", "&Ja"}));
     }
 
