@@ -231,6 +231,28 @@ private slots:
         QCOMPARE(*e.lower.samples, (std::vector<double>{-3.5, -3.5, -3.5}));
     }
 
+    // Widened by dx, the envelope of the sources holds a source moved by up to dx either way, and
+    // still not one moved well beyond it.
+    void widenedByDxHoldsTheShiftedCapture_data()
+    {
+        QTest::addColumn<double>("shift");
+        QTest::addColumn<bool>("passes");
+        QTest::newRow("late by dx") << 40e-6 << true;
+        QTest::newRow("early by dx") << -40e-6 << true;
+        QTest::newRow("late by half dx") << 20e-6 << true;
+        QTest::newRow("late by 3 dx") << 120e-6 << false;
+    }
+    void widenedByDxHoldsTheShiftedCapture()
+    {
+        QFETCH(double, shift);
+        QFETCH(bool, passes);
+        const EnvelopeData wide = widenEnvelope(m_default, 40e-6, 0.0);
+        Pulse moved;
+        moved.rise += shift;
+        moved.fall += shift;
+        QCOMPARE(checkEnvelope(pulse(1, moved), wide).passed(), passes);
+    }
+
 private:
     QVector<WaveformData> m_sources;
     EnvelopeData m_default;
