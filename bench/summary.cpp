@@ -146,6 +146,9 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
     printLoad();
     printOpen();
     std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
+    const EditEnvelopeFigure edit = editEnvelopeFigures();
+    std::printf("edit envelope 20k: %.1f ms to start, %.2f ms per drag, %.2fx view step\n", edit.startMs, edit.dragMs,
+                edit.viewStepRatio);
     const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);
     const ViewStepFigure many = viewStepMilliseconds(8, 1'000'000);
     std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());

@@ -23,6 +23,16 @@ struct ViewStepFigure
 // (bench_view.cpp).
 ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples);
 
+// Entering the knot edit of a 20,000-sample envelope, one drag step among 500 knots, and a wheel
+// step with that envelope shown over one without it (bench_editenvelope.cpp).
+struct EditEnvelopeFigure
+{
+    double startMs = -1;
+    double dragMs = -1;
+    double viewStepRatio = -1;
+};
+EditEnvelopeFigure editEnvelopeFigures();
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif

@@ -132,7 +132,8 @@ private:
     void updatePointMarkers();
     void createConnectorLines();
     void updateConnectorLines();
-    void placeConnectorLines();
+    // Lines first ... last - 1, or all of them.
+    void placeConnectorLines(int first = 0, int last = -1);
     void removeConnectorLines();
     void createFillArea();
     void updateFillArea();

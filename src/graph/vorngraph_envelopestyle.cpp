@@ -8,6 +8,7 @@
 #include <QPen>
 #include <QValueAxis>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -126,13 +127,21 @@ void VornGraph::updateEnvelopeSeriesForViewport()
         return;
     const double xMin = m_axisX->min();
     const double xMax = m_axisX->max();
+    // A limit line needs no more than its extremes per pixel column; the band's fill costs
+    // in proportion to its vertices.
+    const int columns = std::max(100, int(m_chart->plotArea().width()));
+    const auto reduced = [&](const WaveformData &curve) {
+        const VisibleRange range = calculateVisibleIndices(curve, xMin, xMax);
+        return range.empty ? viewportPoints(curve, xMin, xMax)
+                           : QList<QPointF>(downsampleVisibleRange(curve, range.startIndex, range.endIndex, columns));
+    };
     for (int index = 0; index < m_envelopeRuns.size(); ++index) {
         const QVector<EnvelopeData> &runs = m_envelopeRuns.at(index);
         if (index >= m_envelopeUpperSeries.size() || m_envelopeUpperSeries.at(index).size() != runs.size())
             continue;
         for (int k = 0; k < runs.size(); ++k) {
-            m_envelopeUpperSeries.at(index).at(k)->replace(viewportPoints(runs.at(k).upper, xMin, xMax));
-            m_envelopeLowerSeries.at(index).at(k)->replace(viewportPoints(runs.at(k).lower, xMin, xMax));
+            m_envelopeUpperSeries.at(index).at(k)->replace(reduced(runs.at(k).upper));
+            m_envelopeLowerSeries.at(index).at(k)->replace(reduced(runs.at(k).lower));
         }
     }
 }
