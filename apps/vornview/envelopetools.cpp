@@ -131,6 +131,7 @@ EnvelopeTools::EnvelopeTools(WaveformWindow *document, QWidget *dialogParent)
     onEditorStateChanged();
     connect(m_graph, &VornGraph::envelopeChecked, this, &EnvelopeTools::onEnvelopeChecked);
     connect(m_graph, &VornGraph::envelopeEditorStateChanged, this, &EnvelopeTools::onEditorStateChanged);
+    connect(m_graph, &VornGraph::envelopeEditingCancelled, this, [this] { m_regionIndex = -1; });
     EnvelopeEditorController *editor = m_graph->envelopeEditor();
     connect(editor, &EnvelopeEditorController::knotsEdited, this, &EnvelopeTools::onKnotsEdited);
     connect(editor, &EnvelopeEditorController::knotEditRequested, this, &EnvelopeTools::onEditKnotRequested);
@@ -156,6 +157,7 @@ void EnvelopeTools::createActions()
     envelope->addSeparator();
     m_widenAction = envelope->addAction(tr("Widen…"), this, &EnvelopeTools::onWidenTriggered);
     m_makeFromAction = envelope->addAction(tr("Make From Captures…"), this, &EnvelopeTools::onMakeFromTriggered);
+    m_addRegionAction = envelope->addAction(tr("Add Region"), this, [this] { addRegion(targetWaveform()); });
     m_editKnotAction = envelope->addAction(tr("Edit Knot…"), this, [this] { onEditKnotRequested(-1); });
 }
 
@@ -203,7 +205,15 @@ void EnvelopeTools::onEnvelopeChecked(int index)
     if (m_replaying || index < 0 || index >= m_shown.size())
         return;
     const EnvelopeData before = m_shown.at(index);
-    const EnvelopeData after = m_graph->hasEnvelope(index) ? m_graph->envelope(index) : EnvelopeData();
+    EnvelopeData after = m_graph->hasEnvelope(index) ? m_graph->envelope(index) : EnvelopeData();
+    if (index == std::exchange(m_regionIndex, -1) && !after.isEmpty()) {
+        // The region's edit delivered the region alone; the envelope gets it beside what it had.
+        after = addEnvelopeRegion(m_regionBase, after);
+        m_nextStepName = tr("Add Region");
+        m_replaying = true;
+        m_graph->setEnvelope(index, after);
+        m_replaying = false;
+    }
     if (sameEnvelope(before, after))
         return;
     QString name = std::exchange(m_nextStepName, QString());
@@ -228,6 +238,7 @@ void EnvelopeTools::onEditorStateChanged()
     }
     m_widenAction->setEnabled(!editing);
     m_makeFromAction->setEnabled(!editing);
+    m_addRegionAction->setEnabled(!editing);
     m_editKnotAction->setEnabled(editing && m_graph->envelopeEditor()->isKnotEditing());
 }
 
@@ -296,6 +307,15 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     m_graph->setEnvelope(index, envelope);
     m_nextStepName.clear();
     return true;
+}
+
+void EnvelopeTools::addRegion(int index)
+{
+    if (index < 0 || m_graph->isEnvelopeEditing())
+        return;
+    m_regionIndex = m_graph->hasEnvelope(index) ? index : -1;
+    m_regionBase = m_graph->envelope(index);
+    m_graph->startEnvelopeRegionEditing(index);
 }
 
 void EnvelopeTools::onWidenTriggered()

@@ -38,6 +38,8 @@ public:
     // false, with the reason, when nothing was changed.
     bool widen(int index, double dx, double dy, QString *error = nullptr);
     bool makeFromCaptures(int index, const QStringList &paths, QString *error = nullptr);
+    // Starts selecting a second region of index's envelope; Apply adds it, gaps stay gaps.
+    void addRegion(int index);
 
 signals:
     void modificationChanged(bool modified);
@@ -71,6 +73,9 @@ private:
     QAction *m_widenAction = nullptr;
     QAction *m_makeFromAction = nullptr;
     QAction *m_editKnotAction = nullptr;
+    QAction *m_addRegionAction = nullptr;
+    int m_regionIndex = -1; // the waveform whose region edit runs
+    EnvelopeData m_regionBase;
     QVector<EnvelopeData> m_shown; // what the graph held after the last recorded step
     QVector<EnvelopePoint> m_knots; // the knots after the last recorded step of the running edit
     QString m_nextStepName;

@@ -94,6 +94,10 @@ public:
     void setEnvelopeEditingByKnots(bool byKnots);
     bool envelopeEditingByKnots() const { return m_editByKnots; }
     EnvelopeEditorController *envelopeEditor() const { return m_envelopeEditor; }
+    // Starts a new envelope by region selection even when the waveform has one, which stays
+    // shown; Apply delivers the region's envelope alone (the host merges it, see
+    // addEnvelopeRegion) and stores it in place of the old one.
+    void startEnvelopeRegionEditing(int index);
 
     // Off by default. On, envelopes are drawn as a translucent band between solid limit lines in
     // a colour of their own, apart from the trace's colour.
@@ -259,6 +263,7 @@ private:
     void closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries *&lower);
     void clearEnvelopeSeries(int index);
     void connectOverlaySignals();
+    void beginEnvelopeEditing(int index, bool newRegion);
     void positionEditorOverlay();
     void holdBackOpenGL(bool hold);
     void updateKnotReadout();

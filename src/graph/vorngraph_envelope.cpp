@@ -173,19 +173,31 @@ void VornGraph::clearEnvelopeSeries(int index)
 
 void VornGraph::startEnvelopeEditing(int index)
 {
+    beginEnvelopeEditing(index, false);
+}
+
+void VornGraph::startEnvelopeRegionEditing(int index)
+{
+    beginEnvelopeEditing(index, true);
+}
+
+void VornGraph::beginEnvelopeEditing(int index, bool newRegion)
+{
     if (index < 0 || index >= m_waveforms.size() || index >= m_series.size())
         return;
     // The waveform being edited is always shown.
     if (index < m_waveformItems.size())
         m_waveformItems[index]->setCheckState(1, Qt::Checked);
-    setEnvelopeVisible(index, false);
+    // A new region is drawn beside the stored envelope, which stays in sight.
+    if (!newRegion)
+        setEnvelopeVisible(index, false);
 
     // Handles in the limits' own colour stand out from the trace they bound.
     const QColor colour = m_distinctEnvelopeStyle ? ENVELOPE_LIMIT_COLOR : getWaveformColor(index);
-    if (hasEnvelope(index) && m_editByKnots) {
+    if (hasEnvelope(index) && !newRegion && m_editByKnots) {
         m_envelopeEditor->startEditingKnots(index, m_waveforms.at(index), m_envelopes.at(index), colour,
                                             m_series.at(index));
-    } else if (hasEnvelope(index)) {
+    } else if (hasEnvelope(index) && !newRegion) {
         m_envelopeEditor->startEditingExisting(index, m_waveforms.at(index), m_envelopes.at(index),
                                                colour, m_series.at(index));
     } else {
