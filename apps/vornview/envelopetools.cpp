@@ -287,19 +287,27 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
         return fail(tr("Apply or cancel the running edit first."));
     if (paths.isEmpty())
         return fail(tr("Choose at least one capture."));
+    // One capture in memory at a time: each goes into the hull and, as a bounded min/max index,
+    // behind the trace, where the captures read as a persistence image.
     SourceHull hull;
+    m_graph->clearBackgroundCaptures(index);
+    const auto failAndClear = [&](const QString &reason) {
+        m_graph->clearBackgroundCaptures(index);
+        return fail(reason);
+    };
     for (const QString &path : paths) {
         QString reason;
         const WaveformData capture = loadCaptureWaveform(path, m_graph->waveformName(index), &reason);
         if (capture.samples->empty() && !reason.isEmpty())
-            return fail(reason);
+            return failAndClear(reason);
         if (!hull.add(capture, &reason))
-            return fail(QStringLiteral("%1: %2").arg(QFileInfo(path).fileName(), reason));
+            return failAndClear(QStringLiteral("%1: %2").arg(QFileInfo(path).fileName(), reason));
+        m_graph->addBackgroundCapture(index, capture);
     }
     QString reason;
     EnvelopeData envelope = hull.build({}, nullptr, &reason);
     if (envelope.isEmpty())
-        return fail(reason);
+        return failAndClear(reason);
     const QString name = m_graph->waveformName(index);
     envelope.upper.name = name + QStringLiteral(" [upper]");
     envelope.lower.name = name + QStringLiteral(" [lower]");

@@ -109,6 +109,12 @@ public:
     bool envelopeReduction() const { return m_envelopeReduction; }
     static const QColor ENVELOPE_LIMIT_COLOR;
 
+    // Good captures of waveform index drawn faintly behind it, so that many of them read as a
+    // persistence image; each is kept as a min/max index of bounded size, however long it is.
+    void addBackgroundCapture(int index, const WaveformData &capture);
+    void clearBackgroundCaptures(int index);
+    int backgroundCaptureCount(int index) const;
+
     // How waveform index fares against its envelope; checked whenever the envelope is set or
     // cleared. Empty (nothing checked) without an envelope.
     EnvelopeCheckResult envelopeCheckResult(int index) const;
@@ -274,6 +280,7 @@ private:
     void createReducedEnvelopeSeries(int index);
     void updateEnvelopeSeriesForViewport();
     void redrawEnvelopes();
+    void updateBackgroundForViewport(); // vorngraph_background.cpp
     // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
     void followPlotChanges();
 
@@ -328,6 +335,8 @@ private:
     bool m_envelopeReduction = false;
     // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment.
     QVector<QVector<EnvelopeData>> m_envelopeRuns;
+    QList<QList<QLineSeries *>> m_backgroundSeries;
+    QList<QList<QVector<QPointF>>> m_backgroundPoints; // per series: the kept min/max points
     // One zero-delay retry of the layout at a time, however many resizes ask for it.
     bool m_squareDivisionsPending = false;
     // Min/max index of every long waveform, so that a view change costs the same at any length.

@@ -160,6 +160,7 @@ void VornGraph::updateSeriesForViewport()
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
         m_series[i]->replace(viewportPoints(m_waveforms.at(i), xMin, xMax));
     updateEnvelopeSeriesForViewport();
+    updateBackgroundForViewport();
 }
 
 QList<QPointF> VornGraph::viewportPoints(const WaveformData &w, double xMin, double xMax)

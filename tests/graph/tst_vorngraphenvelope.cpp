@@ -127,6 +127,26 @@ private slots:
         QVERIFY(!upper->pointsVisible());
     }
 
+    // A long capture behind a trace costs a bounded index and about a pair of points per column;
+    // clearing takes its series out of the chart.
+    void backgroundCapturesStayBoundedAndGo()
+    {
+        VornGraph *g = graph();
+        const int seriesBefore = g->m_chart->series().size();
+        std::vector<double> v(1'000'000);
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = std::sin(double(i) / 1000.0);
+        g->addBackgroundCapture(1, makeWaveform(QStringLiteral("ch"), v, 1e-7));
+        g->addBackgroundCapture(1, makeWaveform(QStringLiteral("ch"), v, 1e-7, 1e-6));
+        QCOMPARE(g->backgroundCaptureCount(1), 2);
+        QVERIFY(g->m_backgroundPoints.at(1).at(0).size() <= 131072);
+        const int columns = int(g->m_chart->plotArea().width());
+        QVERIFY(g->m_backgroundSeries.at(1).at(1)->count() <= 2 * columns + 2);
+        g->clearBackgroundCaptures(1);
+        QCOMPARE(g->backgroundCaptureCount(1), 0);
+        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+    }
+
     void editOfANewEnvelopeDeliversWhatThePointsSay()
     {
         VornGraph *g = graph();
