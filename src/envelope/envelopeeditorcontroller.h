@@ -122,6 +122,9 @@ private:
     void switchToKnotDragMode();
     void rebuildKnotMarkers(int selected);
     EnvelopeData createKnotEnvelopeData() const;
+    // A knot edit keeps its items inside the plot, so that a zoomed edit leaves the axes readable.
+    void clipToPlot(QGraphicsLineItem *line) const;
+    void hideMarkersOutsidePlot();
     void releaseInteractionMode();
     void onChartViewDestroyed();
 

@@ -6,6 +6,9 @@
 #include "knotdragmode.h"
 #include "vornmask.h"
 
+#include <QChart>
+#include <QGraphicsLineItem>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -33,6 +36,7 @@ void EnvelopeEditorController::startEditingKnots(int waveformIndex, const Wavefo
 void EnvelopeEditorController::switchToKnotDragMode()
 {
     createPointMarkers();
+    hideMarkersOutsidePlot();
     auto *mode = new KnotDragMode(&m_markers, m_series, this);
     mode->setTimeGrid(m_gridStart, m_gridInterval, m_gridNodes);
     m_knotDragMode = mode;
@@ -165,6 +169,7 @@ void EnvelopeEditorController::setKnots(const QVector<EnvelopePoint> &knots)
 void EnvelopeEditorController::rebuildKnotMarkers(int selected)
 {
     updatePointMarkers();
+    hideMarkersOutsidePlot();
     emit pointsUpdated();
     selectKnot(selected);
 }
@@ -178,4 +183,48 @@ EnvelopeData EnvelopeEditorController::createKnotEnvelopeData() const
     envelope.lower.name = m_waveform.name + QStringLiteral(" [lower]");
     envelope.upper.unit = envelope.lower.unit = m_waveform.unit;
     return envelope;
+}
+
+void EnvelopeEditorController::clipToPlot(QGraphicsLineItem *line) const
+{
+    // Liang-Barsky against the plot rectangle; a line wholly outside is hidden.
+    const QRectF plot = chart()->plotArea();
+    const QLineF l = line->line();
+    double t0 = 0.0, t1 = 1.0;
+    const double dx = l.dx(), dy = l.dy();
+    const double p[4] = {-dx, dx, -dy, dy};
+    const double q[4] = {l.x1() - plot.left(), plot.right() - l.x1(), l.y1() - plot.top(), plot.bottom() - l.y1()};
+    for (int k = 0; k < 4; ++k) {
+        if (p[k] == 0.0) {
+            if (q[k] < 0.0)
+                t1 = -1.0;
+            continue;
+        }
+        const double r = q[k] / p[k];
+        if (p[k] < 0.0)
+            t0 = std::max(t0, r);
+        else
+            t1 = std::min(t1, r);
+    }
+    if (t0 > t1) {
+        line->setVisible(false);
+        return;
+    }
+    line->setLine(QLineF(l.pointAt(t0), l.pointAt(t1)));
+}
+
+void EnvelopeEditorController::hideMarkersOutsidePlot()
+{
+    QChart *c = chart();
+    if (!m_knotEditing || !c)
+        return;
+    const QRectF plot = c->plotArea().adjusted(-0.5, -0.5, 0.5, 0.5);
+    for (DraggablePointMarker *marker : qAsConst(m_markers)) {
+        // Out of the time range, or with both handles beyond the same edge.
+        const QPointF upper = c->mapToPosition(QPointF(marker->time(), marker->upperValue()), m_series);
+        const QPointF lower = c->mapToPosition(QPointF(marker->time(), marker->lowerValue()), m_series);
+        marker->setOutsidePlot(upper.x() < plot.left() || upper.x() > plot.right()
+                               || (upper.y() < plot.top() && lower.y() < plot.top())
+                               || (upper.y() > plot.bottom() && lower.y() > plot.bottom()));
+    }
 }

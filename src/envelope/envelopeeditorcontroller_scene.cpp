@@ -171,6 +171,10 @@ void EnvelopeEditorController::placeConnectorLines(int first, int last)
                                            c->mapToPosition(QPointF(b->time(), b->upperValue()), m_series)));
         m_lowerLines.at(i)->setLine(QLineF(c->mapToPosition(QPointF(a->time(), a->lowerValue()), m_series),
                                            c->mapToPosition(QPointF(b->time(), b->lowerValue()), m_series)));
+        if (m_knotEditing) {
+            clipToPlot(m_upperLines.at(i));
+            clipToPlot(m_lowerLines.at(i));
+        }
     }
 }
 
@@ -234,6 +238,7 @@ void EnvelopeEditorController::updateMarkerPositions()
         return;
     placeConnectorLines();
     updateFillArea();
+    hideMarkersOutsidePlot();
 }
 
 void EnvelopeEditorController::forgetSceneItems()
