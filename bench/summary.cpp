@@ -216,6 +216,11 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printOpen();
     if (want("drag"))
         std::printf("drag 100 points: %.2f ms per move\n", dragMillisecondsPerMove(100));
+    if (want("edit envelope")) {
+        const EditEnvelopeFigure edit = editEnvelopeFigures();
+        std::printf("edit envelope 20k: %.1f ms to start, %.2f ms per drag, %.2fx view step\n", edit.startMs, edit.dragMs,
+                    edit.viewStepRatio);
+    }
     if (want("view step")) {
         const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);
         const ViewStepFigure many = viewStepMilliseconds(8, 1'000'000);

@@ -30,6 +30,16 @@ void printEnvelopeBuild();
 // Writes a capture of this many samples on this many channels unless the file exists.
 bool ensureCapture(const QString &file, std::size_t samples, int channels);
 
+// Entering the knot edit of a 20,000-sample envelope, one drag step among 500 knots, and a wheel
+// step with that envelope shown over one without it (bench_editenvelope.cpp).
+struct EditEnvelopeFigure
+{
+    double startMs = -1;
+    double dragMs = -1;
+    double viewStepRatio = -1;
+};
+EditEnvelopeFigure editEnvelopeFigures();
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif

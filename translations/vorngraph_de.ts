@@ -2,6 +2,29 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE">
 <context>
+    <name>EnvelopeEditorController</name>
+    <message>
+        <source>Move Knot</source>
+        <translation>Knoten verschieben</translation>
+    </message>
+    <message>
+        <source>Toggle Knot</source>
+        <translation>Knoten umschalten</translation>
+    </message>
+    <message>
+        <source>Add Knot</source>
+        <translation>Knoten hinzufügen</translation>
+    </message>
+    <message>
+        <source>Delete Knot</source>
+        <translation>Knoten löschen</translation>
+    </message>
+    <message>
+        <source>Set Knot</source>
+        <translation>Knoten setzen</translation>
+    </message>
+</context>
+<context>
     <name>EnvelopeEditorOverlay</name>
     <message>
         <source>Select region on chart...</source>
@@ -26,6 +49,16 @@
     <message>
         <source>Envelope of %1</source>
         <translation>Hüllkurve von %1</translation>
+    </message>
+    <message>
+        <source>Shift+drag: move in time
+Double-click: add a knot
+Delete: remove
+Enter: type values</source>
+        <translation>Umschalt+Ziehen: zeitlich verschieben
+Doppelklick: Knoten hinzufügen
+Entf: entfernen
+Eingabe: Werte eintippen</translation>
     </message>
 </context>
 <context>
@@ -142,6 +175,19 @@
     <message>
         <source>%1: %2 → %3 (Δ %4)</source>
         <translation>%1: %2 → %3 (Δ %4)</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n knot(s)</source>
+        <translation>
+            <numerusform>%n Knoten</numerusform>
+            <numerusform>%n Knoten</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>Knot %1 of %2: %3
+upper %4, lower %5</source>
+        <translation>Knoten %1 von %2: %3
+oben %4, unten %5</translation>
     </message>
 </context>
 <context>

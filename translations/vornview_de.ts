@@ -69,6 +69,163 @@
     </message>
 </context>
 <context>
+    <name>EnvelopeTools</name>
+    <message>
+        <source>Undo</source>
+        <translation>Rückgängig</translation>
+    </message>
+    <message>
+        <source>Redo</source>
+        <translation>Wiederholen</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <translation>Bearbeiten</translation>
+    </message>
+    <message>
+        <source>Widen…</source>
+        <translation>Aufweiten…</translation>
+    </message>
+    <message>
+        <source>Make From Captures…</source>
+        <translation>Aus Aufnahmen erstellen…</translation>
+    </message>
+    <message>
+        <source>Add Region</source>
+        <translation>Bereich hinzufügen</translation>
+    </message>
+    <message>
+        <source>Edit Knot…</source>
+        <translation>Knoten bearbeiten…</translation>
+    </message>
+    <message>
+        <source>Delete Envelope</source>
+        <translation>Hüllkurve löschen</translation>
+    </message>
+    <message>
+        <source>New Envelope</source>
+        <translation>Neue Hüllkurve</translation>
+    </message>
+    <message>
+        <source>Apply Edit</source>
+        <translation>Bearbeitung übernehmen</translation>
+    </message>
+    <message>
+        <source>%1 has no envelope to widen.</source>
+        <translation>%1 hat keine Hüllkurve zum Aufweiten.</translation>
+    </message>
+    <message>
+        <source>Apply or cancel the running edit first.</source>
+        <translation>Übernehmen oder verwerfen Sie zuerst die laufende Bearbeitung.</translation>
+    </message>
+    <message>
+        <source>Widen by amounts of zero or more.</source>
+        <translation>Aufweiten nur um Beträge von null oder mehr.</translation>
+    </message>
+    <message>
+        <source>Widen Envelope</source>
+        <translation>Hüllkurve aufweiten</translation>
+    </message>
+    <message>
+        <source>Select the waveform the envelope is for.</source>
+        <translation>Wählen Sie die Kurve, für die die Hüllkurve gilt.</translation>
+    </message>
+    <message>
+        <source>Choose at least one capture.</source>
+        <translation>Wählen Sie mindestens eine Aufnahme.</translation>
+    </message>
+    <message numerus="yes">
+        <source>Make From %n Capture(s)</source>
+        <translation>
+            <numerusform>Aus %n Aufnahme erstellen</numerusform>
+            <numerusform>Aus %n Aufnahmen erstellen</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>Select a waveform with an envelope first.</source>
+        <translation>Wählen Sie zuerst eine Kurve mit Hüllkurve.</translation>
+    </message>
+    <message>
+        <source>Time (±dx):</source>
+        <translation>Zeit (±dx):</translation>
+    </message>
+    <message>
+        <source>Value (±dy, or % of the band):</source>
+        <translation>Wert (±dy oder % des Bands):</translation>
+    </message>
+    <message>
+        <source>The time must be zero or more, such as 20 us.</source>
+        <translation>Die Zeit muss null oder mehr sein, etwa 20 us.</translation>
+    </message>
+    <message>
+        <source>The value must be zero or more, such as 50 m%1 or 5 %.</source>
+        <translation>Der Wert muss null oder mehr sein, etwa 50 m%1 oder 5 %.</translation>
+    </message>
+    <message>
+        <source>Make From Captures</source>
+        <translation>Aus Aufnahmen erstellen</translation>
+    </message>
+    <message>
+        <source>Choose Good Captures of %1</source>
+        <translation>Gute Aufnahmen von %1 wählen</translation>
+    </message>
+    <message>
+        <source>sigrok sessions (*.sr);;All files (*)</source>
+        <translation>sigrok-Sitzungen (*.sr);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>Edit Knot</source>
+        <translation>Knoten bearbeiten</translation>
+    </message>
+    <message>
+        <source>Select a knot first.</source>
+        <translation>Wählen Sie zuerst einen Knoten.</translation>
+    </message>
+    <message>
+        <source>Knot %1</source>
+        <translation>Knoten %1</translation>
+    </message>
+    <message>
+        <source>Time:</source>
+        <translation>Zeit:</translation>
+    </message>
+    <message>
+        <source>Upper:</source>
+        <translation>Oben:</translation>
+    </message>
+    <message>
+        <source>Lower:</source>
+        <translation>Unten:</translation>
+    </message>
+    <message>
+        <source>Type numbers with an optional prefix and unit, such as 2.5 ms or 3.3 %1.</source>
+        <translation>Geben Sie Zahlen mit Präfix und Einheit ein, etwa 2.5 ms oder 3.3 %1.</translation>
+    </message>
+    <message>
+        <source>The time must be %1 or later.</source>
+        <translation>Die Zeit muss %1 oder später sein.</translation>
+    </message>
+    <message>
+        <source>The time must lie between %1 and %2.</source>
+        <translation>Die Zeit muss zwischen %1 und %2 liegen.</translation>
+    </message>
+    <message>
+        <source>Fit to Waveform</source>
+        <translation>An Kurve anpassen</translation>
+    </message>
+</context>
+<context>
+    <name>QObject</name>
+    <message>
+        <source>not enough memory for %1 samples</source>
+        <translation>nicht genug Speicher für %1 Werte</translation>
+    </message>
+    <message>
+        <source>no waveform named %1</source>
+        <translation>keine Kurve namens %1</translation>
+    </message>
+</context>
+<context>
     <name>ViewerWindow</name>
     <message>
         <source>Open a capture with File ▸ Open…, or drop a .sr file here.</source>

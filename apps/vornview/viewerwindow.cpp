@@ -1,6 +1,7 @@
 #include "viewerwindow.h"
 
 #include "checkagainst.h"
+#include "envelopetools.h"
 
 #include "vorngraph.h"
 #include "waveformwindow.h"
@@ -176,9 +177,11 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     new CheckAgainst(this, document);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
-    connect(document, &WaveformWindow::modificationChanged, this, &QWidget::setWindowModified);
     connect(document->graph(), &VornGraph::envelopeEditingStarted, this, &ViewerWindow::onEnvelopeEditingStarted);
     connect(document->graph(), &VornGraph::envelopeEditingFinished, this, &ViewerWindow::onEnvelopeApplied);
+    // The mark follows the undo history of the capture's envelopes.
+    m_envelopeTools = new EnvelopeTools(document, this);
+    connect(m_envelopeTools, &EnvelopeTools::modificationChanged, this, &QWidget::setWindowModified);
     m_stack->addWidget(document);
     m_stack->setCurrentWidget(document);
     menuBar()->hide();
@@ -196,6 +199,7 @@ void ViewerWindow::closeDocument()
     m_stack->removeWidget(m_document);
     m_document->deleteLater();
     m_document = nullptr;
+    m_envelopeTools = nullptr;
     m_filePath.clear();
     menuBar()->show();
     updateTitle();
@@ -221,7 +225,16 @@ bool ViewerWindow::maybeLeaveDocument()
         return true;
     if (answer != QMessageBox::Yes)
         return false;
-    return m_document->saveChangedEnvelopes();
+    return saveDocument();
+}
+
+// A save that went through is where the undo history is clean.
+bool ViewerWindow::saveDocument()
+{
+    if (!m_document->saveChangedEnvelopes())
+        return false;
+    m_envelopeTools->markSaved();
+    return true;
 }
 
 bool ViewerWindow::eventFilter(QObject *watched, QEvent *event)
@@ -325,7 +338,7 @@ void ViewerWindow::onSaveFailed(const QString &reason)
 void ViewerWindow::onSaveTriggered()
 {
     if (m_document)
-        m_document->saveChangedEnvelopes();
+        saveDocument();
 }
 
 void ViewerWindow::onSaveAsTriggered()

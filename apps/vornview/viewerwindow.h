@@ -9,6 +9,7 @@ class QAction;
 class QLabel;
 class QMenu;
 class QStackedWidget;
+class EnvelopeTools;
 class WaveformWindow;
 
 // The viewer's top-level window: holds at most one capture in a WaveformWindow, opens others
@@ -55,6 +56,7 @@ private:
     void setDocument(WaveformWindow *document, const QString &path);
     void extendDocumentMenus(WaveformWindow *document);
     bool maybeLeaveDocument();
+    bool saveDocument();
     void closeDocument();
     void storeRecentFiles(QStringList files);
     void updateTitle();
@@ -69,6 +71,7 @@ private:
     QStackedWidget *m_stack = nullptr;
     QLabel *m_placeholder = nullptr;
     WaveformWindow *m_document = nullptr;
+    EnvelopeTools *m_envelopeTools = nullptr; // the document's undo history and envelope operations
     QString m_filePath;
     EnvelopeData m_envelopeBeforeEdit; // what Apply replaces, to go back to when it is refused
 };

@@ -2,6 +2,7 @@
 
 #include "draggablepointmarker.h"
 #include "interactivechartview.h"
+#include "knotdragmode.h"
 #include "pointdragmode.h"
 #include "regionselectmode.h"
 
@@ -50,6 +51,7 @@ void EnvelopeEditorController::beginEdit(int waveformIndex, const WaveformData &
 {
     // A restart without finishing must not leave the previous edit's items in the scene.
     removePointMarkers();
+    m_knotEditing = false;
     m_waveformIndex = waveformIndex;
     m_waveform = waveform;
     m_series = series;
@@ -83,7 +85,9 @@ void EnvelopeEditorController::finishEditing()
 {
     if (m_state == Idle)
         return;
-    disableLonelyPoints();
+    // A lone knot is a one-sample stretch of the stored curves, kept as it was read.
+    if (!m_knotEditing)
+        disableLonelyPoints();
     const EnvelopeData data = createEnvelopeData();
     const int index = m_waveformIndex;
     endEdit();
@@ -106,13 +110,15 @@ void EnvelopeEditorController::endEdit()
     m_state = Idle;
     m_waveformIndex = -1;
     m_editData.clear();
+    m_knotEditing = false;
     emit stateChanged(Idle);
 }
 
 void EnvelopeEditorController::setPointCount(int count)
 {
     m_pointCount = std::max(count, MIN_POINT_COUNT);
-    if (m_state != EditingPoints)
+    // Knots are not counted out evenly: the count has nothing to regenerate there.
+    if (m_state != EditingPoints || m_knotEditing)
         return;
     // Regenerating over the same region discards the user's drags and toggles on purpose.
     generateInitialPoints();
@@ -127,6 +133,8 @@ bool EnvelopeEditorController::canFinish() const
 
 EnvelopeData EnvelopeEditorController::createEnvelopeData() const
 {
+    if (m_knotEditing)
+        return createKnotEnvelopeData();
     return createEnvelopeData(m_waveform, m_editData);
 }
 
@@ -246,7 +254,8 @@ void EnvelopeEditorController::releaseInteractionMode()
     if (!m_chartView)
         return;
     const ChartInteractionMode *installed = m_chartView->interactionMode();
-    if (installed && (installed == m_regionSelectMode.data() || installed == m_pointDragMode.data()))
+    if (installed && (installed == m_regionSelectMode.data() || installed == m_pointDragMode.data()
+                      || installed == m_knotDragMode.data()))
         m_chartView->clearInteractionMode();
 }
 

@@ -13,6 +13,7 @@
 
 class DraggablePointMarker;
 class InteractiveChartView;
+class KnotDragMode;
 class PointDragMode;
 class QAbstractSeries;
 class QChart;
@@ -42,6 +43,26 @@ public:
     void startEditingExisting(int waveformIndex, const WaveformData &waveform,
                               const EnvelopeData &envelope, const QColor &color,
                               QAbstractSeries *series);
+    // Edits an existing envelope by its knots (where its limits bend) instead of one point per
+    // sample; Apply puts the knots back on the envelope's own time grid, so an untouched knot
+    // edit gives the same curves. Knots move in time on that grid and never past a neighbour.
+    void startEditingKnots(int waveformIndex, const WaveformData &waveform, const EnvelopeData &envelope,
+                           const QColor &color, QAbstractSeries *series);
+    bool isKnotEditing() const { return m_knotEditing; }
+    int selectedKnot() const;
+    void selectKnot(int index);
+    // A knot on the grid between its neighbours, on the straight limits there; false when there
+    // is no free grid time or no stretch of limits at time.
+    bool insertKnot(double time);
+    bool removeKnot(int index);
+    // Typed values: the time snaps to the grid between the neighbours; false if out of range.
+    bool setKnot(int index, double time, double upperValue, double lowerValue);
+    // Replaces every knot, for undoing a step.
+    void setKnots(const QVector<EnvelopePoint> &knots);
+    // The grid knots live on: time of node k is start + k * interval.
+    double knotGridStart() const { return m_gridStart; }
+    double knotGridInterval() const { return m_gridInterval; }
+
     void finishEditing();
     void cancelEditing();
 
@@ -74,11 +95,17 @@ signals:
     void stateChanged(EnvelopeEditorController::State newState);
     void pointsUpdated();
     void pointCountChanged(int count);
+    // Knot edit only: a knot was selected (-1: none), and one step of the edit is complete.
+    void knotSelected(int knotIndex);
+    void knotsEdited(const QString &step);
+    void knotEditRequested(int knotIndex);
 
 private slots:
     void onRegionSelected(double startTime, double endTime);
     void onPointMoved(int pointIndex, double newUpperValue, double newLowerValue);
     void onPointToggled(int pointIndex);
+    void onKnotMoved(int knotIndex, double time, double upperValue, double lowerValue);
+    void onKnotToggled(int knotIndex);
 
 private:
     void beginEdit(int waveformIndex, const WaveformData &waveform, const QColor &color,
@@ -92,6 +119,12 @@ private:
     void updateSampleInterval();
     void switchToPointDragMode();
     void switchToRegionSelectMode();
+    void switchToKnotDragMode();
+    void rebuildKnotMarkers(int selected);
+    EnvelopeData createKnotEnvelopeData() const;
+    // A knot edit keeps its items inside the plot, so that a zoomed edit leaves the axes readable.
+    void clipToPlot(QGraphicsLineItem *line) const;
+    void hideMarkersOutsidePlot();
     void releaseInteractionMode();
     void onChartViewDestroyed();
 
@@ -102,7 +135,8 @@ private:
     void updatePointMarkers();
     void createConnectorLines();
     void updateConnectorLines();
-    void placeConnectorLines();
+    // Lines first ... last - 1, or all of them.
+    void placeConnectorLines(int first = 0, int last = -1);
     void removeConnectorLines();
     void createFillArea();
     void updateFillArea();
@@ -123,6 +157,11 @@ private:
     QVector<QGraphicsPolygonItem *> m_fillAreas;
     QPointer<RegionSelectMode> m_regionSelectMode;
     QPointer<PointDragMode> m_pointDragMode;
+    QPointer<KnotDragMode> m_knotDragMode;
+    bool m_knotEditing = false;
+    double m_gridStart = 0.0;
+    double m_gridInterval = 0.0;
+    quint64 m_gridNodes = 0;
 };
 
 #endif

@@ -12,6 +12,8 @@
 #include <QGraphicsScene>
 #include <QPen>
 
+#include <algorithm>
+
 namespace {
 
 constexpr double FILL_Z = 997.0;
@@ -133,10 +135,12 @@ void EnvelopeEditorController::createConnectorLines()
     QGraphicsScene *s = scene();
     if (!s || m_markers.size() < 2)
         return;
-    const QPen upperPen(QBrush(m_color.lighter(120), Qt::SolidPattern), 1.0, Qt::DashLine,
-                        Qt::SquareCap, Qt::BevelJoin);
-    const QPen lowerPen(QBrush(m_color.darker(120), Qt::SolidPattern), 1.0, Qt::DotLine,
-                        Qt::SquareCap, Qt::BevelJoin);
+    // Knot edits draw solid limits: easier to follow, and hundreds of dashed lines cost a drag
+    // step several milliseconds of dash stroking.
+    const QPen upperPen(QBrush(m_color.lighter(120), Qt::SolidPattern), 1.0,
+                        m_knotEditing ? Qt::SolidLine : Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
+    const QPen lowerPen(QBrush(m_color.darker(120), Qt::SolidPattern), 1.0,
+                        m_knotEditing ? Qt::SolidLine : Qt::DotLine, Qt::SquareCap, Qt::BevelJoin);
     for (int i = 0; i + 1 < m_markers.size(); ++i) {
         m_upperLines.append(addConnector(s, upperPen));
         m_lowerLines.append(addConnector(s, lowerPen));
@@ -153,10 +157,11 @@ void EnvelopeEditorController::updateConnectorLines()
 }
 
 // Hidden lines are moved too, so that a re-enabled point finds them in place.
-void EnvelopeEditorController::placeConnectorLines()
+void EnvelopeEditorController::placeConnectorLines(int first, int last)
 {
     QChart *c = chart();
-    for (int i = 0; i < m_upperLines.size(); ++i) {
+    last = last < 0 ? int(m_upperLines.size()) : std::min(last, int(m_upperLines.size()));
+    for (int i = std::max(first, 0); i < last; ++i) {
         const DraggablePointMarker *a = m_markers.at(i);
         const DraggablePointMarker *b = m_markers.at(i + 1);
         const bool visible = a->isPointEnabled() && b->isPointEnabled();
@@ -166,6 +171,10 @@ void EnvelopeEditorController::placeConnectorLines()
                                            c->mapToPosition(QPointF(b->time(), b->upperValue()), m_series)));
         m_lowerLines.at(i)->setLine(QLineF(c->mapToPosition(QPointF(a->time(), a->lowerValue()), m_series),
                                            c->mapToPosition(QPointF(b->time(), b->lowerValue()), m_series)));
+        if (m_knotEditing) {
+            clipToPlot(m_upperLines.at(i));
+            clipToPlot(m_lowerLines.at(i));
+        }
     }
 }
 
@@ -229,6 +238,7 @@ void EnvelopeEditorController::updateMarkerPositions()
         return;
     placeConnectorLines();
     updateFillArea();
+    hideMarkersOutsidePlot();
 }
 
 void EnvelopeEditorController::forgetSceneItems()

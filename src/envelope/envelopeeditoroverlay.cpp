@@ -35,7 +35,8 @@ void EnvelopeEditorOverlay::setupUi()
     layout->addWidget(m_statusLabel);
 
     auto *countRow = new QHBoxLayout;
-    countRow->addWidget(new QLabel(tr("Points:"), this));
+    m_pointCountLabel = new QLabel(tr("Points:"), this);
+    countRow->addWidget(m_pointCountLabel);
     m_pointCountSpinBox = new QSpinBox(this);
     m_pointCountSpinBox->setRange(2, 100);
     m_pointCountSpinBox->setValue(10);
@@ -59,6 +60,13 @@ void EnvelopeEditorOverlay::setupUi()
     m_titleLabel->setStyleSheet(QStringLiteral("font-weight: bold;"));
     m_titleLabel->hide();
     layout->insertWidget(0, m_titleLabel);
+    m_knotHintLabel = new QLabel(tr("Shift+drag: move in time\nDouble-click: add a knot\n"
+                                     "Delete: remove\nEnter: type values"), this);
+    m_knotHintLabel->hide();
+    m_knotReadoutLabel = new QLabel(this);
+    m_knotReadoutLabel->hide();
+    layout->insertWidget(2, m_knotHintLabel);
+    layout->insertWidget(3, m_knotReadoutLabel);
 
     setFixedWidth(PANEL_WIDTH);
 }
@@ -67,6 +75,29 @@ void EnvelopeEditorOverlay::setWaveformName(const QString &name)
 {
     m_titleLabel->setText(tr("Envelope of %1").arg(name));
     m_titleLabel->setVisible(!name.isEmpty());
+}
+
+void EnvelopeEditorOverlay::setKnotEditing(bool knots)
+{
+    m_pointCountLabel->setVisible(!knots);
+    m_pointCountSpinBox->setVisible(!knots);
+    m_knotHintLabel->setVisible(knots);
+    m_knotReadoutLabel->setVisible(knots && !m_knotReadoutLabel->text().isEmpty());
+    layout()->activate();
+    adjustSize();
+}
+
+void EnvelopeEditorOverlay::setKnotReadout(const QString &text)
+{
+    m_knotReadoutLabel->setText(text);
+    m_knotReadoutLabel->setVisible(!m_knotHintLabel->isHidden() && !text.isEmpty());
+    layout()->activate();
+    adjustSize();
+}
+
+QString EnvelopeEditorOverlay::knotReadout() const
+{
+    return m_knotReadoutLabel->text();
 }
 
 QString EnvelopeEditorOverlay::title() const

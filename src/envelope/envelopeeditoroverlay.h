@@ -29,6 +29,12 @@ public:
     void setWaveformName(const QString &name);
     QString title() const;
 
+    // A knot edit has no count to choose: the count row gives way to a hint and the selected
+    // knot's time and limits.
+    void setKnotEditing(bool knots);
+    void setKnotReadout(const QString &text);
+    QString knotReadout() const;
+
     void clampToParent();
     bool hasUserPosition() const { return m_userPositioned; }
     void resetUserPosition() { m_userPositioned = false; }
@@ -51,6 +57,9 @@ private:
     QLabel *m_statusLabel = nullptr;
     QLabel *m_titleLabel = nullptr;
     QSpinBox *m_pointCountSpinBox = nullptr;
+    QLabel *m_pointCountLabel = nullptr;
+    QLabel *m_knotHintLabel = nullptr;
+    QLabel *m_knotReadoutLabel = nullptr;
     QPushButton *m_applyButton = nullptr;
     QPushButton *m_cancelButton = nullptr;
     QPoint m_dragOffset;

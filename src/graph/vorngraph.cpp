@@ -165,6 +165,9 @@ void VornGraph::clearGraph()
     m_envelopeUpperSeries.clear();
     m_envelopeLowerSeries.clear();
     m_envelopeAreaSeries.clear();
+    m_envelopeRuns.clear();
+    m_backgroundSeries.clear();
+    m_backgroundPoints.clear();
     const auto axes = m_chart->axes();
     for (QAbstractAxis *axis : axes) {
         m_chart->removeAxis(axis);

@@ -30,6 +30,7 @@ class QChart;
 class QDoubleSpinBox;
 class QGraphicsPathItem;
 class QPainterPath;
+class QPen;
 class QGraphicsLineItem;
 class QKeyEvent;
 class QMouseEvent;
@@ -88,6 +89,31 @@ public:
     // Only decides whether the tree's context menu is offered.
     void setEnvelopeEditingEnabled(bool enabled);
     void setEnvelopeEditorPointCount(int count);
+    // Off by default. On, an existing envelope is edited by its knots rather than one point per
+    // sample (EnvelopeEditorController::startEditingKnots).
+    void setEnvelopeEditingByKnots(bool byKnots);
+    bool envelopeEditingByKnots() const { return m_editByKnots; }
+    EnvelopeEditorController *envelopeEditor() const { return m_envelopeEditor; }
+    // Starts a new envelope by region selection even when the waveform has one, which stays
+    // shown; Apply delivers the region's envelope alone (the host merges it, see
+    // addEnvelopeRegion) and stores it in place of the old one.
+    void startEnvelopeRegionEditing(int index);
+
+    // Off by default. On, envelopes are drawn as a translucent band between solid limit lines in
+    // a colour of their own, apart from the trace's colour.
+    void setDistinctEnvelopeStyle(bool distinct);
+    bool distinctEnvelopeStyle() const { return m_distinctEnvelopeStyle; }
+    // Off by default. On, envelopes are drawn like waveforms: the visible part only, through the
+    // min/max reduction, without point markers, so that a dense envelope pans and zooms freely.
+    void setEnvelopeReduction(bool reduced);
+    bool envelopeReduction() const { return m_envelopeReduction; }
+    static const QColor ENVELOPE_LIMIT_COLOR;
+
+    // Good captures of waveform index drawn faintly behind it, so that many of them read as a
+    // persistence image; each is kept as a min/max index of bounded size, however long it is.
+    void addBackgroundCapture(int index, const WaveformData &capture);
+    void clearBackgroundCaptures(int index);
+    int backgroundCaptureCount(int index) const;
 
     // How waveform index fares against its envelope; checked whenever the envelope is set or
     // cleared. Empty (nothing checked) without an envelope.
@@ -254,8 +280,18 @@ private:
     void closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries *&lower);
     void clearEnvelopeSeries(int index);
     void connectOverlaySignals();
+    void beginEnvelopeEditing(int index, bool newRegion);
     void positionEditorOverlay();
     void holdBackOpenGL(bool hold);
+    void updateKnotReadout();
+
+    // vorngraph_envelopestyle.cpp: the opt-in envelope drawing
+    void envelopePens(int index, QPen &upper, QPen &lower) const;
+    QColor envelopeFillColor(int index) const;
+    void createReducedEnvelopeSeries(int index);
+    void updateEnvelopeSeriesForViewport();
+    void redrawEnvelopes();
+    void updateBackgroundForViewport(); // vorngraph_background.cpp
     // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
     void followPlotChanges();
 
@@ -306,6 +342,13 @@ private:
     QStackedWidget *m_stackedWidget = nullptr;
     QLabel *m_errorLabel = nullptr;
     bool m_envelopeEditingEnabled = true;
+    bool m_editByKnots = false;
+    bool m_distinctEnvelopeStyle = false;
+    bool m_envelopeReduction = false;
+    // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment.
+    QVector<QVector<EnvelopeData>> m_envelopeRuns;
+    QList<QList<QLineSeries *>> m_backgroundSeries;
+    QList<QList<QVector<QPointF>>> m_backgroundPoints; // per series: the kept min/max points
     // One zero-delay retry of the layout at a time, however many resizes ask for it.
     bool m_squareDivisionsPending = false;
     // Min/max index of every long waveform, so that a view change costs the same at any length.

@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr int ENVELOPE_FILL_ALPHA = 25;
 constexpr int OVERLAY_MARGIN = 8;
 
 template<typename Series>
@@ -103,9 +102,12 @@ void VornGraph::createEnvelopeSeries(int index)
     if (upper.empty() || lower.empty())
         return;
 
-    const QColor colour = m_series.at(index)->color();
-    const QPen upperPen(colour.lighter(120), 1.0, Qt::DashLine);
-    const QPen lowerPen(colour.darker(120), 1.0, Qt::DotLine);
+    if (m_envelopeReduction) {
+        createReducedEnvelopeSeries(index);
+        return;
+    }
+    QPen upperPen, lowerPen;
+    envelopePens(index, upperPen, lowerPen);
     const size_t n = std::min(upper.size(), lower.size());
     QLineSeries *upperSegment = nullptr;
     QLineSeries *lowerSegment = nullptr;
@@ -135,8 +137,7 @@ void VornGraph::closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries
 {
     if (!upper || !lower)
         return;
-    QColor fill = m_series.at(index)->color();
-    fill.setAlpha(ENVELOPE_FILL_ALPHA);
+    const QColor fill = envelopeFillColor(index);
     auto *area = new QAreaSeries(upper, lower);
     area->setBrush(QBrush(fill, Qt::SolidPattern));
     area->setPen(QPen(Qt::NoPen));
@@ -172,15 +173,31 @@ void VornGraph::clearEnvelopeSeries(int index)
 
 void VornGraph::startEnvelopeEditing(int index)
 {
+    beginEnvelopeEditing(index, false);
+}
+
+void VornGraph::startEnvelopeRegionEditing(int index)
+{
+    beginEnvelopeEditing(index, true);
+}
+
+void VornGraph::beginEnvelopeEditing(int index, bool newRegion)
+{
     if (index < 0 || index >= m_waveforms.size() || index >= m_series.size())
         return;
     // The waveform being edited is always shown.
     if (index < m_waveformItems.size())
         m_waveformItems[index]->setCheckState(1, Qt::Checked);
-    setEnvelopeVisible(index, false);
+    // A new region is drawn beside the stored envelope, which stays in sight.
+    if (!newRegion)
+        setEnvelopeVisible(index, false);
 
-    const QColor colour = getWaveformColor(index);
-    if (hasEnvelope(index)) {
+    // Handles in the limits' own colour stand out from the trace they bound.
+    const QColor colour = m_distinctEnvelopeStyle ? ENVELOPE_LIMIT_COLOR : getWaveformColor(index);
+    if (hasEnvelope(index) && !newRegion && m_editByKnots) {
+        m_envelopeEditor->startEditingKnots(index, m_waveforms.at(index), m_envelopes.at(index), colour,
+                                            m_series.at(index));
+    } else if (hasEnvelope(index) && !newRegion) {
         m_envelopeEditor->startEditingExisting(index, m_waveforms.at(index), m_envelopes.at(index),
                                                colour, m_series.at(index));
     } else {
@@ -195,11 +212,16 @@ void VornGraph::startEnvelopeEditing(int index)
         m_editorOverlay->setPointCount(m_envelopeEditor->pointCount());
     }
     m_editorOverlay->updateState(m_envelopeEditor->state());
+    m_editorOverlay->setKnotEditing(m_envelopeEditor->isKnotEditing());
+    updateKnotReadout();
     m_editorOverlay->setWaveformName(m_waveforms.at(index).name);
     m_editorOverlay->resetUserPosition();
     positionEditorOverlay();
     m_editorOverlay->show();
     m_editorOverlay->raise();
+    // The knot hint's height is known only once the panel is shown with its style.
+    if (m_envelopeEditor->isKnotEditing())
+        m_editorOverlay->adjustSize();
     emit envelopeEditingStarted(index);
 }
 
@@ -211,6 +233,8 @@ void VornGraph::connectOverlaySignals()
             &VornGraph::setEnvelopeEditorPointCount);
     connect(m_envelopeEditor, &EnvelopeEditorController::pointCountChanged, m_editorOverlay,
             &EnvelopeEditorOverlay::setPointCount);
+    connect(m_envelopeEditor, &EnvelopeEditorController::knotSelected, this, &VornGraph::updateKnotReadout);
+    connect(m_envelopeEditor, &EnvelopeEditorController::pointsUpdated, this, &VornGraph::updateKnotReadout);
 }
 
 void VornGraph::finishEnvelopeEditing()
@@ -248,6 +272,32 @@ EnvelopeEditorController::State VornGraph::envelopeEditorState() const
 void VornGraph::setEnvelopeEditingEnabled(bool enabled)
 {
     m_envelopeEditingEnabled = enabled;
+}
+
+void VornGraph::setEnvelopeEditingByKnots(bool byKnots)
+{
+    m_editByKnots = byKnots;
+}
+
+// The selected knot's time and limits, in the waveform's units.
+void VornGraph::updateKnotReadout()
+{
+    if (!m_editorOverlay || !m_envelopeEditor->isKnotEditing())
+        return;
+    const int k = m_envelopeEditor->selectedKnot();
+    const QVector<EnvelopePoint> &knots = m_envelopeEditor->points();
+    if (k < 0 || k >= knots.size()) {
+        m_editorOverlay->setKnotReadout(tr("%n knot(s)", nullptr, int(knots.size())));
+        return;
+    }
+    const QString unit = m_waveforms.value(m_envelopeEditor->waveformIndex()).unit;
+    const EnvelopePoint &knot = knots.at(k);
+    m_editorOverlay->setKnotReadout(tr("Knot %1 of %2: %3\nupper %4, lower %5")
+                                        .arg(k + 1)
+                                        .arg(knots.size())
+                                        .arg(ValueFormatter::formatWithUnit(knot.time, QStringLiteral("s")),
+                                             ValueFormatter::formatWithUnit(knot.upperValue, unit),
+                                             ValueFormatter::formatWithUnit(knot.lowerValue, unit)));
 }
 
 void VornGraph::setEnvelopeEditorPointCount(int count)

@@ -159,6 +159,8 @@ void VornGraph::updateSeriesForViewport()
     const double xMax = m_axisX->max();
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
         m_series[i]->replace(viewportPoints(m_waveforms.at(i), xMin, xMax));
+    updateEnvelopeSeriesForViewport();
+    updateBackgroundForViewport();
 }
 
 QList<QPointF> VornGraph::viewportPoints(const WaveformData &w, double xMin, double xMax)

@@ -149,15 +149,15 @@ void DraggablePointMarker::updateMarkerColors()
     if (m_upperHandle) {
         m_upperHandle->setBrush(QBrush(upper, Qt::SolidPattern));
         m_upperHandle->setPen(pen);
-        m_upperHandle->setVisible(m_pointEnabled);
+        m_upperHandle->setVisible(m_pointEnabled && !m_outsidePlot);
     }
     if (m_lowerHandle) {
         m_lowerHandle->setBrush(QBrush(lower, Qt::SolidPattern));
         m_lowerHandle->setPen(pen);
-        m_lowerHandle->setVisible(m_pointEnabled);
+        m_lowerHandle->setVisible(m_pointEnabled && !m_outsidePlot);
     }
     if (m_linkLine)
-        m_linkLine->setVisible(m_pointEnabled);
+        m_linkLine->setVisible(m_pointEnabled && !m_outsidePlot);
 }
 
 void DraggablePointMarker::updateToggleVisuals()
@@ -173,8 +173,19 @@ void DraggablePointMarker::updateToggleVisuals()
     m_toggle->setPen(QPen(QBrush(signColor, Qt::SolidPattern), 1.0, Qt::SolidLine));
     m_toggleBar->setLine(x - SIGN_HALF_LENGTH, y, x + SIGN_HALF_LENGTH, y);
     m_toggleBar->setPen(outlinePen(signColor, 2.0));
-    m_toggleBar->show();
+    m_toggleBar->setVisible(!m_outsidePlot);
     m_toggleCrossBar->setLine(x, y - SIGN_HALF_LENGTH, x, y + SIGN_HALF_LENGTH);
     m_toggleCrossBar->setPen(outlinePen(signColor, 2.0));
-    m_toggleCrossBar->setVisible(!m_pointEnabled);
+    m_toggleCrossBar->setVisible(!m_pointEnabled && !m_outsidePlot);
+}
+
+void DraggablePointMarker::setOutsidePlot(bool outside)
+{
+    if (outside == m_outsidePlot)
+        return;
+    m_outsidePlot = outside;
+    if (m_toggle)
+        m_toggle->setVisible(!outside);
+    updateMarkerColors();
+    updateToggleVisuals();
 }

@@ -37,6 +37,10 @@ public:
     void setSelected(bool selected);
     void setPointEnabled(bool enabled);
     void updateScenePosition(QChart *chart);
+    // Hides every item of a marker that lies outside the plot, and shows it again; positions,
+    // values and the enabled state stay as they are.
+    void setOutsidePlot(bool outside);
+    bool isOutsidePlot() const { return m_outsidePlot; }
 
     bool hitTestUpper(const QPointF &scenePos, double tolerance) const;
     bool hitTestLower(const QPointF &scenePos, double tolerance) const;
@@ -62,6 +66,7 @@ private:
     double m_lowerValue = 0.0;
     bool m_selected = false;
     bool m_pointEnabled = true;
+    bool m_outsidePlot = false;
 };
 
 #endif

@@ -3,6 +3,7 @@
 #include "chartinteractionmode.h"
 
 #include <QChildEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 
 InteractiveChartView::InteractiveChartView(QChart *chart, QWidget *parent)
@@ -81,4 +82,16 @@ void InteractiveChartView::mouseReleaseEvent(QMouseEvent *event)
         m_mode->handleMouseRelease(this, event);
     else
         QChartView::mouseReleaseEvent(event);
+}
+
+void InteractiveChartView::mouseDoubleClickEvent(QMouseEvent *event)
+{
+    if (!m_mode || !m_mode->handleMouseDoubleClick(this, event))
+        QChartView::mouseDoubleClickEvent(event);
+}
+
+void InteractiveChartView::keyPressEvent(QKeyEvent *event)
+{
+    if (!m_mode || !m_mode->handleKeyPress(this, event))
+        QChartView::keyPressEvent(event);
 }

@@ -225,6 +225,12 @@ EnvelopeData resampleKnots(const QVector<EnvelopePoint> &knots, double start, do
 // where either limit bends. Resampling them gives the curves back.
 QVector<EnvelopePoint> recoverKnots(const EnvelopeData &envelope);
 
+// The envelope with a second region added: the region's knots, put on the envelope's grid
+// (extended over both, and coarsened only where it would exceed maxIntervals), replace whatever
+// the envelope had over the region's span; a gap between the two stays a gap.
+EnvelopeData addEnvelopeRegion(const EnvelopeData &envelope, const EnvelopeData &region,
+                               uint64_t maxIntervals = 65536);
+
 // Widens both limits: the limit at t covers t - dx ... t + dx, then moves out by dy.
 EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy);
 

@@ -55,23 +55,30 @@ private slots:
     {
         QTest::addColumn<EnvelopeData>("envelope");
         QTest::addColumn<QStringList>("segments"); // upper and lower points, first time
+        QTest::addColumn<bool>("reduced");
 
         const std::vector<double> up(10, 0.8), down(10, -0.8);
         std::vector<double> gapped = up;
         gapped[3] = gapped[4] = gapped[5] = NaN;
-        QTest::newRow("gap at samples 3 to 5 of 10") << makeEnvelope(gapped, down) << QStringList{"3 3 at 0.02", "4 4 at 0.05"};
         std::vector<double> ends = down;
         ends[0] = ends[9] = NaN;
-        QTest::newRow("gaps at both ends, lower only") << makeEnvelope(up, ends) << QStringList{"8 8 at 0.025"};
-        QTest::newRow("lower curve shorter") << makeEnvelope(up, {-1, -1, -1, -1, -1, -1, -1}) << QStringList{"7 7 at 0.02"};
-        QTest::newRow("all gaps") << makeEnvelope({NaN, NaN}, {NaN, NaN}) << QStringList();
+        // Reduced, an envelope short enough for the screen is drawn sample by sample all the same.
+        for (const bool reduced : {false, true}) {
+            const char *mode = reduced ? ", reduced" : "";
+            QTest::addRow("gap at samples 3 to 5 of 10%s", mode) << makeEnvelope(gapped, down) << QStringList{"3 3 at 0.02", "4 4 at 0.05"} << reduced;
+            QTest::addRow("gaps at both ends, lower only%s", mode) << makeEnvelope(up, ends) << QStringList{"8 8 at 0.025"} << reduced;
+            QTest::addRow("lower curve shorter%s", mode) << makeEnvelope(up, {-1, -1, -1, -1, -1, -1, -1}) << QStringList{"7 7 at 0.02"} << reduced;
+            QTest::addRow("all gaps%s", mode) << makeEnvelope({NaN, NaN}, {NaN, NaN}) << QStringList() << reduced;
+        }
     }
 
     void drawsOneSegmentPerRunBetweenGaps()
     {
         QFETCH(EnvelopeData, envelope);
         QFETCH(QStringList, segments);
+        QFETCH(bool, reduced);
         VornGraph *g = graph();
+        g->setEnvelopeReduction(reduced);
         const int seriesBefore = g->m_chart->series().size();
 
         // Set twice: the second drawing replaces the first.
@@ -95,6 +102,48 @@ private slots:
         g->startEnvelopeEditing(2);
         QVERIFY(!g->hasEnvelope(1) && !g->isEnvelopeEditing() && g->envelope(-1).isEmpty()
                 && g->envelope(2).isEmpty() && &g->envelope(-1) == &g->envelope(99));
+        QCOMPARE(g->m_chart->series().size(), seriesBefore);
+    }
+
+    // Reduced, 20,000 samples become about a pair per pixel column, and follow the view.
+    void reducedDrawingKeepsDenseEnvelopesSmall()
+    {
+        VornGraph *g = graph();
+        g->setEnvelopeReduction(true);
+        std::vector<double> up(20000), down(20000);
+        for (size_t i = 0; i < up.size(); ++i) {
+            up[i] = 0.5 + 0.3 * std::sin(double(i) / 50.0);
+            down[i] = -up[i];
+        }
+        EnvelopeData dense = makeEnvelope(up, down);
+        dense.upper.sampleInterval = dense.lower.sampleInterval = 5e-6;
+        g->setEnvelope(1, dense);
+        QLineSeries *upper = g->m_envelopeUpperSeries.at(1).at(0);
+        const int columns = int(g->m_chart->plotArea().width());
+        QVERIFY2(upper->count() > columns / 2 && upper->count() <= 2 * columns + 4, qPrintable(QString::number(upper->count())));
+        g->zoomTime(-4, 0.05);
+        // Only the visible part, and a sample on either side so that the lines reach the border.
+        QVERIFY(upper->at(0).x() >= g->m_axisX->min() - 1e-5 && upper->at(upper->count() - 1).x() <= g->m_axisX->max() + 1e-5);
+        QVERIFY(!upper->pointsVisible());
+    }
+
+    // A long capture behind a trace costs a bounded index and about a pair of points per column;
+    // clearing takes its series out of the chart.
+    void backgroundCapturesStayBoundedAndGo()
+    {
+        VornGraph *g = graph();
+        const int seriesBefore = g->m_chart->series().size();
+        std::vector<double> v(1'000'000);
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = std::sin(double(i) / 1000.0);
+        g->addBackgroundCapture(1, makeWaveform(QStringLiteral("ch"), v, 1e-7));
+        g->addBackgroundCapture(1, makeWaveform(QStringLiteral("ch"), v, 1e-7, 1e-6));
+        QCOMPARE(g->backgroundCaptureCount(1), 2);
+        QVERIFY(g->m_backgroundPoints.at(1).at(0).size() <= 131072);
+        const int columns = int(g->m_chart->plotArea().width());
+        QVERIFY(g->m_backgroundSeries.at(1).at(1)->count() <= 2 * columns + 2);
+        g->clearBackgroundCaptures(1);
+        QCOMPARE(g->backgroundCaptureCount(1), 0);
         QCOMPARE(g->m_chart->series().size(), seriesBefore);
     }
 

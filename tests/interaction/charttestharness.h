@@ -40,6 +40,7 @@ struct ViewportMouse
 {
     virtual ~ViewportMouse() = default;
     virtual QWidget *viewport() const = 0;
+    Qt::KeyboardModifiers modifiers = Qt::NoModifier; // held during every event sent
 
     void press(const QPoint &pos, Qt::MouseButton b = Qt::LeftButton) { send(QEvent::MouseButtonPress, pos, b, b); }
     void move(const QPoint &pos, Qt::MouseButton held = Qt::LeftButton) { send(QEvent::MouseMove, pos, Qt::NoButton, held); }
@@ -56,7 +57,7 @@ struct ViewportMouse
               QWidget *target = nullptr)
     {
         target = target ? target : viewport();
-        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, Qt::NoModifier);
+        QMouseEvent event(type, QPointF(pos), QPointF(target->mapToGlobal(pos)), button, buttons, modifiers);
         QApplication::sendEvent(target, &event);
     }
 };

@@ -231,6 +231,79 @@ private slots:
         QCOMPARE(*e.lower.samples, (std::vector<double>{-3.5, -3.5, -3.5}));
     }
 
+    // Widened by dx, the envelope of the sources holds a source moved by up to dx either way, and
+    // still not one moved well beyond it.
+    void widenedByDxHoldsTheShiftedCapture_data()
+    {
+        QTest::addColumn<double>("shift");
+        QTest::addColumn<bool>("passes");
+        QTest::newRow("late by dx") << 40e-6 << true;
+        QTest::newRow("early by dx") << -40e-6 << true;
+        QTest::newRow("late by half dx") << 20e-6 << true;
+        QTest::newRow("late by 3 dx") << 120e-6 << false;
+    }
+    void widenedByDxHoldsTheShiftedCapture()
+    {
+        QFETCH(double, shift);
+        QFETCH(bool, passes);
+        const EnvelopeData wide = widenEnvelope(m_default, 40e-6, 0.0);
+        Pulse moved;
+        moved.rise += shift;
+        moved.fall += shift;
+        QCOMPARE(checkEnvelope(pulse(1, moved), wide).passed(), passes);
+    }
+
+    // A second region replaces the envelope over its own span only, and what lies between the two
+    // stays without limits. Base knots every 20 s on a 1 s grid; "-" is where the base has none.
+    void addedRegionKeepsTheRestAndItsGaps_data()
+    {
+        QTest::addColumn<double>("baseEnd");
+        QTest::addColumn<double>("baseGapFrom");
+        QTest::addColumn<double>("regionFrom");
+        QTest::addColumn<double>("regionTo");
+        QTest::newRow("in the base's gap") << 100.0 << 40.0 << 60.0 << 80.0;
+        QTest::newRow("beyond the base's end") << 40.0 << 1e9 << 60.0 << 80.0;
+        QTest::newRow("inside a stretch") << 100.0 << 1e9 << 40.0 << 60.0;
+        QTest::newRow("before the base") << 100.0 << 1e9 << -30.0 << -10.0;
+    }
+    void addedRegionKeepsTheRestAndItsGaps()
+    {
+        QFETCH(double, baseEnd);
+        QFETCH(double, baseGapFrom);
+        QFETCH(double, regionFrom);
+        QFETCH(double, regionTo);
+        const auto knots = [](double from, double to, double level) {
+            QVector<EnvelopePoint> k;
+            for (double t = from; t <= to; t += 20)
+                k.append({t, level + std::fabs(std::fmod(t, 40)) / 10, -level - std::fabs(std::fmod(t, 30)) / 10});
+            return k;
+        };
+        QVector<EnvelopePoint> baseKnots = knots(0, std::min(baseEnd, baseGapFrom), 1.0);
+        if (baseGapFrom < baseEnd)
+            baseKnots.append({baseGapFrom + 1, NAN, NAN, false});
+        const EnvelopeData base = resampleKnots(baseKnots, 0.0, 1.0, uint64_t(baseEnd) + 1);
+        const EnvelopeData region = resampleKnots(knots(regionFrom, regionTo, 5.0), regionFrom, 1.0,
+                                                  uint64_t(regionTo - regionFrom) + 1);
+        QVERIFY(!std::isnan(region.upper.samples->back()));
+        const EnvelopeData merged = addEnvelopeRegion(base, region);
+        const double start = merged.upper.startTime;
+        QCOMPARE(merged.upper.sampleInterval, 1.0);
+        for (size_t k = 0; k < merged.upper.samples->size(); ++k) {
+            const double t = start + double(k);
+            const double got = merged.upper.samples->at(k);
+            double want = NAN;
+            if (t >= regionFrom && t <= regionTo)
+                want = region.upper.samples->at(size_t(t - regionFrom));
+            else if (t >= 0 && t <= baseEnd && std::fabs(t - regionFrom) > 1 && std::fabs(t - regionTo) > 1)
+                want = base.upper.samples->at(size_t(t));
+            else if (t >= 0 && t <= baseEnd)
+                continue; // the edge node next to the region, on the base's line
+            // Cut short at the region, a base stretch ends on a knot of its own line: rounding only.
+            QVERIFY2(std::fabs(got - want) <= 1e-12 || (std::isnan(got) && std::isnan(want)),
+                     qPrintable(QStringLiteral("t = %1: %2, not %3").arg(t).arg(got).arg(want)));
+        }
+    }
+
 private:
     QVector<WaveformData> m_sources;
     EnvelopeData m_default;

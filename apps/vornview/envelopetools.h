@@ -1,0 +1,91 @@
+#ifndef ENVELOPETOOLS_H
+#define ENVELOPETOOLS_H
+
+#include "vornwaveform.h"
+
+#include <QObject>
+#include <QVector>
+
+class QAction;
+class QMenu;
+class QUndoGroup;
+class QUndoStack;
+class QWidget;
+class VornGraph;
+class WaveformWindow;
+
+// The viewer's envelope work on one open capture: undo and redo of every envelope change (and of
+// every step inside a knot edit), widening, envelopes made from good captures, typed knot values.
+// It adds an Edit menu and entries of the Envelope menu to the capture's menu bar.
+class EnvelopeTools : public QObject
+{
+    Q_OBJECT
+
+public:
+    EnvelopeTools(WaveformWindow *document, QWidget *dialogParent);
+    ~EnvelopeTools() override;
+
+    QUndoStack *undoStack() const { return m_documentStack; }
+    QAction *undoAction() const { return m_undoAction; }
+    QAction *redoAction() const { return m_redoAction; }
+    QAction *widenAction() const { return m_widenAction; }
+    QAction *makeFromCapturesAction() const { return m_makeFromAction; }
+    // True while the envelopes differ from the last save (or open) by the undo history, or a
+    // save failed.
+    bool isModified() const;
+
+    // The operations behind the menu entries, without their dialogs. Each is one undo step;
+    // false, with the reason, when nothing was changed.
+    bool widen(int index, double dx, double dy, QString *error = nullptr);
+    bool makeFromCaptures(int index, const QStringList &paths, QString *error = nullptr);
+    // The envelope the knot construction makes from index's own samples: tight where the trace
+    // bends, past what the editor's point count can hold.
+    bool fitToWaveform(int index, QString *error = nullptr);
+    // The envelopes as they are now are the saved ones.
+    void markSaved();
+    // Starts selecting a second region of index's envelope; Apply adds it, gaps stay gaps.
+    void addRegion(int index);
+
+signals:
+    void modificationChanged(bool modified);
+
+private:
+    class EnvelopeCommand;
+    class KnotCommand;
+    friend class EnvelopeCommand;
+    friend class KnotCommand;
+
+    void createActions();
+    int targetWaveform() const;
+    void onEnvelopeChecked(int index);
+    void onEditorStateChanged();
+    void onKnotsEdited(const QString &step);
+    void onWidenTriggered();
+    void onMakeFromTriggered();
+    void onEditKnotRequested(int knot);
+    void onSaveTriggered();
+    void applyEnvelope(int index, const EnvelopeData &envelope);
+    void updateModification();
+
+    WaveformWindow *m_document;
+    VornGraph *m_graph;
+    QWidget *m_dialogParent;
+    QUndoGroup *m_group;
+    QUndoStack *m_documentStack;
+    QUndoStack *m_editStack;
+    QAction *m_undoAction = nullptr;
+    QAction *m_redoAction = nullptr;
+    QAction *m_widenAction = nullptr;
+    QAction *m_makeFromAction = nullptr;
+    QAction *m_editKnotAction = nullptr;
+    QAction *m_addRegionAction = nullptr;
+    int m_regionIndex = -1; // the waveform whose region edit runs
+    EnvelopeData m_regionBase;
+    QVector<EnvelopeData> m_shown; // what the graph held after the last recorded step
+    QVector<EnvelopePoint> m_knots; // the knots after the last recorded step of the running edit
+    QString m_nextStepName;
+    bool m_replaying = false;
+    bool m_modified = false;
+};
+
+#endif

@@ -1,0 +1,147 @@
+// The opt-in ways of drawing envelopes: a style apart from the trace, and the reduced drawing
+// that keeps dense envelopes cheap on every view change.
+#include "vorngraph.h"
+
+#include <QAreaSeries>
+#include <QChart>
+#include <QLineSeries>
+#include <QPen>
+#include <QValueAxis>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr int ENVELOPE_FILL_ALPHA = 25;
+constexpr int DISTINCT_FILL_ALPHA = 45;
+constexpr double DISTINCT_LIMIT_WIDTH = 1.5;
+
+// Copies of samples [first, last) of a curve, on the curve's own time base.
+WaveformData runOf(const WaveformData &curve, size_t first, size_t last)
+{
+    WaveformData run;
+    run.name = curve.name;
+    run.unit = curve.unit;
+    run.sampleInterval = curve.sampleInterval;
+    run.startTime = static_cast<double>(first) * curve.sampleInterval + curve.startTime;
+    run.samples.writable().assign(curve.samples->begin() + static_cast<std::ptrdiff_t>(first),
+                                  curve.samples->begin() + static_cast<std::ptrdiff_t>(last));
+    return run;
+}
+
+} // namespace
+
+// Lavender: a hue the waveform palette leaves free, far from the violations' red.
+const QColor VornGraph::ENVELOPE_LIMIT_COLOR = QColor(176, 132, 255);
+
+void VornGraph::setDistinctEnvelopeStyle(bool distinct)
+{
+    if (m_distinctEnvelopeStyle == distinct)
+        return;
+    m_distinctEnvelopeStyle = distinct;
+    redrawEnvelopes();
+}
+
+void VornGraph::setEnvelopeReduction(bool reduced)
+{
+    if (m_envelopeReduction == reduced)
+        return;
+    m_envelopeReduction = reduced;
+    redrawEnvelopes();
+}
+
+void VornGraph::redrawEnvelopes()
+{
+    const int editing = m_envelopeEditor ? m_envelopeEditor->waveformIndex() : -1;
+    for (int i = 0; i < m_envelopes.size(); ++i) {
+        clearEnvelopeSeries(i);
+        createEnvelopeSeries(i);
+        // The envelope being edited stays hidden behind its handles.
+        if (i == editing)
+            setEnvelopeVisible(i, false);
+    }
+}
+
+void VornGraph::envelopePens(int index, QPen &upper, QPen &lower) const
+{
+    if (m_distinctEnvelopeStyle) {
+        upper = QPen(ENVELOPE_LIMIT_COLOR, DISTINCT_LIMIT_WIDTH, Qt::SolidLine);
+        lower = QPen(ENVELOPE_LIMIT_COLOR.darker(130), DISTINCT_LIMIT_WIDTH, Qt::SolidLine);
+        return;
+    }
+    const QColor colour = m_series.at(index)->color();
+    upper = QPen(colour.lighter(120), 1.0, Qt::DashLine);
+    lower = QPen(colour.darker(120), 1.0, Qt::DotLine);
+}
+
+QColor VornGraph::envelopeFillColor(int index) const
+{
+    QColor fill = m_distinctEnvelopeStyle ? ENVELOPE_LIMIT_COLOR : m_series.at(index)->color();
+    fill.setAlpha(m_distinctEnvelopeStyle ? DISTINCT_FILL_ALPHA : ENVELOPE_FILL_ALPHA);
+    return fill;
+}
+
+// One segment per run of samples without gaps, as in the plain drawing, but each segment holds
+// only what the visible time range needs, refreshed on every view change.
+void VornGraph::createReducedEnvelopeSeries(int index)
+{
+    if (m_envelopeRuns.size() <= index)
+        m_envelopeRuns.resize(index + 1);
+    QVector<EnvelopeData> &runs = m_envelopeRuns[index];
+    runs.clear();
+    const EnvelopeData &envelope = m_envelopes.at(index);
+    const std::vector<double> &upper = *envelope.upper.samples;
+    const std::vector<double> &lower = *envelope.lower.samples;
+    const size_t n = std::min(upper.size(), lower.size());
+    // Both curves run on the upper curve's time base.
+    WaveformData lowerOnUpperBase = envelope.lower;
+    lowerOnUpperBase.sampleInterval = envelope.upper.sampleInterval;
+    lowerOnUpperBase.startTime = envelope.upper.startTime;
+    for (size_t i = 0; i < n;) {
+        if (std::isnan(upper[i]) || std::isnan(lower[i])) {
+            ++i;
+            continue;
+        }
+        size_t last = i;
+        while (last < n && !std::isnan(upper[last]) && !std::isnan(lower[last]))
+            ++last;
+        runs.append({runOf(envelope.upper, i, last), runOf(lowerOnUpperBase, i, last)});
+        i = last;
+    }
+    QPen upperPen, lowerPen;
+    envelopePens(index, upperPen, lowerPen);
+    for (int k = 0; k < runs.size(); ++k) {
+        auto *upperSegment = new QLineSeries;
+        auto *lowerSegment = new QLineSeries;
+        upperSegment->setPen(upperPen);
+        lowerSegment->setPen(lowerPen);
+        closeEnvelopeSegment(index, upperSegment, lowerSegment);
+    }
+    updateEnvelopeSeriesForViewport();
+}
+
+void VornGraph::updateEnvelopeSeriesForViewport()
+{
+    if (!m_envelopeReduction || !m_axisX)
+        return;
+    const double xMin = m_axisX->min();
+    const double xMax = m_axisX->max();
+    // A limit line needs no more than its extremes per pixel column; the band's fill costs
+    // in proportion to its vertices.
+    const int columns = std::max(100, int(m_chart->plotArea().width()));
+    const auto reduced = [&](const WaveformData &curve) {
+        const VisibleRange range = calculateVisibleIndices(curve, xMin, xMax);
+        return range.empty ? viewportPoints(curve, xMin, xMax)
+                           : QList<QPointF>(downsampleVisibleRange(curve, range.startIndex, range.endIndex, columns));
+    };
+    for (int index = 0; index < m_envelopeRuns.size(); ++index) {
+        const QVector<EnvelopeData> &runs = m_envelopeRuns.at(index);
+        if (index >= m_envelopeUpperSeries.size() || m_envelopeUpperSeries.at(index).size() != runs.size())
+            continue;
+        for (int k = 0; k < runs.size(); ++k) {
+            m_envelopeUpperSeries.at(index).at(k)->replace(reduced(runs.at(k).upper));
+            m_envelopeLowerSeries.at(index).at(k)->replace(reduced(runs.at(k).lower));
+        }
+    }
+}
