@@ -97,6 +97,10 @@ CheckAgainst::CheckAgainst(QMainWindow *window, WaveformWindow *document)
     m_dock->setWidget(panel);
     window->addDockWidget(Qt::BottomDockWidgetArea, m_dock);
     connect(document, &QObject::destroyed, m_dock, &QObject::deleteLater);
+    // An empty list would only take room from the chart: it shows while there is something in it.
+    const auto showWhenFilled = [this] { m_dock->setVisible(m_list->runCount() > 0 || !m_shifts->text().isEmpty()); };
+    connect(document->graph(), &VornGraph::envelopeChecked, m_dock, showWhenFilled);
+    showWhenFilled();
 
     // F3 and Shift+F3 walk the list from the run last shown, not from the screen's centre.
     for (QAction *key : {document->nextViolationAction(), document->previousViolationAction()}) {
