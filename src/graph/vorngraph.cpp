@@ -4,6 +4,7 @@
 
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
+#include "traceitem.h"
 #include "waveformitemdelegate.h"
 
 #include <QChart>
@@ -29,6 +30,8 @@ const QColor WAVEFORM_PALETTE[16] = {
 };
 
 constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
+// Above the grid and the axes, below every series of the chart.
+constexpr double TRACE_Z = 3.5;
 
 } // namespace
 
@@ -99,6 +102,9 @@ void VornGraph::createFrameWidgets()
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
     m_chartView->setRenderHint(QPainter::Antialiasing, false);
+    // The chart owns the item; it sits below the series, so reference lines and envelopes stay on top.
+    m_traces = new TraceItem(m_chart);
+    m_traces->setZValue(TRACE_Z);
 
     m_errorLabel = new QLabel;
     m_errorLabel->setAlignment(Qt::AlignCenter);
@@ -130,6 +136,7 @@ void VornGraph::displayGraph()
         createSeriesForWaveform(w);
     for (int i = 0; i < m_waveforms.size(); ++i)
         createEnvelopeSeries(i);
+    updateTraces();
 
     updateInfoTree();
     updateRangeDisplay();
@@ -160,6 +167,7 @@ void VornGraph::clearGraph()
     if (m_envelopeEditor && m_envelopeEditor->isEditing())
         cancelEnvelopeEditing();
     m_openGLHeldBack.clear();
+    m_traces->setTraces({});
     // Deletes the envelope series too: every one of them was added to the chart.
     m_chart->removeAllSeries();
     m_envelopeUpperSeries.clear();

@@ -24,6 +24,7 @@ class EnvelopeEditorOverlay;
 class InteractiveChartView;
 class MinMaxPyramid;
 struct SampleSummary;
+class TraceItem;
 class QAreaSeries;
 class QCategoryAxis;
 class QChart;
@@ -189,6 +190,7 @@ private:
     void updateSquareDivisions();
     void scheduleSquareDivisions();
     void emptyWaveformSeries();
+    void updateTraces();
     void chooseTimePerDivision(double horizontalDivisions);
     void updateXAxis(double timePerDivision);
     void updateXAxisLabels();
@@ -302,6 +304,7 @@ private:
     QVector<EnvelopeCheckResult> m_checkResults;
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
+    TraceItem *m_traces = nullptr; // draws every waveform series' points
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
     // A left-button drag on the chart: the pan's start, or the cursor being moved.

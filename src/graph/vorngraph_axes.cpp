@@ -207,7 +207,15 @@ void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
     if (waveformIndex < 0 || waveformIndex >= m_yAxes.size())
         return;
     const double offset = waveformIndex < m_offsets.size() ? m_offsets[waveformIndex] : 0.0;
+    // An axis change makes the chart stroke the outline of every series on it; an empty one
+    // costs nothing.
+    QLineSeries *series = m_series.value(waveformIndex);
+    const QList<QPointF> points = series ? series->points() : QList<QPointF>();
+    if (series)
+        series->replace(QList<QPointF>());
     applyDivisionGrid(m_yAxes[waveformIndex], -offset, divisionSize * Y_DIVISIONS * 0.5, divisionSize);
+    if (series)
+        series->replace(points);
     updateCenterLines();
     updateRangeDisplay();
     if (waveformIndex == selectedWaveformIndex())

@@ -1,10 +1,10 @@
 #include "vorngraph.h"
 
 #include "minmaxpyramid.h"
+#include "traceitem.h"
 
 #include <QChart>
 #include <QLineSeries>
-#include <QOpenGLContext>
 #include <QPen>
 #include <QValueAxis>
 
@@ -12,14 +12,6 @@
 #include <limits>
 
 namespace {
-
-// A series forced to OpenGL crashes where no context can be made (the offscreen platform), so
-// ask only where one actually can.
-bool canCreateOpenGLContext()
-{
-    QOpenGLContext context;
-    return context.create();
-}
 
 SampleTimeBase timeBaseOf(const WaveformData &w)
 {
@@ -56,20 +48,30 @@ void VornGraph::createSeriesForWaveform(const WaveformData &w)
 QLineSeries *VornGraph::createWaveformSeries()
 {
     auto *series = new QLineSeries;
-    if (m_useOpenGL)
-        series->setUseOpenGL(canCreateOpenGLContext());
     // The chart owns the series from here on.
     m_chart->addSeries(series);
     series->setColor(getWaveformColor(m_series.size()));
-    // A one-pixel cosmetic trace is drawn by the rasteriser's line routine; a wider pen goes
-    // through the path stroker, which costs more than everything else in a step.
     QPen pen = series->pen();
     pen.setWidthF(1.0);
     pen.setCosmetic(true);
     series->setPen(pen);
+    // m_traces draws the points; the chart would stroke an outline of the whole path on every
+    // replacement and paint it again. It still maps values through the series' axes.
+    QObject::disconnect(series, &QXYSeries::pointsReplaced, nullptr, nullptr);
+    series->setOpacity(0.0);
+    connect(series, &QAbstractSeries::visibleChanged, this, [this] { m_traces->update(); });
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
+}
+
+void VornGraph::updateTraces()
+{
+    QVector<TraceItem::Trace> traces;
+    for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i)
+        traces.append(TraceItem::Trace{m_series[i], m_axisX, m_yAxes[i]});
+    m_traces->setTraces(traces);
+    m_traces->setPlotArea(m_chart->plotArea());
 }
 
 QValueAxis *VornGraph::createWaveformAxis()
@@ -159,6 +161,7 @@ void VornGraph::updateSeriesForViewport()
     const double xMax = m_axisX->max();
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
         m_series[i]->replace(viewportPoints(m_waveforms.at(i), xMin, xMax));
+    m_traces->update();
 }
 
 QList<QPointF> VornGraph::viewportPoints(const WaveformData &w, double xMin, double xMax)
