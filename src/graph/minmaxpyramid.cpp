@@ -102,8 +102,18 @@ uint32_t firstEqual(const double *block, double value)
 } // namespace
 
 SampleSummary::SampleSummary()
-    : min(INF), max(-INF), finiteMin(INF), finiteMax(-INF), sum(0.0), count(0)
+    : min(INF), max(-INF), finiteMin(INF), finiteMax(-INF), sum(0.0), compensation(0.0), count(0)
 {
+}
+
+// A hundred million samples summed plainly lose enough to turn the mean of a symmetric signal
+// into a visible number; with the lost parts kept, what is left is the rounding of one addition.
+void SampleSummary::addToSum(double value)
+{
+    const double next = sum + value;
+    if (std::isfinite(next))
+        compensation += std::fabs(sum) >= std::fabs(value) ? (sum - next) + value : (value - next) + sum;
+    sum = next;
 }
 
 void SampleSummary::add(double value)
@@ -116,7 +126,7 @@ void SampleSummary::add(double value)
         finiteMin = std::min(finiteMin, value);
         finiteMax = std::max(finiteMax, value);
     }
-    sum += value;
+    addToSum(value);
     ++count;
 }
 
@@ -126,7 +136,8 @@ void SampleSummary::append(const SampleSummary &later)
     max = std::max(max, later.max);
     finiteMin = std::min(finiteMin, later.finiteMin);
     finiteMax = std::max(finiteMax, later.finiteMax);
-    sum += later.sum;
+    addToSum(later.sum);
+    compensation += later.compensation;
     count += later.count;
 }
 
@@ -175,8 +186,9 @@ void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t l
     }
 }
 
-MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
+MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQueries)
     : m_sampleCount(samples.size())
+    , m_threadedQueries(threadedQueries)
 {
     // Block values leave NaN out: starting from +inf and -inf, a NaN never wins a comparison.
     const auto toBlock = [](const Extremes &e, uint64_t start) {
@@ -295,7 +307,7 @@ void MinMaxPyramid::extremes(const double *samples, const uint64_t *first, const
 {
     if (count == 0)
         return;
-    if (count < 2 || last[count - 1] - first[0] < THREADED_SAMPLES) {
+    if (!m_threadedQueries || count < 2 || last[count - 1] - first[0] < THREADED_SAMPLES) {
         extremesInOrder(samples, first, last, count, out);
         return;
     }
