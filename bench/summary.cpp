@@ -151,5 +151,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
     std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());
     std::printf("view step by kind (wheel/pan/resize): 4x25M %.1f/%.1f/%.1f ms, 8x1M %.1f/%.1f/%.1f ms\n", large.wheel,
                 large.pan, large.resize, many.wheel, many.pan, many.resize);
+    const ViewStepFigure full = viewStepMilliseconds(8, 10'000'000, 1920, 1080);
+    std::printf("view step 1920x1080 8x10M: %.1f ms per step (wheel/pan/resize %.1f/%.1f/%.1f ms)\n", full.worst(),
+                full.wheel, full.pan, full.resize);
     std::fflush(stdout);
 }

@@ -94,6 +94,8 @@ void VornGraph::createFrameWidgets()
 {
     m_chart = new QChart;
     m_chart->setTheme(QChart::ChartThemeDark);
+    // A rounded background is filled as a polygon, several times slower than a rectangle.
+    m_chart->setBackgroundRoundness(0);
     m_chart->setAnimationOptions(QChart::NoAnimation);
     // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
     // the widget: lay the divisions out again whenever the plot area moves. The plot area also
@@ -182,6 +184,7 @@ void VornGraph::clearGraph()
     m_yAxes.clear();
     m_waveformVisible.clear();
     m_zeroLines.clear();
+    m_zeroLineOwners.clear();
     m_divisionSizes.clear();
     m_offsets.clear();
     m_offsetSpinBoxes.clear();

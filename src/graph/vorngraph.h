@@ -282,6 +282,7 @@ private:
     QVector<double> m_offsets;
     QVector<bool> m_waveformVisible;
     QList<QLineSeries *> m_zeroLines;
+    QVector<int> m_zeroLineOwners; // the waveform of each zero line
     QTreeWidgetItem *m_timeRangePlusItem = nullptr;
     QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
     QList<QTreeWidgetItem *> m_rangePlusItems;
