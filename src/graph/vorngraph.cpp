@@ -5,6 +5,7 @@
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
 #include "traceitem.h"
+#include "bandlabelitem.h"
 #include "waveformitemdelegate.h"
 
 #include <QChart>
@@ -32,6 +33,8 @@ const QColor WAVEFORM_PALETTE[16] = {
 constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
 // Above the grid and the axes, below every series of the chart.
 constexpr double TRACE_Z = 3.5;
+// Above every series, below the cursors and the editor's items.
+constexpr double BAND_LABEL_Z = 6.0;
 
 } // namespace
 
@@ -107,6 +110,8 @@ void VornGraph::createFrameWidgets()
     // The chart owns the item; it sits below the series, so reference lines and envelopes stay on top.
     m_traces = new TraceItem(m_chart);
     m_traces->setZValue(TRACE_Z);
+    m_bandLabels = new BandLabelItem(m_chart);
+    m_bandLabels->setZValue(BAND_LABEL_Z);
 
     m_errorLabel = new QLabel;
     m_errorLabel->setAlignment(Qt::AlignCenter);
@@ -170,6 +175,7 @@ void VornGraph::clearGraph()
         cancelEnvelopeEditing();
     m_openGLHeldBack.clear();
     m_traces->setTraces({});
+    m_bands.clear();
     // Deletes the envelope series too: every one of them was added to the chart.
     m_chart->removeAllSeries();
     m_envelopeUpperSeries.clear();

@@ -25,6 +25,7 @@ class InteractiveChartView;
 class MinMaxPyramid;
 struct SampleSummary;
 class TraceItem;
+class BandLabelItem;
 class QAreaSeries;
 class QCategoryAxis;
 class QChart;
@@ -226,12 +227,14 @@ private:
     void applyStackedLayout();
     void applyOverlaidLayout();
     WaveformExtent extentOf(int index) const;
+    void updateBandLabels();
 
     // vorngraph_cursors.cpp: the status line, the hover readout and the two cursors
     QWidget *createChartPage();
     void updateCursorLines();
     void updateReadouts();
     QString valuesAt(double time) const;
+    double readoutResolution() const;
     int cursorNear(int viewX) const;
     double timeAtViewX(double viewX) const;
 
@@ -306,6 +309,16 @@ private:
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
     TraceItem *m_traces = nullptr; // draws every waveform series' points
+    // The stacked view's bands, in divisions above the centre, and their labels.
+    struct Band
+    {
+        int waveform = 0;
+        double top = 0.0;
+        double height = 0.0;
+        bool logic = false;
+    };
+    QVector<Band> m_bands;
+    BandLabelItem *m_bandLabels = nullptr;
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
     // A left-button drag on the chart: the pan's start, or the cursor being moved.

@@ -323,6 +323,7 @@ void VornGraph::followPlotChanges()
 {
     m_traces->setPlotArea(m_chart->plotArea());
     m_traces->update();
+    updateBandLabels();
     if (m_envelopeEditor)
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();
