@@ -51,7 +51,11 @@ void TraceItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, QWidg
     painter->restore();
 }
 
-// One polyline per run of finite points; a NaN point breaks the trace as a gap.
+// One pass over the points. Where several fall into one pixel column, as the min/max reduction
+// makes them, the column is drawn as one vertical line over their extent, joined to the column
+// before; only steps wider than a column are drawn as the segments they are. The picture is that
+// of the polyline, with each pixel written about once instead of once per segment over it.
+// A NaN point breaks the trace as a gap.
 void TraceItem::paintTrace(QPainter *painter, const Trace &trace) const
 {
     if (!trace.series || !trace.axisX || !trace.axisY || !trace.series->isVisible())
@@ -70,21 +74,46 @@ void TraceItem::paintTrace(QPainter *painter, const Trace &trace) const
     pen.setCosmetic(true);
     painter->setPen(pen);
     const QList<QPointF> points = trace.series->points();
-    m_pixels.clear();
-    m_pixels.reserve(points.size());
-    const auto flush = [&] {
-        if (m_pixels.size() > 1)
-            painter->drawPolyline(m_pixels.constData(), int(m_pixels.size()));
-        m_pixels.clear();
+    m_lines.clear();
+    m_lines.reserve(points.size());
+    bool open = false;         // a column is being gathered
+    double column = 0.0;       // its pixel column
+    double low = 0.0, high = 0.0;
+    QPointF previous;          // the last point gathered
+    const auto closeColumn = [&] {
+        if (open)
+            m_lines.append(QLineF(column + 0.5, low, column + 0.5, high));
     };
     for (const QPointF &p : points) {
         const double x = left + (p.x() - x0) * xScale;
         const double y = bottom - (p.y() - y0) * yScale;
         if (!std::isfinite(x) || !std::isfinite(y)) {
-            flush();
+            closeColumn();
+            open = false;
             continue;
         }
-        m_pixels.append(QPointF(std::clamp(x, first, last), std::clamp(y, lowest, highest)));
+        const QPointF at(std::clamp(x, first, last), std::clamp(y, lowest, highest));
+        const double c = std::floor(at.x());
+        if (open && c == column) {
+            low = std::min(low, at.y());
+            high = std::max(high, at.y());
+        } else {
+            closeColumn();
+            if (open && c == column + 1.0) {
+                // The join to the next column is as good as vertical.
+                low = std::min(previous.y(), at.y());
+                high = std::max(previous.y(), at.y());
+            } else {
+                if (open)
+                    m_lines.append(QLineF(previous, at));
+                low = high = at.y();
+            }
+            column = c;
+            open = true;
+        }
+        previous = at;
     }
-    flush();
+    closeColumn();
+    if (!m_lines.isEmpty())
+        painter->drawLines(m_lines.constData(), int(m_lines.size()));
 }

@@ -2,6 +2,7 @@
 #define TRACEITEM_H
 
 #include <QGraphicsItem>
+#include <QLineF>
 #include <QList>
 #include <QPointF>
 #include <QVector>
@@ -37,7 +38,7 @@ private:
 
     QVector<Trace> m_traces;
     QRectF m_plot;
-    mutable QVector<QPointF> m_pixels; // reused from paint to paint
+    mutable QVector<QLineF> m_lines; // reused from paint to paint
 };
 
 #endif

@@ -33,6 +33,7 @@ const QColor WAVEFORM_PALETTE[16] = {
 constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
 // Above the grid and the axes, below every series of the chart.
 constexpr double TRACE_Z = 3.5;
+const QColor CHART_BACKGROUND(32, 33, 42); // the dark theme's gradient, in one colour
 // Above every series, below the cursors and the editor's items.
 constexpr double BAND_LABEL_Z = 6.0;
 
@@ -97,8 +98,9 @@ void VornGraph::createFrameWidgets()
 {
     m_chart = new QChart;
     m_chart->setTheme(QChart::ChartThemeDark);
-    // A rounded background is filled as a polygon, several times slower than a rectangle.
-    m_chart->setBackgroundRoundness(0);
+    // Every step repaints the plot: its background is filled once, by the view in one plain colour,
+    // rather than by the viewport, then again by the chart as a rounded gradient polygon.
+    m_chart->setBackgroundVisible(false);
     m_chart->setAnimationOptions(QChart::NoAnimation);
     // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
     // the widget: lay the divisions out again whenever the plot area moves. The plot area also
@@ -107,6 +109,9 @@ void VornGraph::createFrameWidgets()
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
     m_chartView->setRenderHint(QPainter::Antialiasing, false);
+    m_chartView->setBackgroundBrush(CHART_BACKGROUND);
+    m_chartView->viewport()->setAutoFillBackground(false);
+    m_chartView->viewport()->setAttribute(Qt::WA_OpaquePaintEvent);
     // The chart owns the item; it sits below the series, so reference lines and envelopes stay on top.
     m_traces = new TraceItem(m_chart);
     m_traces->setZValue(TRACE_Z);
