@@ -3,6 +3,9 @@
 #include <QFontMetrics>
 #include <QPainter>
 
+#include <algorithm>
+#include <limits>
+
 namespace {
 
 constexpr int PADDING = 3;
@@ -15,6 +18,13 @@ void drawBoxedText(QPainter *painter, const QRectF &box, const QString &text, Qt
     const QRectF used = painter->boundingRect(box, int(alignment), text).adjusted(-PADDING, 0, PADDING, 0);
     painter->fillRect(used, TEXT_BACKGROUND);
     painter->drawText(box, int(alignment), text);
+}
+
+// A lane lower than a line centres its name on the trace.
+double titleTop(const BandLabelItem::Band &band, int lineHeight)
+{
+    const double height = band.bottom - band.top;
+    return height < lineHeight ? band.top + (height - lineHeight) / 2 : band.top;
 }
 
 } // namespace
@@ -46,8 +56,22 @@ void BandLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, Q
     painter->setClipRect(m_plot);
     painter->setFont(m_font);
     const int lineHeight = QFontMetrics(m_font).height();
+    // From the top down; a lane too thin for its name leaves it out rather than overwrite the
+    // name above it, so that sixty-four probes still read.
+    QVector<const Band *> ordered;
     for (const Band &band : qAsConst(m_bands))
-        paintBand(painter, band, lineHeight);
+        ordered.append(&band);
+    std::sort(ordered.begin(), ordered.end(), [](const Band *a, const Band *b) { return a->top < b->top; });
+    double free = -std::numeric_limits<double>::infinity();
+    for (const Band *band : qAsConst(ordered)) {
+        if (titleTop(*band, lineHeight) < free - 0.5) {
+            if (band->selected)
+                painter->fillRect(QRectF(m_plot.left(), band->top, MARK_WIDTH, band->bottom - band->top), band->colour);
+            continue;
+        }
+        paintBand(painter, *band, lineHeight);
+        free = titleTop(*band, lineHeight) + lineHeight;
+    }
     painter->restore();
 }
 
@@ -61,9 +85,8 @@ void BandLabelItem::paintBand(QPainter *painter, const Band &band, int lineHeigh
         painter->fillRect(QRectF(m_plot.left(), band.top, MARK_WIDTH, height), band.colour);
     painter->setPen(band.colour);
     const QString title = band.scale.isEmpty() ? band.name : band.name + QStringLiteral("   ") + band.scale;
-    // A lane lower than a line centres its name on the trace.
-    const double titleTop = height < lineHeight ? band.top + (height - lineHeight) / 2 : band.top;
-    drawBoxedText(painter, QRectF(left, titleTop, width, lineHeight), title, Qt::AlignLeft | Qt::AlignVCenter);
+    drawBoxedText(painter, QRectF(left, titleTop(band, lineHeight), width, lineHeight), title,
+                  Qt::AlignLeft | Qt::AlignVCenter);
     if (height < 2 * lineHeight || band.topValue.isEmpty())
         return;
     drawBoxedText(painter, QRectF(left, band.top, width, lineHeight), band.topValue, Qt::AlignRight | Qt::AlignTop);

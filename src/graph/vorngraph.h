@@ -235,6 +235,7 @@ private:
     void updateReadouts();
     QString valuesAt(double time) const;
     double readoutResolution() const;
+    QString formattedValue(double value, int index) const;
     int cursorNear(int viewX) const;
     double timeAtViewX(double viewX) const;
 

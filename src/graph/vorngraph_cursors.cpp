@@ -23,6 +23,7 @@ constexpr int CURSOR_GRAB_PIXELS = 5;
 constexpr double CURSOR_Z = 990.0;
 const QColor CURSOR_COLOURS[2] = {{255, 170, 0}, {0, 200, 255}};
 constexpr int MIN_DELTA_DIGITS = 4; // a difference is read to this many digits at any zoom
+constexpr int VALUE_DIGITS = 3;     // a sample value keeps at least these, whatever the scale
 
 QString formatted(double value, const QString &unit)
 {
@@ -150,7 +151,7 @@ QString VornGraph::valuesAt(double time) const
             continue;
         const WaveformData &w = m_waveforms.at(i);
         const double v = nearestSampleValue(*w.samples, SampleTimeBase{w.sampleInterval, w.startTime}, time);
-        values << QStringLiteral("%1: %2").arg(w.name, formatted(v, w.unit));
+        values << QStringLiteral("%1: %2").arg(w.name, formattedValue(v, i));
     }
     return values.join(QStringLiteral("   "));
 }
@@ -167,6 +168,17 @@ double VornGraph::readoutResolution() const
     }
     const double pixel = m_axisX && plot.width() > 0.0 ? (m_axisX->max() - m_axisX->min()) / plot.width() : interval;
     return std::isfinite(interval) ? std::max(interval, pixel) : pixel;
+}
+
+// A value to a tenth of what one pixel of its waveform's scale stands for: float noise of a
+// sample at zero reads 0 V, not 0.2 pV.
+QString VornGraph::formattedValue(double value, int index) const
+{
+    const QString &unit = m_waveforms.at(index).unit;
+    if (!std::isfinite(value))
+        return formatted(value, unit);
+    const double pixel = m_divisionPixels > 0.0 ? m_divisionSizes.value(index, 0.0) / m_divisionPixels : 0.0;
+    return formatResolved(value, pixel / 10.0, unit, VALUE_DIGITS);
 }
 
 QString VornGraph::hoverReadout() const
@@ -199,7 +211,7 @@ QString VornGraph::cursorReadout() const
         const SampleTimeBase time{w.sampleInterval, w.startTime};
         const double v1 = nearestSampleValue(*w.samples, time, t1);
         const double v2 = nearestSampleValue(*w.samples, time, t2);
-        parts << tr("%1: %2 → %3 (Δ %4)").arg(w.name, formatted(v1, w.unit), formatted(v2, w.unit), formatted(v2 - v1, w.unit));
+        parts << tr("%1: %2 → %3 (Δ %4)").arg(w.name, formattedValue(v1, i), formattedValue(v2, i), formattedValue(v2 - v1, i));
     }
     return parts.join(QStringLiteral("   "));
 }

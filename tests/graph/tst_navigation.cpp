@@ -144,17 +144,19 @@ private slots:
                                     .arg(ValueFormatter::formatWithUnit(std::round(t * 1000), "V"))));
     }
 
-    // Deep in a long capture two cursors one sample apart read two times, and Δt keeps four
-    // digits however the times round.
+    // Deep in a long capture two cursors one sample apart read two times, Δt keeps four digits
+    // however the times round, and values are read to the scale's resolution.
     void readoutsTellNeighbouringSamplesApart()
     {
         m_harness = std::make_unique<GraphHarness>();
-        QVERIFY(m_harness->show({makeWaveform(QStringLiteral("late"), std::vector<double>(100, 1.0), 1e-6, 78.7699)}));
+        std::vector<double> samples(100, 1.0);
+        samples[2] = 2e-13; // float noise of a zero: below a pixel of the scale, so it reads 0 V
+        QVERIFY(m_harness->show({makeWaveform(QStringLiteral("late"), samples, 1e-6, 78.7699)}));
         VornGraph *g = graph();
         g->setCursorsVisible(true);
         g->setCursorTimes(78.769901, 78.769902);
-        QVERIFY2(g->cursorReadout().startsWith(QStringLiteral("t1 = 78.769901 s   t2 = 78.769902 s   Δt = 1 μs")),
-                 qPrintable(g->cursorReadout()));
+        QCOMPARE(g->cursorReadout(), QStringLiteral("t1 = 78.769901 s   t2 = 78.769902 s   Δt = 1 μs   1/Δt = 1 MHz   "
+                                                    "late: 1 V → 0 V (Δ -1 V)"));
         g->setCursorTimes(78.769901, 78.7699133333);
         QVERIFY2(g->cursorReadout().contains(QStringLiteral("Δt = 12.33 μs")), qPrintable(g->cursorReadout()));
     }
