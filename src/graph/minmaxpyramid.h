@@ -83,7 +83,18 @@ private:
         uint32_t maxOffset;
     };
 
+    // A base block keeps only where its extremes lie; their values are the samples there. An
+    // all-NaN block (no minimum, no maximum) holds NO_VALUE.
+    struct BaseBlock
+    {
+        uint8_t minOffset;
+        uint8_t maxOffset;
+    };
+    static constexpr uint8_t NO_VALUE = 0xff;
+
     static void merge(Extremes &into, const Block &block, uint64_t blockStart);
+    static void mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart);
+    Block baseBlockAt(const double *samples, size_t index) const;
     void prefetch(const double *samples, uint64_t first, uint64_t last) const;
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
@@ -93,7 +104,9 @@ private:
     uint64_t m_sampleCount = 0;
     bool m_threadedQueries = true;
     SampleSummary m_summary;
-    std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^k samples
+    // The base level is most of the index: a byte per extreme keeps it at 1/256 of the samples.
+    std::vector<BaseBlock> m_base;            // blocks of BASE_BLOCK samples
+    std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^(k + 1) samples
 };
 
 #endif
