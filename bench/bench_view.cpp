@@ -14,6 +14,7 @@
 #include <QWheelEvent>
 
 #include <algorithm>
+#include <cstdlib>
 
 std::vector<double> benchSamples(std::size_t count); // bench_graph.cpp
 
@@ -101,6 +102,7 @@ BENCHMARK(BM_ViewStep)
     ->ArgsProduct({{8}, {1'000'000}, {0, 1, 2}, {0}})
     ->ArgsProduct({{8}, {10'000'000}, {0, 1, 2}, {1}})
     ->Unit(benchmark::kMillisecond)
+    // VORN_BENCH_STEPS=400 gives a profiler (perf record -p) a long enough run of steps.
     ->Iterations(std::getenv("VORN_BENCH_STEPS") ? std::atoi(std::getenv("VORN_BENCH_STEPS")) : 40);
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "minmaxpyramid.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -73,8 +74,19 @@ bool ensureCapture(const QString &file, std::size_t samples, int channels)
     return made;
 }
 
+// The peak resident memory of a running process, in bytes.
+double peakBytes(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return NAN;
+    const auto m = QRegularExpression(QStringLiteral("VmHWM:\\s*([0-9]+) kB")).match(QString::fromLatin1(status.readAll()));
+    return m.hasMatch() ? m.captured(1).toDouble() * 1024 : NAN;
+}
+
 // Seconds from starting the viewer to its first painted frame, offscreen; the best of three.
-double firstFrameSeconds(const QString &file)
+// peak gets the viewer's largest peak memory up to a second after that frame.
+double firstFrameSeconds(const QString &file, double *peak = nullptr)
 {
     double best = INFINITY;
     for (int i = 0; i < 3; ++i) {
@@ -89,8 +101,13 @@ double firstFrameSeconds(const QString &file)
         QByteArray output;
         while (!output.contains("first frame") && viewer.waitForReadyRead(30000))
             output += viewer.readAllStandardError();
-        if (output.contains("first frame"))
+        if (output.contains("first frame")) {
             best = std::min(best, clock.nsecsElapsed() / 1e9);
+            if (peak) {
+                viewer.waitForReadyRead(1000);
+                *peak = std::max(std::isnan(*peak) ? 0.0 : *peak, peakBytes(viewer.processId()));
+            }
+        }
         viewer.kill();
         viewer.waitForFinished();
     }
@@ -104,8 +121,10 @@ void printOpen()
         std::printf("open: could not write the captures\n");
         return;
     }
-    std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", firstFrameSeconds(one),
-                firstFrameSeconds(four));
+    double peak = NAN;
+    const double oneSeconds = firstFrameSeconds(one, &peak);
+    std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", oneSeconds, firstFrameSeconds(four));
+    std::printf("viewer 100M: peak %.2f bytes/sample\n", peak / double(LONG));
 }
 
 // Loading runs in a process of its own, so that its peak memory is the load's alone.
