@@ -70,7 +70,9 @@ public:
     void setWaveformVisible(int index, bool visible);
     int selectedWaveformIndex() const;
 
-    // Affects only series created afterwards: set it before displayGraph().
+    // Kept for hosts that set it; the traces are drawn by the graph's own item, so the series
+    // never ask for OpenGL (its widget made the whole window compose through OpenGL, which cost
+    // far more per step than it saved).
     void setUseOpenGL(bool useOpenGL);
     bool useOpenGL() const;
 

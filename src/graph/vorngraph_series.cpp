@@ -6,9 +6,8 @@
 #include <QChart>
 #include <QLineSeries>
 #include <QPen>
-#include <QValueAxis>
-
 #include <QThreadPool>
+#include <QValueAxis>
 
 #include <atomic>
 #include <cmath>
