@@ -95,9 +95,14 @@ fuzz)
     exit $found
     ;;
 bench)
+    # The side-by-side with PulseView drives both on an X server of their own through XTEST.
+    PACKAGES+=(pulseview python3-xlib)
     install_missing
     build build-release Release -DVORN_BUILD_BENCH=ON -DVORN_BUILD_TESTS=OFF
-    exec build-release/bench/vorn_bench "$@"
+    build-release/bench/vorn_bench "$@"
+    if [ $# -eq 0 ]; then
+        /usr/bin/python3 bench/side_by_side.py build-release/apps/vornview/vornview build-release/tools/vorn_gensr
+    fi
     ;;
 *)
     echo "usage: ./build.sh view [FILE.sr] | test | bench | asan | fuzz" >&2

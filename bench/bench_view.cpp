@@ -14,6 +14,7 @@
 #include <QWheelEvent>
 
 #include <algorithm>
+#include <cstdlib>
 
 std::vector<double> benchSamples(std::size_t count); // bench_graph.cpp
 
@@ -24,7 +25,8 @@ enum class Step { Wheel, Pan, Resize };
 class NavigatedGraph
 {
 public:
-    NavigatedGraph(int waveforms, std::size_t samples)
+    NavigatedGraph(int waveforms, std::size_t samples, QSize size = QSize(1600, 900))
+        : m_size(size)
     {
         const std::vector<double> values = benchSamples(samples);
         for (int i = 0; i < waveforms; ++i) {
@@ -35,7 +37,7 @@ public:
             w.sampleInterval = 1e-6;
             m_graph.addWaveform(w);
         }
-        m_graph.resize(1600, 900);
+        m_graph.resize(m_size);
         m_graph.displayGraph();
         m_graph.show();
         QElapsedTimer waited;
@@ -60,12 +62,13 @@ public:
         } else if (kind == Step::Pan) {
             QTest::keyClick(m_viewport->parentWidget(), forth ? Qt::Key_Right : Qt::Key_Left);
         } else {
-            m_graph.resize(forth ? 1500 : 1600, forth ? 850 : 900);
+            m_graph.resize(forth ? m_size - QSize(100, 50) : m_size);
         }
         QCoreApplication::processEvents(); // the repaint the user waits for
     }
 
 private:
+    QSize m_size;
     VornGraph m_graph;
     QWidget *m_viewport = nullptr;
 };
@@ -82,7 +85,9 @@ double millisecondsPerStep(NavigatedGraph &graph, Step kind)
 
 void BM_ViewStep(benchmark::State &state)
 {
-    NavigatedGraph graph(int(state.range(0)), std::size_t(state.range(1)));
+    // A fourth argument of 1 shows the graph at full-screen size.
+    const bool fullScreen = state.range(3) == 1;
+    NavigatedGraph graph(int(state.range(0)), std::size_t(state.range(1)), fullScreen ? QSize(1920, 1080) : QSize(1600, 900));
     if (!graph.ready()) {
         state.SkipWithError("the graph was never laid out");
         return;
@@ -92,18 +97,20 @@ void BM_ViewStep(benchmark::State &state)
         graph.step(Step(state.range(2)), k++);
 }
 BENCHMARK(BM_ViewStep)
-    ->ArgNames({"waveforms", "samples", "step"})
-    ->ArgsProduct({{4}, {25'000'000}, {0, 1, 2}})
-    ->ArgsProduct({{8}, {1'000'000}, {0, 1, 2}})
+    ->ArgNames({"waveforms", "samples", "step", "full"})
+    ->ArgsProduct({{4}, {25'000'000}, {0, 1, 2}, {0}})
+    ->ArgsProduct({{8}, {1'000'000}, {0, 1, 2}, {0}})
+    ->ArgsProduct({{8}, {10'000'000}, {0, 1, 2}, {1}})
     ->Unit(benchmark::kMillisecond)
-    ->Iterations(40);
+    // VORN_BENCH_STEPS=400 gives a profiler (perf record -p) a long enough run of steps.
+    ->Iterations(std::getenv("VORN_BENCH_STEPS") ? std::atoi(std::getenv("VORN_BENCH_STEPS")) : 40);
 
 } // namespace
 
 // The slowest kind of step, which is what the user feels.
-ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples)
+ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples, int width, int height)
 {
-    NavigatedGraph graph(waveforms, samples);
+    NavigatedGraph graph(waveforms, samples, QSize(width, height));
     ViewStepFigure figure;
     if (!graph.ready())
         return figure;

@@ -66,8 +66,19 @@ void printReduction(const std::vector<double> &samples)
     view(samples.size() * 45 / 100, samples.size() * 55 / 100 - 1, "zoom");
 }
 
+// The peak resident memory of a running process, in bytes.
+double peakBytes(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return NAN;
+    const auto m = QRegularExpression(QStringLiteral("VmHWM:\\s*([0-9]+) kB")).match(QString::fromLatin1(status.readAll()));
+    return m.hasMatch() ? m.captured(1).toDouble() * 1024 : NAN;
+}
+
 // Seconds from starting the viewer to its first painted frame, offscreen; the best of three.
-double firstFrameSeconds(const QString &file)
+// peak gets the viewer's largest peak memory up to a second after that frame.
+double firstFrameSeconds(const QString &file, double *peak = nullptr)
 {
     double best = INFINITY;
     for (int i = 0; i < 3; ++i) {
@@ -82,8 +93,13 @@ double firstFrameSeconds(const QString &file)
         QByteArray output;
         while (!output.contains("first frame") && viewer.waitForReadyRead(30000))
             output += viewer.readAllStandardError();
-        if (output.contains("first frame"))
+        if (output.contains("first frame")) {
             best = std::min(best, clock.nsecsElapsed() / 1e9);
+            if (peak) {
+                viewer.waitForReadyRead(1000);
+                *peak = std::max(std::isnan(*peak) ? 0.0 : *peak, peakBytes(viewer.processId()));
+            }
+        }
         viewer.kill();
         viewer.waitForFinished();
     }
@@ -97,8 +113,10 @@ void printOpen()
         std::printf("open: could not write the captures\n");
         return;
     }
-    std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", firstFrameSeconds(one),
-                firstFrameSeconds(four));
+    double peak = NAN;
+    const double oneSeconds = firstFrameSeconds(one, &peak);
+    std::printf("open 100M: first frame %.2f s; open 4x25M: first frame %.2f s\n", oneSeconds, firstFrameSeconds(four));
+    std::printf("viewer 100M: peak %.2f bytes/sample\n", peak / double(LONG));
     // Many short channels: opening must grow with the channel count, not with its cube.
     QStringList channels;
     for (int count : {64, 256, 512}) {
@@ -227,6 +245,9 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         std::printf("view step 4x25M: %.1f ms per step, 8x1M: %.1f ms per step\n", large.worst(), many.worst());
         std::printf("view step by kind (wheel/pan/resize): 4x25M %.1f/%.1f/%.1f ms, 8x1M %.1f/%.1f/%.1f ms\n", large.wheel,
                     large.pan, large.resize, many.wheel, many.pan, many.resize);
+        const ViewStepFigure full = viewStepMilliseconds(8, 10'000'000, 1920, 1080);
+        std::printf("view step 1920x1080 8x10M: %.1f ms per step (wheel/pan/resize %.1f/%.1f/%.1f ms)\n", full.worst(),
+                    full.wheel, full.pan, full.resize);
     }
     std::fflush(stdout);
 }

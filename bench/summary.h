@@ -21,9 +21,9 @@ struct ViewStepFigure
     double resize = -1;
     double worst() const { return std::max({wheel, pan, resize}); }
 };
-// Milliseconds per navigation step with the repaint, each kind of step on its own
-// (bench_view.cpp).
-ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples);
+// Milliseconds per navigation step with the repaint, each kind of step on its own, the graph
+// stacked at the given size (bench_view.cpp).
+ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples, int width = 1600, int height = 900);
 
 // Prints the envelope 10x10M line (bench_envelope.cpp).
 void printEnvelopeBuild();

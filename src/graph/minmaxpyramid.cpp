@@ -102,8 +102,18 @@ uint32_t firstEqual(const double *block, double value)
 } // namespace
 
 SampleSummary::SampleSummary()
-    : min(INF), max(-INF), finiteMin(INF), finiteMax(-INF), sum(0.0), count(0)
+    : min(INF), max(-INF), finiteMin(INF), finiteMax(-INF), sum(0.0), compensation(0.0), count(0)
 {
+}
+
+// A hundred million samples summed plainly lose enough to turn the mean of a symmetric signal
+// into a visible number; with the lost parts kept, what is left is the rounding of one addition.
+void SampleSummary::addToSum(double value)
+{
+    const double next = sum + value;
+    if (std::isfinite(next))
+        compensation += std::fabs(sum) >= std::fabs(value) ? (sum - next) + value : (value - next) + sum;
+    sum = next;
 }
 
 void SampleSummary::add(double value)
@@ -116,7 +126,7 @@ void SampleSummary::add(double value)
         finiteMin = std::min(finiteMin, value);
         finiteMax = std::max(finiteMax, value);
     }
-    sum += value;
+    addToSum(value);
     ++count;
 }
 
@@ -126,7 +136,8 @@ void SampleSummary::append(const SampleSummary &later)
     max = std::max(max, later.max);
     finiteMin = std::min(finiteMin, later.finiteMin);
     finiteMax = std::max(finiteMax, later.finiteMax);
-    sum += later.sum;
+    addToSum(later.sum);
+    compensation += later.compensation;
     count += later.count;
 }
 
@@ -147,7 +158,6 @@ MinMaxPyramid::Extremes MinMaxPyramid::scan(const double *samples, uint64_t firs
 
 void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary)
 {
-    std::vector<Block> &base = m_levels.front();
     for (size_t b = firstBlock; b < lastBlock; ++b) {
         const double *block = samples + b * BASE_BLOCK;
         const BlockSums sums = sumBlock(block);
@@ -156,11 +166,10 @@ void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t l
         // it stays at the block's start.
         const uint32_t minOffset = sums.min == INF ? 0 : firstEqual(block, sums.min);
         const uint32_t maxOffset = sums.max == -INF ? 0 : firstEqual(block, sums.max);
-        base[b] = Block{sums.min == INF ? INF : block[minOffset], sums.max == -INF ? -INF : block[maxOffset],
-                        minOffset, maxOffset};
+        m_base[b] = BaseBlock{sums.min == INF ? NO_VALUE : uint8_t(minOffset), sums.max == -INF ? NO_VALUE : uint8_t(maxOffset)};
         SampleSummary part;
-        part.min = base[b].min;
-        part.max = base[b].max;
+        part.min = sums.min == INF ? INF : block[minOffset];
+        part.max = sums.max == -INF ? -INF : block[maxOffset];
         part.sum = sums.sum;
         part.count = sums.count;
         if (std::isfinite(part.min) && std::isfinite(part.max)) {
@@ -175,15 +184,16 @@ void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t l
     }
 }
 
-MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
+MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQueries)
     : m_sampleCount(samples.size())
+    , m_threadedQueries(threadedQueries)
 {
     // Block values leave NaN out: starting from +inf and -inf, a NaN never wins a comparison.
     const auto toBlock = [](const Extremes &e, uint64_t start) {
         return Block{e.min, e.max, static_cast<uint32_t>(e.minIndex - start), static_cast<uint32_t>(e.maxIndex - start)};
     };
     const size_t blocks = samples.size() / BASE_BLOCK;
-    m_levels.emplace_back(blocks);
+    m_base.resize(blocks);
     // The base level reads every sample: long arrays are split over two threads.
     const size_t half = samples.size() >= THREADED_SAMPLES ? blocks / 2 : 0;
     SampleSummary later;
@@ -198,26 +208,50 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples)
     m_summary.append(SampleSummary::of(samples.data(), blocks * BASE_BLOCK, samples.size()));
 
     uint64_t childSize = BASE_BLOCK;
-    while (m_levels.back().size() >= FAN_OUT) {
-        const std::vector<Block> &children = m_levels.back();
-        std::vector<Block> parents(children.size() / FAN_OUT);
+    size_t children = m_base.size();
+    while (children >= FAN_OUT) {
+        std::vector<Block> parents(children / FAN_OUT);
         for (size_t b = 0; b < parents.size(); ++b) {
             const uint64_t start = b * FAN_OUT * childSize;
             Extremes e{INF, -INF, start, start};
-            for (unsigned c = 0; c < FAN_OUT; ++c)
-                merge(e, children[b * FAN_OUT + c], start + c * childSize);
+            for (unsigned c = 0; c < FAN_OUT; ++c) {
+                const size_t child = b * FAN_OUT + c;
+                merge(e, m_levels.empty() ? baseBlockAt(samples.data(), child) : m_levels.back()[child],
+                      start + c * childSize);
+            }
             parents[b] = toBlock(e, start);
         }
         childSize *= FAN_OUT;
         if (childSize * FAN_OUT > std::numeric_limits<uint32_t>::max())
             break; // offsets must fit
+        children = parents.size();
         m_levels.push_back(std::move(parents));
+    }
+}
+
+MinMaxPyramid::Block MinMaxPyramid::baseBlockAt(const double *samples, size_t index) const
+{
+    const BaseBlock b = m_base[index];
+    const double *block = samples + index * BASE_BLOCK;
+    return Block{b.minOffset == NO_VALUE ? INF : block[b.minOffset], b.maxOffset == NO_VALUE ? -INF : block[b.maxOffset],
+                 b.minOffset == NO_VALUE ? 0u : b.minOffset, b.maxOffset == NO_VALUE ? 0u : b.maxOffset};
+}
+
+void MinMaxPyramid::mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart)
+{
+    if (block.minOffset != NO_VALUE && samples[blockStart + block.minOffset] < into.min) {
+        into.min = samples[blockStart + block.minOffset];
+        into.minIndex = blockStart + block.minOffset;
+    }
+    if (block.maxOffset != NO_VALUE && samples[blockStart + block.maxOffset] > into.max) {
+        into.max = samples[blockStart + block.maxOffset];
+        into.maxIndex = blockStart + block.maxOffset;
     }
 }
 
 size_t MinMaxPyramid::memoryBytes() const
 {
-    size_t bytes = 0;
+    size_t bytes = m_base.capacity() * sizeof(BaseBlock);
     for (const auto &level : m_levels)
         bytes += level.capacity() * sizeof(Block);
     return bytes;
@@ -241,7 +275,7 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
     uint64_t p = first + 1;
     const uint64_t alignedStart = (p + BASE_BLOCK - 1) / BASE_BLOCK * BASE_BLOCK;
     const uint64_t alignedEnd = last / BASE_BLOCK * BASE_BLOCK;
-    if (m_levels.empty() || alignedStart >= alignedEnd || last > m_sampleCount) {
+    if (m_base.empty() || alignedStart >= alignedEnd || last > m_sampleCount) {
         scanInto(samples, p, last, e);
         return e;
     }
@@ -253,11 +287,14 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
         size_t level = 0;
         uint64_t size = BASE_BLOCK;
         // Block sizes are powers of two, so alignment is a mask test.
-        while (level + 1 < m_levels.size() && (p & (size * FAN_OUT - 1)) == 0 && p + size * FAN_OUT <= alignedEnd) {
+        while (level < m_levels.size() && (p & (size * FAN_OUT - 1)) == 0 && p + size * FAN_OUT <= alignedEnd) {
             size *= FAN_OUT;
             ++level;
         }
-        merge(e, m_levels[level][p / size], p);
+        if (level == 0)
+            mergeBase(e, m_base[p / size], samples, p);
+        else
+            merge(e, m_levels[level - 1][p / size], p);
         p += size;
     }
     scanInto(samples, alignedEnd, last, e);
@@ -273,7 +310,10 @@ void MinMaxPyramid::prefetch(const double *samples, uint64_t first, uint64_t las
         for (uint64_t i = 0; i < BASE_BLOCK; i += 8)
             __builtin_prefetch(line + i);
         uint64_t block = edge / BASE_BLOCK;
-        for (size_t level = 0; level < m_levels.size() && level < PREFETCHED_LEVELS; ++level, block /= FAN_OUT) {
+        if (block < m_base.size())
+            __builtin_prefetch(&m_base[block]);
+        block /= FAN_OUT;
+        for (size_t level = 0; level < m_levels.size() && level + 1 < PREFETCHED_LEVELS; ++level, block /= FAN_OUT) {
             if (block < m_levels[level].size())
                 __builtin_prefetch(&m_levels[level][block]);
         }
@@ -295,7 +335,7 @@ void MinMaxPyramid::extremes(const double *samples, const uint64_t *first, const
 {
     if (count == 0)
         return;
-    if (count < 2 || last[count - 1] - first[0] < THREADED_SAMPLES) {
+    if (!m_threadedQueries || count < 2 || last[count - 1] - first[0] < THREADED_SAMPLES) {
         extremesInOrder(samples, first, last, count, out);
         return;
     }

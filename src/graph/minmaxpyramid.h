@@ -16,13 +16,18 @@ struct VORNGRAPH_EXPORT SampleSummary
     double finiteMin; // +inf when no sample is finite
     double finiteMax; // -inf when no sample is finite
     double sum;
-    uint64_t count;   // samples that are not NaN
+    double compensation; // what the rounding of sum lost, gathered as it went (Neumaier)
+    uint64_t count;      // samples that are not NaN
 
     SampleSummary();
     void add(double value);
     // Adds the summary of the samples that follow the ones summarised so far.
     void append(const SampleSummary &later);
     static SampleSummary of(const double *samples, uint64_t first, uint64_t last);
+    double total() const { return sum + compensation; }
+
+private:
+    void addToSum(double value);
 };
 
 // Minimum and maximum of every block of a sample array, at block sizes 64, 256, 1024, ...,
@@ -45,7 +50,9 @@ public:
     static constexpr unsigned FAN_OUT = 4;
 
     MinMaxPyramid() = default;
-    explicit MinMaxPyramid(const std::vector<double> &samples);
+    // With threadedQueries off, long batches of ranges are answered on the calling thread only:
+    // a helper started per batch waits for a core whenever the machine is busy.
+    explicit MinMaxPyramid(const std::vector<double> &samples, bool threadedQueries = true);
 
     // The plain front-to-back scan of samples[first, last), first < last, that every answer
     // must equal.
@@ -76,7 +83,18 @@ private:
         uint32_t maxOffset;
     };
 
+    // A base block keeps only where its extremes lie; their values are the samples there. An
+    // all-NaN block (no minimum, no maximum) holds NO_VALUE.
+    struct BaseBlock
+    {
+        uint8_t minOffset;
+        uint8_t maxOffset;
+    };
+    static constexpr uint8_t NO_VALUE = 0xff;
+
     static void merge(Extremes &into, const Block &block, uint64_t blockStart);
+    static void mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart);
+    Block baseBlockAt(const double *samples, size_t index) const;
     void prefetch(const double *samples, uint64_t first, uint64_t last) const;
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
@@ -84,8 +102,11 @@ private:
     void buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary);
 
     uint64_t m_sampleCount = 0;
+    bool m_threadedQueries = true;
     SampleSummary m_summary;
-    std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^k samples
+    // The base level is most of the index: a byte per extreme keeps it at 1/256 of the samples.
+    std::vector<BaseBlock> m_base;            // blocks of BASE_BLOCK samples
+    std::vector<std::vector<Block>> m_levels; // level k: blocks of BASE_BLOCK * FAN_OUT^(k + 1) samples
 };
 
 #endif

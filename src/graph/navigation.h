@@ -4,6 +4,7 @@
 #include "downsampling.h"
 #include "vorngraph_export.h"
 
+#include <QString>
 #include <QVector>
 
 #include <vector>
@@ -16,18 +17,21 @@ struct WaveformExtent
     bool logic = false;
 };
 
-// Units per vertical division and offset (the value at the screen's centre is minus the offset).
+// Units per vertical division and offset (the value at the screen's centre is minus the offset);
+// in a stacked layout also the band the waveform was given, in divisions above the centre.
 struct WaveformScale
 {
     double divisionSize = 1.0;
     double offset = 0.0;
+    double bandTop = 0.0;
+    double bandHeight = 0.0;
 };
 
 // The smallest 1-2-5 value s with span / s <= divisions.
 VORNGRAPH_EXPORT double fittingDivisionSize(double span, double divisions);
 
 // One band of the screen's divisions per waveform: analog ones from the top in the given order,
-// sharing what the logic probes leave; logic probes below them.
+// sharing what the logic probes leave; logic probes below them in thinner lanes.
 VORNGRAPH_EXPORT QVector<WaveformScale> stackedScales(const QVector<WaveformExtent> &extents, int divisions);
 
 // The time offset that keeps time at the same place on the screen when the time per division
@@ -37,5 +41,10 @@ VORNGRAPH_EXPORT double offsetKeepingTime(double timeOffset, double timePerDivis
 
 // The sample nearest to time; NaN when time lies more than half an interval outside the samples.
 VORNGRAPH_EXPORT double nearestSampleValue(const std::vector<double> &samples, SampleTimeBase time, double at);
+
+// value with an engineering prefix and as many digits as it takes to tell apart two values
+// resolution apart (at least minSignificant), trailing zeros dropped: 78.769901 s where samples
+// lie 1 us apart, 100 ms where they lie 1 ms apart. A value below half the resolution reads 0.
+VORNGRAPH_EXPORT QString formatResolved(double value, double resolution, const QString &unit, int minSignificant = 1);
 
 #endif

@@ -18,7 +18,7 @@ ShownValues shownValues(const SampleSummary &summary)
     }
     shown.min = summary.min;
     shown.max = summary.max;
-    shown.mean = summary.sum / double(summary.count);
+    shown.mean = summary.total() / double(summary.count);
     if (std::abs(shown.mean) < (shown.max - shown.min) * NEGLIGIBLE_MEAN)
         shown.mean = 0.0;
     return shown;

@@ -4,6 +4,8 @@
 
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
+#include "traceitem.h"
+#include "bandlabelitem.h"
 #include "waveformitemdelegate.h"
 
 #include <QChart>
@@ -29,6 +31,11 @@ const QColor WAVEFORM_PALETTE[16] = {
 };
 
 constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
+// Above the grid and the axes, below every series of the chart.
+constexpr double TRACE_Z = 3.5;
+const QColor CHART_BACKGROUND(32, 33, 42); // the dark theme's gradient, in one colour
+// Above every series, below the cursors and the editor's items.
+constexpr double BAND_LABEL_Z = 6.0;
 
 } // namespace
 
@@ -91,6 +98,9 @@ void VornGraph::createFrameWidgets()
 {
     m_chart = new QChart;
     m_chart->setTheme(QChart::ChartThemeDark);
+    // Every step repaints the plot: its background is filled once, by the view in one plain colour,
+    // rather than by the viewport, then again by the chart as a rounded gradient polygon.
+    m_chart->setBackgroundVisible(false);
     m_chart->setAnimationOptions(QChart::NoAnimation);
     // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
     // the widget: lay the divisions out again whenever the plot area moves. The plot area also
@@ -99,6 +109,14 @@ void VornGraph::createFrameWidgets()
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
     m_chartView->setRenderHint(QPainter::Antialiasing, false);
+    m_chartView->setBackgroundBrush(CHART_BACKGROUND);
+    m_chartView->viewport()->setAutoFillBackground(false);
+    m_chartView->viewport()->setAttribute(Qt::WA_OpaquePaintEvent);
+    // The chart owns the item; it sits below the series, so reference lines and envelopes stay on top.
+    m_traces = new TraceItem(m_chart);
+    m_traces->setZValue(TRACE_Z);
+    m_bandLabels = new BandLabelItem(m_chart);
+    m_bandLabels->setZValue(BAND_LABEL_Z);
 
     m_errorLabel = new QLabel;
     m_errorLabel->setAlignment(Qt::AlignCenter);
@@ -130,6 +148,7 @@ void VornGraph::displayGraph()
         createSeriesForWaveform(w);
     for (int i = 0; i < m_waveforms.size(); ++i)
         createEnvelopeSeries(i);
+    updateTraces();
 
     updateInfoTree();
     updateRangeDisplay();
@@ -160,6 +179,8 @@ void VornGraph::clearGraph()
     if (m_envelopeEditor && m_envelopeEditor->isEditing())
         cancelEnvelopeEditing();
     m_openGLHeldBack.clear();
+    m_traces->setTraces({});
+    m_bands.clear();
     // Deletes the envelope series too: every one of them was added to the chart.
     m_chart->removeAllSeries();
     m_envelopeUpperSeries.clear();
@@ -177,6 +198,7 @@ void VornGraph::clearGraph()
     m_yAxes.clear();
     m_waveformVisible.clear();
     m_zeroLines.clear();
+    m_zeroLineOwners.clear();
     m_divisionSizes.clear();
     m_offsets.clear();
     m_offsetSpinBoxes.clear();

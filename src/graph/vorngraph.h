@@ -24,6 +24,8 @@ class EnvelopeEditorOverlay;
 class InteractiveChartView;
 class MinMaxPyramid;
 struct SampleSummary;
+class TraceItem;
+class BandLabelItem;
 class QAreaSeries;
 class QCategoryAxis;
 class QChart;
@@ -69,7 +71,9 @@ public:
     void setWaveformVisible(int index, bool visible);
     int selectedWaveformIndex() const;
 
-    // Affects only series created afterwards: set it before displayGraph().
+    // Kept for hosts that set it; the traces are drawn by the graph's own item, so the series
+    // never ask for OpenGL (its widget made the whole window compose through OpenGL, which cost
+    // far more per step than it saved).
     void setUseOpenGL(bool useOpenGL);
     bool useOpenGL() const;
 
@@ -225,6 +229,7 @@ private:
     void updateSquareDivisions();
     void scheduleSquareDivisions();
     void emptyWaveformSeries();
+    void updateTraces();
     void chooseTimePerDivision(double horizontalDivisions);
     void updateXAxis(double timePerDivision);
     void updateXAxisLabels();
@@ -261,12 +266,15 @@ private:
     void applyOverlaidLayout();
     void setScales(const QVector<int> &indices, const QVector<WaveformScale> &scales);
     WaveformExtent extentOf(int index) const;
+    void updateBandLabels();
 
     // vorngraph_cursors.cpp: the status line, the hover readout and the two cursors
     QWidget *createChartPage();
     void updateCursorLines();
     void updateReadouts();
     QString valuesAt(double time) const;
+    double readoutResolution() const;
+    QString formattedValue(double value, int index) const;
     int cursorNear(int viewX) const;
     double timeAtViewX(double viewX) const;
 
@@ -328,6 +336,7 @@ private:
     QVector<double> m_offsets;
     QVector<bool> m_waveformVisible;
     QList<QLineSeries *> m_zeroLines;
+    QVector<int> m_zeroLineOwners; // the waveform of each zero line
     QTreeWidgetItem *m_timeRangePlusItem = nullptr;
     QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
     QList<QTreeWidgetItem *> m_rangePlusItems;
@@ -357,6 +366,17 @@ private:
     QVector<EnvelopeCheckResult> m_checkResults;
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
+    TraceItem *m_traces = nullptr; // draws every waveform series' points
+    // The stacked view's bands, in divisions above the centre, and their labels.
+    struct Band
+    {
+        int waveform = 0;
+        double top = 0.0;
+        double height = 0.0;
+        bool logic = false;
+    };
+    QVector<Band> m_bands;
+    BandLabelItem *m_bandLabels = nullptr;
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
     // While a layout sets many scales, the lines and readouts shared by all waveforms wait for

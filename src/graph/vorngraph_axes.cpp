@@ -28,6 +28,14 @@ bool isDrawableGrid(double min, double max, double interval)
         && min + interval > min && max + interval > max && (max - min) / interval < MAX_GRID_LINES;
 }
 
+// A hidden label is still formatted, laid out as rich text and measured on every range change;
+// a format without a conversion gives empty labels, which cost nothing.
+void hideValueLabels(QValueAxis *axis)
+{
+    axis->setLabelsVisible(false);
+    axis->setLabelFormat(QStringLiteral("-"));
+}
+
 void setUpLabelAxis(QCategoryAxis *axis)
 {
     axis->setGridLineVisible(false);
@@ -91,7 +99,7 @@ void VornGraph::setupAxisX()
     m_axisX->setTickCount(11);
     m_axisX->setGridLineVisible(true);
     m_axisX->setLineVisible(false);
-    m_axisX->setLabelsVisible(false);
+    hideValueLabels(m_axisX);
     m_chart->legend()->setVisible(false);
     m_chart->addAxis(m_axisX, Qt::AlignBottom);
 
@@ -207,7 +215,15 @@ void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
     if (waveformIndex < 0 || waveformIndex >= m_yAxes.size())
         return;
     const double offset = waveformIndex < m_offsets.size() ? m_offsets[waveformIndex] : 0.0;
+    // An axis change makes the chart stroke the outline of every series on it; an empty one
+    // costs nothing.
+    QLineSeries *series = m_series.value(waveformIndex);
+    const QList<QPointF> points = series ? series->points() : QList<QPointF>();
+    if (series)
+        series->replace(QList<QPointF>());
     applyDivisionGrid(m_yAxes[waveformIndex], -offset, divisionSize * Y_DIVISIONS * 0.5, divisionSize);
+    if (series)
+        series->replace(points);
     if (m_settingScales)
         return;
     updateCenterLines();

@@ -1,6 +1,7 @@
 #include "vorngraph.h"
 
 #include "interactivechartview.h"
+#include "navigation.h"
 
 #include <QChart>
 #include <QGraphicsLineItem>
@@ -11,7 +12,9 @@
 #include <QVBoxLayout>
 #include <QValueAxis>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -19,6 +22,8 @@ constexpr int CURSOR_GRAB_PIXELS = 5;
 // Below the editor's graphics, above the chart's own items.
 constexpr double CURSOR_Z = 990.0;
 const QColor CURSOR_COLOURS[2] = {{255, 170, 0}, {0, 200, 255}};
+constexpr int MIN_DELTA_DIGITS = 4; // a difference is read to this many digits at any zoom
+constexpr int VALUE_DIGITS = 3;     // a sample value keeps at least these, whatever the scale
 
 QString formatted(double value, const QString &unit)
 {
@@ -146,9 +151,34 @@ QString VornGraph::valuesAt(double time) const
             continue;
         const WaveformData &w = m_waveforms.at(i);
         const double v = nearestSampleValue(*w.samples, SampleTimeBase{w.sampleInterval, w.startTime}, time);
-        values << QStringLiteral("%1: %2").arg(w.name, formatted(v, w.unit));
+        values << QStringLiteral("%1: %2").arg(w.name, formattedValue(v, i));
     }
     return values.join(QStringLiteral("   "));
+}
+
+// Times read to the finer of a pixel and a sample: finer digits would only show the pointer's
+// noise, coarser ones would give two neighbouring samples the same time.
+double VornGraph::readoutResolution() const
+{
+    const QRectF plot = m_chart->plotArea();
+    double interval = std::numeric_limits<double>::infinity();
+    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
+        if (m_series[i]->isVisible() && m_waveforms.at(i).sampleInterval > 0.0)
+            interval = std::min(interval, m_waveforms.at(i).sampleInterval);
+    }
+    const double pixel = m_axisX && plot.width() > 0.0 ? (m_axisX->max() - m_axisX->min()) / plot.width() : interval;
+    return std::isfinite(interval) ? std::max(interval, pixel) : pixel;
+}
+
+// A value to a tenth of what one pixel of its waveform's scale stands for: float noise of a
+// sample at zero reads 0 V, not 0.2 pV.
+QString VornGraph::formattedValue(double value, int index) const
+{
+    const QString &unit = m_waveforms.at(index).unit;
+    if (!std::isfinite(value))
+        return formatted(value, unit);
+    const double pixel = m_divisionPixels > 0.0 ? m_divisionSizes.value(index, 0.0) / m_divisionPixels : 0.0;
+    return formatResolved(value, pixel / 10.0, unit, VALUE_DIGITS);
 }
 
 QString VornGraph::hoverReadout() const
@@ -156,7 +186,7 @@ QString VornGraph::hoverReadout() const
     const double time = std::isfinite(m_hoverX) ? timeAtViewX(m_hoverX) : std::numeric_limits<double>::quiet_NaN();
     if (!std::isfinite(time))
         return tr("t = —");
-    return tr("t = %1   %2").arg(formatted(time, QStringLiteral("s")), valuesAt(time));
+    return tr("t = %1   %2").arg(formatResolved(time, readoutResolution(), QStringLiteral("s")), valuesAt(time));
 }
 
 QString VornGraph::cursorReadout() const
@@ -166,11 +196,14 @@ QString VornGraph::cursorReadout() const
     const double t1 = m_cursorTimes[0];
     const double t2 = m_cursorTimes[1];
     const double dt = t2 - t1;
+    const double resolution = readoutResolution();
+    const QString seconds = QStringLiteral("s");
     QStringList parts;
     parts << tr("t1 = %1   t2 = %2   Δt = %3   1/Δt = %4")
-                 .arg(formatted(t1, QStringLiteral("s")), formatted(t2, QStringLiteral("s")),
-                      formatted(dt, QStringLiteral("s")),
-                      formatted(dt != 0.0 ? 1.0 / std::fabs(dt) : NAN, QStringLiteral("Hz")));
+                 .arg(formatResolved(t1, resolution, seconds), formatResolved(t2, resolution, seconds),
+                      formatResolved(dt, resolution, seconds, MIN_DELTA_DIGITS),
+                      dt != 0.0 ? formatResolved(1.0 / std::fabs(dt), 0.0, QStringLiteral("Hz"), MIN_DELTA_DIGITS)
+                                : formatted(NAN, QStringLiteral("Hz")));
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
         if (!m_series[i]->isVisible())
             continue;
@@ -178,7 +211,7 @@ QString VornGraph::cursorReadout() const
         const SampleTimeBase time{w.sampleInterval, w.startTime};
         const double v1 = nearestSampleValue(*w.samples, time, t1);
         const double v2 = nearestSampleValue(*w.samples, time, t2);
-        parts << tr("%1: %2 → %3 (Δ %4)").arg(w.name, formatted(v1, w.unit), formatted(v2, w.unit), formatted(v2 - v1, w.unit));
+        parts << tr("%1: %2 → %3 (Δ %4)").arg(w.name, formattedValue(v1, i), formattedValue(v2, i), formattedValue(v2 - v1, i));
     }
     return parts.join(QStringLiteral("   "));
 }

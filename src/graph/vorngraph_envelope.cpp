@@ -2,6 +2,7 @@
 
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
+#include "traceitem.h"
 
 #include <QAreaSeries>
 #include <QChart>
@@ -370,6 +371,9 @@ void VornGraph::positionEditorOverlay()
 
 void VornGraph::followPlotChanges()
 {
+    m_traces->setPlotArea(m_chart->plotArea());
+    m_traces->update();
+    updateBandLabels();
     if (m_envelopeEditor)
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();

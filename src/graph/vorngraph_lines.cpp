@@ -60,31 +60,38 @@ QLineSeries *VornGraph::createReferenceLine(Qt::PenStyle style, QValueAxis *axis
     return line;
 }
 
+// A zero line stays while its waveform keeps one: a series added to the chart costs a chart item,
+// its theme and a layout, far more than moving two points.
 void VornGraph::updateZeroLines()
 {
-    for (QLineSeries *line : qAsConst(m_zeroLines)) {
-        m_chart->removeSeries(line);
-        delete line;
+    QVector<int> wanted;
+    if (m_chart && m_axisX) {
+        for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i) {
+            const QValueAxis *axis = m_yAxes[i];
+            if (m_series[i]->isVisible() && axis->min() <= 0.0 && axis->max() >= 0.0)
+                wanted.append(i);
+        }
     }
-    m_zeroLines.clear();
-    if (!m_chart || m_series.isEmpty() || !m_axisX)
-        return;
-
-    for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i) {
-        const QValueAxis *axis = m_yAxes[i];
-        if (!m_series[i]->isVisible() || axis->min() > 0.0 || axis->max() < 0.0)
-            continue;
-        QColor colour = m_series[i]->pen().color();
-        colour.setAlpha(64);
-        auto *line = new QLineSeries;
-        line->setPen(linePen(colour, Qt::SolidLine));
-        line->append(m_axisX->min(), 0.0);
-        line->append(m_axisX->max(), 0.0);
-        m_chart->addSeries(line);
-        line->attachAxis(m_axisX);
-        line->attachAxis(m_yAxes[i]);
-        m_zeroLines.append(line);
+    if (wanted != m_zeroLineOwners) {
+        for (QLineSeries *line : qAsConst(m_zeroLines)) {
+            m_chart->removeSeries(line);
+            delete line;
+        }
+        m_zeroLines.clear();
+        for (int i : qAsConst(wanted)) {
+            QColor colour = m_series[i]->pen().color();
+            colour.setAlpha(64);
+            auto *line = new QLineSeries;
+            line->setPen(linePen(colour, Qt::SolidLine));
+            m_chart->addSeries(line);
+            line->attachAxis(m_axisX);
+            line->attachAxis(m_yAxes[i]);
+            m_zeroLines.append(line);
+        }
+        m_zeroLineOwners = wanted;
     }
+    for (QLineSeries *line : qAsConst(m_zeroLines))
+        setTwoPoints(line, {m_axisX->min(), 0.0}, {m_axisX->max(), 0.0});
 }
 
 void VornGraph::updateRangeDisplay()

@@ -128,7 +128,9 @@ void VornGraph::setTimeBase(double timePerDivision, double timeOffset)
     if (!m_axisX || !(timePerDivision > 0.0) || !std::isfinite(timeOffset))
         return;
     m_timePerDivision = timePerDivision;
-    m_timeOffset = std::clamp(timeOffset, -MAX_DIVISION, MAX_DIVISION);
+    // On a tenth of a division, so that the grid's times read 1.2 ms rather than 1.23457 ms.
+    const double tenths = std::round(std::clamp(timeOffset, -MAX_DIVISION, MAX_DIVISION) / timePerDivision * 10.0);
+    m_timeOffset = std::isfinite(tenths) ? tenths * timePerDivision / 10.0 : timeOffset;
     if (m_timeDivisionSpinBox) {
         showInBox(m_timeDivisionSpinBox, m_timePerDivision);
         m_timeDivisionSpinBox->setProperty("lastValue", m_timePerDivision);

@@ -1,24 +1,61 @@
 #include "vorngraph.h"
 
 #include "minmaxpyramid.h"
+#include "traceitem.h"
 
 #include <QChart>
 #include <QLineSeries>
-#include <QOpenGLContext>
 #include <QPen>
+#include <QThreadPool>
 #include <QValueAxis>
 
+#include <atomic>
 #include <cmath>
+#include <condition_variable>
+#include <functional>
 #include <limits>
+#include <memory>
+#include <mutex>
 
 namespace {
 
-// A series forced to OpenGL crashes where no context can be made (the offscreen platform), so
-// ask only where one actually can.
-bool canCreateOpenGLContext()
+// Below this many visible samples in all, one thread reduces every waveform sooner than two do.
+constexpr double SHARED_REDUCTION_SAMPLES = 4e6;
+
+// Runs work(0) ... work(count - 1), each once, on the calling thread and on one pool thread, both
+// taking the next index as they finish one. The caller never waits for the pool thread to start:
+// what that has not taken yet, the caller does itself, so a busy machine costs nothing extra.
+void runOnTwoThreads(int count, const std::function<void(int)> &work)
 {
-    QOpenGLContext context;
-    return context.create();
+    struct Shared
+    {
+        std::atomic<int> next{0};
+        int count = 0;
+        std::function<void(int)> work;
+        std::mutex mutex;
+        std::condition_variable allDone;
+        int done = 0;
+    };
+    auto shared = std::make_shared<Shared>();
+    shared->count = count;
+    shared->work = work;
+    const auto takeTurns = [](Shared &s) {
+        int finished = 0;
+        for (int i = s.next.fetch_add(1); i < s.count; i = s.next.fetch_add(1)) {
+            s.work(i);
+            ++finished;
+        }
+        if (finished > 0) {
+            const std::lock_guard<std::mutex> lock(s.mutex);
+            s.done += finished;
+            s.allDone.notify_all();
+        }
+    };
+    // The pool thread holds the shared state, so it may start after this returns and find nothing.
+    QThreadPool::globalInstance()->start([shared, takeTurns] { takeTurns(*shared); });
+    takeTurns(*shared);
+    std::unique_lock<std::mutex> lock(shared->mutex);
+    shared->allDone.wait(lock, [&] { return shared->done == count; });
 }
 
 SampleTimeBase timeBaseOf(const WaveformData &w)
@@ -56,20 +93,30 @@ void VornGraph::createSeriesForWaveform(const WaveformData &w)
 QLineSeries *VornGraph::createWaveformSeries()
 {
     auto *series = new QLineSeries;
-    if (m_useOpenGL)
-        series->setUseOpenGL(canCreateOpenGLContext());
     // The chart owns the series from here on.
     m_chart->addSeries(series);
     series->setColor(getWaveformColor(m_series.size()));
-    // A one-pixel cosmetic trace is drawn by the rasteriser's line routine; a wider pen goes
-    // through the path stroker, which costs more than everything else in a step.
     QPen pen = series->pen();
     pen.setWidthF(1.0);
     pen.setCosmetic(true);
     series->setPen(pen);
+    // m_traces draws the points; the chart would stroke an outline of the whole path on every
+    // replacement and paint it again. It still maps values through the series' axes.
+    QObject::disconnect(series, &QXYSeries::pointsReplaced, nullptr, nullptr);
+    series->setOpacity(0.0);
+    connect(series, &QAbstractSeries::visibleChanged, this, [this] { m_traces->update(); });
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
+}
+
+void VornGraph::updateTraces()
+{
+    QVector<TraceItem::Trace> traces;
+    for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i)
+        traces.append(TraceItem::Trace{m_series[i], m_axisX, m_yAxes[i]});
+    m_traces->setTraces(traces);
+    m_traces->setPlotArea(m_chart->plotArea());
 }
 
 QValueAxis *VornGraph::createWaveformAxis()
@@ -80,6 +127,8 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setGridLineVisible(m_yAxes.isEmpty());
     axis->setLineVisible(false);
     axis->setLabelsVisible(false);
+    // Hidden labels are formatted and measured all the same; without a conversion they are empty.
+    axis->setLabelFormat(QStringLiteral("-"));
     // An axis that draws nothing still costs a label layout on every view change, unless hidden.
     axis->setVisible(m_yAxes.isEmpty());
     m_chart->addAxis(axis, Qt::AlignLeft);
@@ -121,7 +170,9 @@ void VornGraph::buildPyramids()
         if (samples.size() <= static_cast<size_t>(4 * MAX_DISPLAY_POINTS))
             pyramid.reset();
         else if (!pyramid || pyramid->sampleCount() != samples.size())
-            pyramid = std::make_shared<const MinMaxPyramid>(samples);
+            // A step asks once per waveform; a helper thread per ask would wait for the other
+            // core, which the display server needs at that moment.
+            pyramid = std::make_shared<const MinMaxPyramid>(samples, false);
     }
 }
 
@@ -157,10 +208,26 @@ void VornGraph::updateSeriesForViewport()
         return;
     const double xMin = m_axisX->min();
     const double xMax = m_axisX->max();
-    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
-        m_series[i]->replace(viewportPoints(m_waveforms.at(i), xMin, xMax));
+    const int count = int(std::min(m_waveforms.size(), m_series.size()));
+    QVector<QList<QPointF>> points(count);
+    double visibleSamples = 0.0;
+    for (int i = 0; i < count; ++i) {
+        const VisibleRange range = calculateVisibleIndices(m_waveforms.at(i), xMin, xMax);
+        visibleSamples += range.empty ? 0.0 : double(range.endIndex - range.startIndex + 1);
+    }
+    // Each waveform's reduction reads only its own samples and index.
+    const auto reduce = [&](int i) { points[i] = viewportPoints(m_waveforms.at(i), xMin, xMax); };
+    if (count > 1 && visibleSamples >= SHARED_REDUCTION_SAMPLES) {
+        runOnTwoThreads(count, reduce);
+    } else {
+        for (int i = 0; i < count; ++i)
+            reduce(i);
+    }
+    for (int i = 0; i < count; ++i)
+        m_series[i]->replace(points[i]);
     updateEnvelopeSeriesForViewport();
     updateBackgroundForViewport();
+    m_traces->update();
 }
 
 QList<QPointF> VornGraph::viewportPoints(const WaveformData &w, double xMin, double xMax)

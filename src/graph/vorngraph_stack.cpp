@@ -1,7 +1,9 @@
 #include "vorngraph.h"
 
+#include "bandlabelitem.h"
 #include "minmaxpyramid.h"
 
+#include <QChart>
 #include <QLineSeries>
 
 #include <cmath>
@@ -26,12 +28,19 @@ void VornGraph::applyStackedLayout()
             extents << extentOf(i);
         }
     }
-    setScales(shown, stackedScales(extents, Y_DIVISIONS));
+    const QVector<WaveformScale> scales = stackedScales(extents, Y_DIVISIONS);
+    m_bands.clear();
+    for (int k = 0; k < shown.size(); ++k)
+        m_bands.append(Band{shown[k], scales[k].bandTop, scales[k].bandHeight, extents[k].logic});
+    setScales(shown, scales);
+    updateBandLabels();
 }
 
 // Every waveform over the whole height again, fitted as when it was first shown.
 void VornGraph::applyOverlaidLayout()
 {
+    m_bands.clear();
+    updateBandLabels();
     QVector<int> all;
     QVector<WaveformScale> scales;
     for (int i = 0; i < m_series.size() && i < m_waveforms.size(); ++i) {
@@ -73,4 +82,34 @@ WaveformExtent VornGraph::extentOf(int index) const
     WaveformExtent extent{summary.finiteMin, summary.finiteMax, false};
     extent.logic = w.unit.isEmpty() && extent.min >= 0.0 && extent.max <= 1.0;
     return extent;
+}
+
+// Each band reads on its own: its waveform's values at its edges and its units per division,
+// which follow every change of the waveform's scale.
+void VornGraph::updateBandLabels()
+{
+    const QRectF plot = m_chart->plotArea();
+    QVector<BandLabelItem::Band> labels;
+    const double pixelsPerDivision = plot.height() / Y_DIVISIONS;
+    const int selected = selectedWaveformIndex();
+    for (const Band &band : qAsConst(m_bands)) {
+        const int i = band.waveform;
+        if (!m_stacked || i >= m_divisionSizes.size() || i >= m_waveforms.size())
+            continue;
+        BandLabelItem::Band label;
+        label.name = m_waveforms.at(i).name;
+        label.colour = getWaveformColor(i);
+        label.top = plot.top() + (Y_DIVISIONS * 0.5 - band.top) * pixelsPerDivision;
+        label.bottom = label.top + band.height * pixelsPerDivision;
+        label.selected = i == selected;
+        if (!band.logic) {
+            const QString &unit = m_waveforms.at(i).unit;
+            const double size = m_divisionSizes[i], centre = -m_offsets[i];
+            label.scale = tr("%1/div").arg(ValueFormatter::formatWithUnit(size, unit));
+            label.topValue = ValueFormatter::formatWithUnit(centre + band.top * size, unit);
+            label.bottomValue = ValueFormatter::formatWithUnit(centre + (band.top - band.height) * size, unit);
+        }
+        labels.append(label);
+    }
+    m_bandLabels->setBands(labels, plot);
 }

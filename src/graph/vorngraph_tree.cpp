@@ -114,6 +114,7 @@ void VornGraph::onTreeSelectionChanged()
 {
     emit waveformSelectionChanged(selectedWaveformIndex());
     updateYAxisLabels();
+    updateBandLabels();
 }
 
 void VornGraph::onTreeContextMenu(const QPoint &pos)

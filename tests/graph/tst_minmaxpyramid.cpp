@@ -138,6 +138,13 @@ private slots:
         QFETCH(double, mean);
         QCOMPARE(shownValues(SampleSummary::of(samples.data(), 0, samples.size())).mean, mean);
     }
+
+    // Summed plainly, the 1 is lost in the rounding of 1e16 + 1 and the long mean drifts.
+    void sumKeepsWhatRoundingLoses()
+    {
+        const std::vector<double> s{1e16, 1, -1e16};
+        QCOMPARE(SampleSummary::of(s.data(), 0, s.size()).total(), 1.0);
+    }
 };
 
 QTEST_APPLESS_MAIN(TstMinMaxPyramid)

@@ -1,5 +1,6 @@
 #include "graphharness.h"
 
+#include "bandlabelitem.h"
 #include "navigation.h"
 
 #include <QDoubleSpinBox>
@@ -101,11 +102,14 @@ private slots:
                                 g->m_timeDivisionSpinBox->property("lastValue").toDouble(), double(boxChanged.count()),
                                 g->divisionSize(0), g->offset(0) / newSize, g->m_offsetSpinBoxes[0]->value()}),
                  QList<double>({expected, expected, expected, 0, newSize, offset / size + offsetDivisions, g->offset(0)}));
-        // The wheel zooms around the time under the pointer, the keys around the centre.
+        // The wheel zooms around the time under the pointer, the keys around the centre; either
+        // way the offset lands on a tenth of a division, so the time labels read round.
+        const double tenth = g->timePerDivision() / 10;
         if (!key && timeSteps != 0)
-            QVERIFY(std::fabs(timeAt(at.x()) - pointed) < 1e-9);
+            QVERIFY(std::fabs(timeAt(at.x()) - pointed) <= tenth / 2 + 1e-12);
         else
             QCOMPARE(-g->timeOffset(), centre + panned * before);
+        QVERIFY(std::fabs(g->timeOffset() / tenth - std::round(g->timeOffset() / tenth)) < 1e-9);
 
         QTest::keyClick(m_harness->view(), Qt::Key_Home);
         QCOMPARE(QList<double>({g->timePerDivision(), -g->timeOffset()}),
@@ -119,7 +123,8 @@ private slots:
         const QPoint from = m_harness->viewPos(0, 0.5, 0.0);
         const double offset = g->timeOffset();
         m_harness->drag(from, from + QPoint(100, 30));
-        QVERIFY(std::fabs(g->timeOffset() - (offset + 100 / g->m_divisionPixels * g->timePerDivision())) < 1e-12);
+        const double tenths = std::round(100 / g->m_divisionPixels * 10);
+        QVERIFY(std::fabs(g->timeOffset() - (offset + tenths * g->timePerDivision() / 10)) < 1e-12);
         QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
     }
 
@@ -138,19 +143,66 @@ private slots:
         QCOMPARE(g->cursorReadout(), QStringLiteral("t1 = 100 ms   t2 = 300 ms   Δt = 200 ms   1/Δt = 5 Hz   a: 100 V → 300 V (Δ 200 V)"));
 
         m_harness->send(QEvent::MouseMove, m_harness->viewPos(0, 0.5, 0.0), Qt::NoButton, Qt::NoButton);
+        // The pointer's time to the millisecond the samples lie apart, no finer.
         const double t = timeAt(m_harness->viewPos(0, 0.5, 0.0).x());
         QCOMPARE(QStringList({g->hoverReadout(), g->m_hoverLabel->text()}),
-                 QStringList(2, QStringLiteral("t = %1   a: %2").arg(ValueFormatter::formatWithUnit(t, "s"),
-                                                                      ValueFormatter::formatWithUnit(std::round(t * 1000), "V"))));
+                 QStringList(2, QStringLiteral("t = %1 ms   a: %2").arg(std::round(t * 1000))
+                                    .arg(ValueFormatter::formatWithUnit(std::round(t * 1000), "V"))));
+    }
+
+    // Deep in a long capture two cursors one sample apart read two times, Δt keeps four digits
+    // however the times round, and values are read to the scale's resolution.
+    void readoutsTellNeighbouringSamplesApart()
+    {
+        m_harness = std::make_unique<GraphHarness>();
+        std::vector<double> samples(100, 1.0);
+        samples[2] = 2e-13; // float noise of a zero: below a pixel of the scale, so it reads 0 V
+        QVERIFY(m_harness->show({makeWaveform(QStringLiteral("late"), samples, 1e-6, 78.7699)}));
+        VornGraph *g = graph();
+        g->setCursorsVisible(true);
+        g->setCursorTimes(78.769901, 78.769902);
+        QCOMPARE(g->cursorReadout(), QStringLiteral("t1 = 78.769901 s   t2 = 78.769902 s   Δt = 1 μs   1/Δt = 1 MHz   "
+                                                    "late: 1 V → 0 V (Δ -1 V)"));
+        g->setCursorTimes(78.769901, 78.7699133333);
+        QVERIFY2(g->cursorReadout().contains(QStringLiteral("Δt = 12.33 μs")), qPrintable(g->cursorReadout()));
+    }
+
+    // Each band carries its own waveform's name, scale and edge values; a logic lane only its name.
+    void stackedBandsLabelThemselves()
+    {
+        WaveformData probe = makeWaveform(QStringLiteral("d"), {0, 1, 1, 0});
+        probe.unit.clear();
+        m_harness = std::make_unique<GraphHarness>();
+        QVERIFY(m_harness->show({ramp(), probe, sineWave(QStringLiteral("s"), 2.0)}));
+        VornGraph *g = graph();
+        g->setStacked(true);
+        const QVector<BandLabelItem::Band> bands = g->m_bandLabels->bands();
+        QCOMPARE(bands.size(), 3);
+        const QList<double> extents[] = {{0, 1000}, {}, {-2, 2}};
+        for (int i = 0; i < 3; ++i) {
+            const BandLabelItem::Band &band = bands[i];
+            QCOMPARE(band.name, g->waveformName(i));
+            QCOMPARE(band.selected, i == 0);
+            QCOMPARE(band.scale.isEmpty(), extents[i].isEmpty());
+            if (extents[i].isEmpty())
+                continue;
+            QCOMPARE(band.scale, ValueFormatter::formatWithUnit(g->divisionSize(i), "V") + "/div");
+            const double top = parseScaledValue(band.topValue, "V"), bottom = parseScaledValue(band.bottomValue, "V");
+            QVERIFY2(bottom <= extents[i][0] && top >= extents[i][1] && top - bottom < 4 * (extents[i][1] - extents[i][0]),
+                     qPrintable(band.bottomValue + " to " + band.topValue));
+        }
+        // Analog bands from the top, the logic lane below them and thinner.
+        QVERIFY(bands[0].bottom <= bands[2].top && bands[2].bottom <= bands[1].top);
+        QVERIFY(bands[1].bottom - bands[1].top < bands[2].bottom - bands[2].top);
     }
 
     void stackingGivesEachWaveformItsBandQuietly()
     {
-        // Analog bands of four divisions from the top, then logic bands of one division.
+        // Analog bands of 4.5 divisions from the top, then logic lanes of half a division.
         QStringList bands;
         for (const WaveformScale &s : stackedScales({{-1, 1, false}, {0, 1, true}, {0, 10, false}, {0, 1, true}}, 10))
-            bands << QStringLiteral("%1 from %2").arg(s.divisionSize).arg(s.offset);
-        QCOMPARE(bands, QStringList({"1 from 3", "2 from -7.5", "5 from -10", "2 from -9.5"}));
+            bands << QStringLiteral("%1 from %2 in %3").arg(s.divisionSize).arg(s.offset).arg(s.bandHeight);
+        QCOMPARE(bands, QStringList({"1 from 3 in 4.5", "2.5 from -11.125 in 0.5", "5 from -15 in 4.5", "2.5 from -12.375 in 0.5"}));
         QCOMPARE(QList<double>({fittingDivisionSize(20, 10), fittingDivisionSize(21, 10)}), QList<double>({2.0, 5.0}));
 
         // A logic probe is unitless and holds 0 and 1; a trace in volts between 0 and 1 is analog.
@@ -161,11 +213,11 @@ private slots:
         VornGraph *g = graph();
         QSignalSpy offsetChanged(g->m_offsetSpinBoxes[1], &QDoubleSpinBox::valueChanged);
         QSignalSpy stacked(g, &VornGraph::stackedChanged);
-        // The zero lines are built again once for the whole layout, not once per waveform.
+        // The zero lines are built at most once for the whole layout, not once per waveform.
         LineCounter lines;
         g->m_zeroLines.value(0)->parent()->installEventFilter(&lines);
         g->setStacked(true);
-        QCOMPARE(lines.added, g->m_zeroLines.size());
+        QVERIFY(lines.added <= g->m_zeroLines.size());
         QStringList shown, expected;
         for (const WaveformScale &s : stackedScales({{0, 1000, false}, {0, 1, true}, {0, 1, false}}, 10))
             expected << QStringLiteral("%1 %1 %1 from %2 to %3").arg(s.divisionSize).arg(s.offset).arg(5 * s.divisionSize - s.offset);
