@@ -189,6 +189,10 @@ upper %4, lower %5</source>
         <translation>Knoten %1 von %2: %3
 oben %4, unten %5</translation>
     </message>
+    <message>
+        <source>%1/div</source>
+        <translation>%1/Div</translation>
+    </message>
 </context>
 <context>
     <name>WaveformWindow</name>
@@ -287,6 +291,14 @@ oben %4, unten %5</translation>
     <message>
         <source>no waveform has an envelope of its name in %1</source>
         <translation>kein Signal hat eine Hüllkurve seines Namens in %1</translation>
+    </message>
+    <message>
+        <source>%1: fail, %2</source>
+        <translation>%1: nicht bestanden, %2</translation>
+    </message>
+    <message>
+        <source>%1: fail, %2 of the envelope without samples</source>
+        <translation>%1: nicht bestanden, %2 der Hüllkurve ohne Werte</translation>
     </message>
 </context>
 </TS>

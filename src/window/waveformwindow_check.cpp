@@ -38,6 +38,11 @@ QString WaveformWindow::envelopeCheckSummary() const
         const EnvelopeCheckResult r = m_graph->envelopeCheckResult(i);
         if (r.passed())
             lines << tr("%1: pass").arg(m_graph->waveformName(i));
+        else if (!r.failure.isEmpty())
+            lines << tr("%1: fail, %2").arg(m_graph->waveformName(i), r.failure);
+        else if (r.violations() == 0)
+            lines << tr("%1: fail, %2 of the envelope without samples")
+                         .arg(m_graph->waveformName(i), ValueFormatter::formatWithUnit(r.uncovered, QStringLiteral("s")));
         else
             lines << tr("%1: fail, %2 violations, first at %3")
                          .arg(m_graph->waveformName(i))

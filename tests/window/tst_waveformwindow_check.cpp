@@ -73,6 +73,12 @@ private slots:
         QCOMPARE(centres, QStringList({"9994", "10004", "10014", "10004"}));
         window.graph()->setEnvelope(1, band(10.5));
         QCOMPARE(window.envelopeCheckSummary() + " " + QString::number(marks()), QStringLiteral("A1: pass 0"));
+        // Limits that run on for as long again past the last sample fail without a violation.
+        EnvelopeData longer = band(10.5);
+        longer.upper.samples.writable().push_back(10.5);
+        longer.lower.samples.writable().push_back(-10.5);
+        window.graph()->setEnvelope(1, longer);
+        QCOMPARE(window.envelopeCheckSummary(), QStringLiteral("A1: fail, 99.995 ms of the envelope without samples"));
     }
 
 private:
