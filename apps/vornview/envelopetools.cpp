@@ -260,7 +260,7 @@ void EnvelopeTools::onSaveTriggered()
     updateModification();
 }
 
-bool EnvelopeTools::widen(int index, double dx, double dy, QString *error)
+bool EnvelopeTools::widen(int index, double dx, double dy, double fraction, QString *error)
 {
     const auto fail = [&](const QString &reason) {
         if (error)
@@ -271,10 +271,12 @@ bool EnvelopeTools::widen(int index, double dx, double dy, QString *error)
         return fail(tr("%1 has no envelope to widen.").arg(m_graph->waveformName(index)));
     if (m_graph->isEnvelopeEditing())
         return fail(tr("Apply or cancel the running edit first."));
-    if (!(dx >= 0.0) || !(dy >= 0.0) || !std::isfinite(dx) || !std::isfinite(dy))
-        return fail(tr("Widen by amounts of zero or more."));
+    for (double amount : {dx, dy, fraction}) {
+        if (!(amount >= 0.0) || !std::isfinite(amount))
+            return fail(tr("Widen by amounts of zero or more."));
+    }
     m_nextStepName = tr("Widen Envelope");
-    m_graph->setEnvelope(index, widenEnvelope(m_graph->envelope(index), dx, dy));
+    m_graph->setEnvelope(index, widenEnvelope(m_graph->envelope(index), dx, dy, fraction));
     m_nextStepName.clear();
     return true;
 }
@@ -369,9 +371,11 @@ void EnvelopeTools::onWidenTriggered()
     }
     const QString unit = m_graph->envelope(index).upper.unit;
     const double band = bandOf(m_graph->envelope(index));
-    double dx = 0.0, dy = 0.0;
-    ValuesDialog dialog(tr("Widen Envelope"), {tr("Time (±dx):"), tr("Value (±dy, or % of the band):")},
-                        {ValueFormatter::formatWithUnit(0.0, QStringLiteral("s")), ValueFormatter::formatWithUnit(0.0, unit)},
+    double dx = 0.0, dy = 0.0, fraction = 0.0;
+    ValuesDialog dialog(tr("Widen Envelope"),
+                        {tr("Time (±dx):"), tr("Value (±dy, or % of the band):"), tr("Plus % of the value:")},
+                        {ValueFormatter::formatWithUnit(0.0, QStringLiteral("s")), ValueFormatter::formatWithUnit(0.0, unit),
+                         QStringLiteral("0 %")},
                         [&](const QStringList &texts) {
                             dx = parseScaledValue(texts.value(0), QStringLiteral("s"));
                             QString dyText = texts.value(1).trimmed();
@@ -381,17 +385,23 @@ void EnvelopeTools::onWidenTriggered()
                             } else {
                                 dy = parseScaledValue(dyText, unit);
                             }
+                            QString percentText = texts.value(2).trimmed();
+                            if (percentText.endsWith('%'))
+                                percentText.chop(1);
+                            fraction = parseScaledValue(percentText, QString()) / 100.0;
                             if (!(dx >= 0.0) || !std::isfinite(dx))
                                 return tr("The time must be zero or more, such as 20 us.");
                             if (!(dy >= 0.0) || !std::isfinite(dy))
                                 return tr("The value must be zero or more, such as 50 m%1 or 5 %.").arg(unit);
+                            if (!(fraction >= 0.0) || !std::isfinite(fraction))
+                                return tr("The percentage of the value must be zero or more, such as 5 %.");
                             return QString();
                         },
                         m_dialogParent);
     if (dialog.exec() != QDialog::Accepted)
         return;
     QString error;
-    if (!widen(index, dx, dy, &error))
+    if (!widen(index, dx, dy, fraction, &error))
         QMessageBox::warning(m_dialogParent, tr("Widen Envelope"), error);
 }
 

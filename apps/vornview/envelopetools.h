@@ -36,7 +36,8 @@ public:
 
     // The operations behind the menu entries, without their dialogs. Each is one undo step;
     // false, with the reason, when nothing was changed.
-    bool widen(int index, double dx, double dy, QString *error = nullptr);
+    // fraction widens each limit further by that part of its own value (0.05 for 5 %).
+    bool widen(int index, double dx, double dy, double fraction = 0.0, QString *error = nullptr);
     bool makeFromCaptures(int index, const QStringList &paths, QString *error = nullptr);
     // The envelope the knot construction makes from index's own samples: tight where the trace
     // bends, past what the editor's point count can hold.
