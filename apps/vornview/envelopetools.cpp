@@ -58,19 +58,29 @@ double bandOf(const EnvelopeData &envelope)
 class EnvelopeTools::EnvelopeCommand : public QUndoCommand
 {
 public:
-    EnvelopeCommand(EnvelopeTools *tools, int index, EnvelopeData before, EnvelopeData after, const QString &text)
+    EnvelopeCommand(EnvelopeTools *tools, int index, EnvelopeData before, EnvelopeData after, const QString &text,
+                    std::optional<Backgrounds> backgrounds)
         : QUndoCommand(text)
         , m_tools(tools)
         , m_index(index)
         , m_before(std::move(before))
         , m_after(std::move(after))
+        , m_backgrounds(std::move(backgrounds))
     {
     }
-    void undo() override { m_tools->applyEnvelope(m_index, m_before); }
+    void undo() override
+    {
+        if (m_backgrounds)
+            m_tools->m_graph->setBackgroundCaptures(m_index, m_backgrounds->before);
+        m_tools->applyEnvelope(m_index, m_before);
+    }
     void redo() override
     {
-        if (!std::exchange(m_made, false))
-            m_tools->applyEnvelope(m_index, m_after);
+        if (std::exchange(m_made, false))
+            return;
+        if (m_backgrounds)
+            m_tools->m_graph->setBackgroundCaptures(m_index, m_backgrounds->after);
+        m_tools->applyEnvelope(m_index, m_after);
     }
 
 private:
@@ -78,6 +88,7 @@ private:
     int m_index;
     EnvelopeData m_before;
     EnvelopeData m_after;
+    std::optional<Backgrounds> m_backgrounds; // only for steps that changed the captures behind
     bool m_made = true;
 };
 
@@ -219,13 +230,16 @@ void EnvelopeTools::onEnvelopeChecked(int index)
         m_graph->setEnvelope(index, after);
         m_replaying = false;
     }
-    if (sameEnvelope(before, after))
+    // Made from captures, the step holds the captures behind the trace too, even where the
+    // envelope came out the same.
+    std::optional<Backgrounds> backgrounds = std::exchange(m_nextBackgrounds, std::nullopt);
+    if (sameEnvelope(before, after) && !backgrounds)
         return;
     QString name = std::exchange(m_nextStepName, QString());
     if (name.isEmpty())
         name = after.isEmpty() ? tr("Delete Envelope") : before.isEmpty() ? tr("New Envelope") : tr("Apply Edit");
     m_shown[index] = after;
-    m_documentStack->push(new EnvelopeCommand(this, index, before, after, name));
+    m_documentStack->push(new EnvelopeCommand(this, index, before, after, name, std::move(backgrounds)));
     updateModification();
 }
 
@@ -326,9 +340,10 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     // One capture in memory at a time: each goes into the hull and, as a bounded min/max index,
     // behind the trace, where the captures read as a persistence image.
     SourceHull hull;
+    Backgrounds backgrounds{m_graph->backgroundCaptures(index), {}};
     m_graph->clearBackgroundCaptures(index);
     const auto failAndClear = [&](const QString &reason) {
-        m_graph->clearBackgroundCaptures(index);
+        m_graph->setBackgroundCaptures(index, backgrounds.before);
         return fail(reason);
     };
     for (const QString &path : paths) {
@@ -348,6 +363,8 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     envelope.upper.name = name + QStringLiteral(" [upper]");
     envelope.lower.name = name + QStringLiteral(" [lower]");
     m_nextStepName = tr("Make From %n Capture(s)", nullptr, int(paths.size()));
+    backgrounds.after = m_graph->backgroundCaptures(index);
+    m_nextBackgrounds = std::move(backgrounds);
     m_graph->setEnvelope(index, envelope);
     m_nextStepName.clear();
     return true;

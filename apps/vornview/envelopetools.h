@@ -6,6 +6,8 @@
 #include <QObject>
 #include <QVector>
 
+#include <optional>
+
 class QAction;
 class QMenu;
 class QUndoGroup;
@@ -85,6 +87,12 @@ private:
     QVector<EnvelopeData> m_shown; // what the graph held after the last recorded step
     QVector<EnvelopePoint> m_knots; // the knots after the last recorded step of the running edit
     QString m_nextStepName;
+    // Captures drawn behind the waveform before and after the next step, when it changes them.
+    struct Backgrounds
+    {
+        QList<QVector<QPointF>> before, after;
+    };
+    std::optional<Backgrounds> m_nextBackgrounds;
     bool m_replaying = false;
     bool m_modified = false;
 };

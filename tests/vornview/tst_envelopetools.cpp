@@ -66,6 +66,29 @@ private slots:
         QVERIFY(viewer.isWindowModified());
     }
 
+    // Undone, Make From takes the captures it drew behind the trace with it; redone, they return.
+    void makeFromCapturesIsUndoneWithTheCapturesBehind()
+    {
+        const QString path = m_dir.filePath("made.sr");
+        QVERIFY(writeZip(path, sampleCapture()));
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(path));
+        VornGraph *graph = viewer.document()->graph();
+        auto *tools = viewer.document()->findChild<EnvelopeTools *>();
+        QVERIFY(tools->makeFromCaptures(0, {path, path}));
+        const QByteArray made = described(graph->envelope(0));
+        QVERIFY(tools->widen(0, 0.0, 0.0, 0.05));
+        const auto state = [graph] { return QPair<bool, int>(graph->hasEnvelope(0), graph->backgroundCaptureCount(0)); };
+        tools->undoAction()->trigger();
+        QCOMPARE(described(graph->envelope(0)), made);
+        QCOMPARE(state(), qMakePair(true, 2)); // undoing the widening keeps them
+        tools->undoAction()->trigger();
+        QCOMPARE(state(), qMakePair(false, 0));
+        tools->redoAction()->trigger();
+        QCOMPARE(state(), qMakePair(true, 2));
+        QCOMPARE(described(graph->envelope(0)), made);
+    }
+
     void unreadableCapturesChangeNothing_data()
     {
         QTest::addColumn<QString>("file");
