@@ -73,7 +73,11 @@ public:
         if (m_backgrounds)
             m_tools->m_graph->setBackgroundCaptures(m_index, m_backgrounds->before);
         m_tools->applyEnvelope(m_index, m_before);
+        // Obsolete once undone, the stack deletes it: no redo brings it back.
+        setObsolete(m_withdrawn);
     }
+    int index() const { return m_index; }
+    void withdraw() { m_withdrawn = true; }
     void redo() override
     {
         if (std::exchange(m_made, false))
@@ -90,6 +94,7 @@ private:
     EnvelopeData m_after;
     std::optional<Backgrounds> m_backgrounds; // only for steps that changed the captures behind
     bool m_made = true;
+    bool m_withdrawn = false;
 };
 
 // One step inside a knot edit: the knots before and after it.
@@ -204,6 +209,7 @@ int EnvelopeTools::targetWaveform() const
 
 void EnvelopeTools::applyEnvelope(int index, const EnvelopeData &envelope)
 {
+    m_lastStep = nullptr;
     m_replaying = true;
     if (envelope.isEmpty())
         m_graph->clearEnvelope(index);
@@ -220,6 +226,7 @@ void EnvelopeTools::onEnvelopeChecked(int index)
 {
     if (m_replaying || index < 0 || index >= m_shown.size())
         return;
+    m_lastStep = nullptr;
     const EnvelopeData before = m_shown.at(index);
     EnvelopeData after = m_graph->hasEnvelope(index) ? m_graph->envelope(index) : EnvelopeData();
     if (index == std::exchange(m_regionIndex, -1) && !after.isEmpty()) {
@@ -239,8 +246,19 @@ void EnvelopeTools::onEnvelopeChecked(int index)
     if (name.isEmpty())
         name = after.isEmpty() ? tr("Delete Envelope") : before.isEmpty() ? tr("New Envelope") : tr("Apply Edit");
     m_shown[index] = after;
-    m_documentStack->push(new EnvelopeCommand(this, index, before, after, name, std::move(backgrounds)));
+    m_lastStep = new EnvelopeCommand(this, index, before, after, name, std::move(backgrounds));
+    m_documentStack->push(m_lastStep);
     updateModification();
+}
+
+bool EnvelopeTools::withdrawLastStep(int index)
+{
+    const int top = m_documentStack->index();
+    if (!m_lastStep || top == 0 || m_documentStack->command(top - 1) != m_lastStep || m_lastStep->index() != index)
+        return false;
+    std::exchange(m_lastStep, nullptr)->withdraw();
+    m_documentStack->undo();
+    return true;
 }
 
 // A running edit has its own history, of knot steps; Apply or Cancel closes it.

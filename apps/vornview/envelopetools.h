@@ -46,6 +46,10 @@ public:
     bool fitToWaveform(int index, QString *error = nullptr);
     // The envelopes as they are now are the saved ones.
     void markSaved();
+    // Takes back the step that just changed index's envelope (an Apply the viewer refuses): the
+    // envelope before it returns and the step is gone from undo and redo. False when that change
+    // made no step, or other steps came after it.
+    bool withdrawLastStep(int index);
     // Starts selecting a second region of index's envelope; Apply adds it, gaps stay gaps.
     void addRegion(int index);
 
@@ -86,6 +90,7 @@ private:
     EnvelopeData m_regionBase;
     QVector<EnvelopeData> m_shown; // what the graph held after the last recorded step
     QVector<EnvelopePoint> m_knots; // the knots after the last recorded step of the running edit
+    EnvelopeCommand *m_lastStep = nullptr; // pushed by the latest envelope change, if any
     QString m_nextStepName;
     // Captures drawn behind the waveform before and after the next step, when it changes them.
     struct Backgrounds
