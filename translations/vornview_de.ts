@@ -154,6 +154,14 @@
         <translation>Wert (±dy oder % des Bands):</translation>
     </message>
     <message>
+        <source>Plus % of the value:</source>
+        <translation>Plus % des Werts:</translation>
+    </message>
+    <message>
+        <source>The percentage of the value must be zero or more, such as 5 %.</source>
+        <translation>Der Prozentsatz des Werts muss null oder mehr sein, etwa 5 %.</translation>
+    </message>
+    <message>
         <source>The time must be zero or more, such as 20 us.</source>
         <translation>Die Zeit muss null oder mehr sein, etwa 20 us.</translation>
     </message>

@@ -58,19 +58,33 @@ double bandOf(const EnvelopeData &envelope)
 class EnvelopeTools::EnvelopeCommand : public QUndoCommand
 {
 public:
-    EnvelopeCommand(EnvelopeTools *tools, int index, EnvelopeData before, EnvelopeData after, const QString &text)
+    EnvelopeCommand(EnvelopeTools *tools, int index, EnvelopeData before, EnvelopeData after, const QString &text,
+                    std::optional<Backgrounds> backgrounds)
         : QUndoCommand(text)
         , m_tools(tools)
         , m_index(index)
         , m_before(std::move(before))
         , m_after(std::move(after))
+        , m_backgrounds(std::move(backgrounds))
     {
     }
-    void undo() override { m_tools->applyEnvelope(m_index, m_before); }
+    void undo() override
+    {
+        if (m_backgrounds)
+            m_tools->m_graph->setBackgroundCaptures(m_index, m_backgrounds->before);
+        m_tools->applyEnvelope(m_index, m_before);
+        // Obsolete once undone, the stack deletes it: no redo brings it back.
+        setObsolete(m_withdrawn);
+    }
+    int index() const { return m_index; }
+    void withdraw() { m_withdrawn = true; }
     void redo() override
     {
-        if (!std::exchange(m_made, false))
-            m_tools->applyEnvelope(m_index, m_after);
+        if (std::exchange(m_made, false))
+            return;
+        if (m_backgrounds)
+            m_tools->m_graph->setBackgroundCaptures(m_index, m_backgrounds->after);
+        m_tools->applyEnvelope(m_index, m_after);
     }
 
 private:
@@ -78,7 +92,9 @@ private:
     int m_index;
     EnvelopeData m_before;
     EnvelopeData m_after;
+    std::optional<Backgrounds> m_backgrounds; // only for steps that changed the captures behind
     bool m_made = true;
+    bool m_withdrawn = false;
 };
 
 // One step inside a knot edit: the knots before and after it.
@@ -193,6 +209,7 @@ int EnvelopeTools::targetWaveform() const
 
 void EnvelopeTools::applyEnvelope(int index, const EnvelopeData &envelope)
 {
+    m_lastStep = nullptr;
     m_replaying = true;
     if (envelope.isEmpty())
         m_graph->clearEnvelope(index);
@@ -209,6 +226,7 @@ void EnvelopeTools::onEnvelopeChecked(int index)
 {
     if (m_replaying || index < 0 || index >= m_shown.size())
         return;
+    m_lastStep = nullptr;
     const EnvelopeData before = m_shown.at(index);
     EnvelopeData after = m_graph->hasEnvelope(index) ? m_graph->envelope(index) : EnvelopeData();
     if (index == std::exchange(m_regionIndex, -1) && !after.isEmpty()) {
@@ -219,14 +237,28 @@ void EnvelopeTools::onEnvelopeChecked(int index)
         m_graph->setEnvelope(index, after);
         m_replaying = false;
     }
-    if (sameEnvelope(before, after))
+    // Made from captures, the step holds the captures behind the trace too, even where the
+    // envelope came out the same.
+    std::optional<Backgrounds> backgrounds = std::exchange(m_nextBackgrounds, std::nullopt);
+    if (sameEnvelope(before, after) && !backgrounds)
         return;
     QString name = std::exchange(m_nextStepName, QString());
     if (name.isEmpty())
         name = after.isEmpty() ? tr("Delete Envelope") : before.isEmpty() ? tr("New Envelope") : tr("Apply Edit");
     m_shown[index] = after;
-    m_documentStack->push(new EnvelopeCommand(this, index, before, after, name));
+    m_lastStep = new EnvelopeCommand(this, index, before, after, name, std::move(backgrounds));
+    m_documentStack->push(m_lastStep);
     updateModification();
+}
+
+bool EnvelopeTools::withdrawLastStep(int index)
+{
+    const int top = m_documentStack->index();
+    if (!m_lastStep || top == 0 || m_documentStack->command(top - 1) != m_lastStep || m_lastStep->index() != index)
+        return false;
+    std::exchange(m_lastStep, nullptr)->withdraw();
+    m_documentStack->undo();
+    return true;
 }
 
 // A running edit has its own history, of knot steps; Apply or Cancel closes it.
@@ -260,7 +292,7 @@ void EnvelopeTools::onSaveTriggered()
     updateModification();
 }
 
-bool EnvelopeTools::widen(int index, double dx, double dy, QString *error)
+bool EnvelopeTools::widen(int index, double dx, double dy, double fraction, QString *error)
 {
     const auto fail = [&](const QString &reason) {
         if (error)
@@ -271,10 +303,12 @@ bool EnvelopeTools::widen(int index, double dx, double dy, QString *error)
         return fail(tr("%1 has no envelope to widen.").arg(m_graph->waveformName(index)));
     if (m_graph->isEnvelopeEditing())
         return fail(tr("Apply or cancel the running edit first."));
-    if (!(dx >= 0.0) || !(dy >= 0.0) || !std::isfinite(dx) || !std::isfinite(dy))
-        return fail(tr("Widen by amounts of zero or more."));
+    for (double amount : {dx, dy, fraction}) {
+        if (!(amount >= 0.0) || !std::isfinite(amount))
+            return fail(tr("Widen by amounts of zero or more."));
+    }
     m_nextStepName = tr("Widen Envelope");
-    m_graph->setEnvelope(index, widenEnvelope(m_graph->envelope(index), dx, dy));
+    m_graph->setEnvelope(index, widenEnvelope(m_graph->envelope(index), dx, dy, fraction));
     m_nextStepName.clear();
     return true;
 }
@@ -324,9 +358,10 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     // One capture in memory at a time: each goes into the hull and, as a bounded min/max index,
     // behind the trace, where the captures read as a persistence image.
     SourceHull hull;
+    Backgrounds backgrounds{m_graph->backgroundCaptures(index), {}};
     m_graph->clearBackgroundCaptures(index);
     const auto failAndClear = [&](const QString &reason) {
-        m_graph->clearBackgroundCaptures(index);
+        m_graph->setBackgroundCaptures(index, backgrounds.before);
         return fail(reason);
     };
     for (const QString &path : paths) {
@@ -346,6 +381,8 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     envelope.upper.name = name + QStringLiteral(" [upper]");
     envelope.lower.name = name + QStringLiteral(" [lower]");
     m_nextStepName = tr("Make From %n Capture(s)", nullptr, int(paths.size()));
+    backgrounds.after = m_graph->backgroundCaptures(index);
+    m_nextBackgrounds = std::move(backgrounds);
     m_graph->setEnvelope(index, envelope);
     m_nextStepName.clear();
     return true;
@@ -369,9 +406,11 @@ void EnvelopeTools::onWidenTriggered()
     }
     const QString unit = m_graph->envelope(index).upper.unit;
     const double band = bandOf(m_graph->envelope(index));
-    double dx = 0.0, dy = 0.0;
-    ValuesDialog dialog(tr("Widen Envelope"), {tr("Time (±dx):"), tr("Value (±dy, or % of the band):")},
-                        {ValueFormatter::formatWithUnit(0.0, QStringLiteral("s")), ValueFormatter::formatWithUnit(0.0, unit)},
+    double dx = 0.0, dy = 0.0, fraction = 0.0;
+    ValuesDialog dialog(tr("Widen Envelope"),
+                        {tr("Time (±dx):"), tr("Value (±dy, or % of the band):"), tr("Plus % of the value:")},
+                        {ValueFormatter::formatWithUnit(0.0, QStringLiteral("s")), ValueFormatter::formatWithUnit(0.0, unit),
+                         QStringLiteral("0 %")},
                         [&](const QStringList &texts) {
                             dx = parseScaledValue(texts.value(0), QStringLiteral("s"));
                             QString dyText = texts.value(1).trimmed();
@@ -381,17 +420,23 @@ void EnvelopeTools::onWidenTriggered()
                             } else {
                                 dy = parseScaledValue(dyText, unit);
                             }
+                            QString percentText = texts.value(2).trimmed();
+                            if (percentText.endsWith('%'))
+                                percentText.chop(1);
+                            fraction = parseScaledValue(percentText, QString()) / 100.0;
                             if (!(dx >= 0.0) || !std::isfinite(dx))
                                 return tr("The time must be zero or more, such as 20 us.");
                             if (!(dy >= 0.0) || !std::isfinite(dy))
                                 return tr("The value must be zero or more, such as 50 m%1 or 5 %.").arg(unit);
+                            if (!(fraction >= 0.0) || !std::isfinite(fraction))
+                                return tr("The percentage of the value must be zero or more, such as 5 %.");
                             return QString();
                         },
                         m_dialogParent);
     if (dialog.exec() != QDialog::Accepted)
         return;
     QString error;
-    if (!widen(index, dx, dy, &error))
+    if (!widen(index, dx, dy, fraction, &error))
         QMessageBox::warning(m_dialogParent, tr("Widen Envelope"), error);
 }
 

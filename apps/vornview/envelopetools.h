@@ -6,6 +6,8 @@
 #include <QObject>
 #include <QVector>
 
+#include <optional>
+
 class QAction;
 class QMenu;
 class QUndoGroup;
@@ -36,13 +38,18 @@ public:
 
     // The operations behind the menu entries, without their dialogs. Each is one undo step;
     // false, with the reason, when nothing was changed.
-    bool widen(int index, double dx, double dy, QString *error = nullptr);
+    // fraction widens each limit further by that part of its own value (0.05 for 5 %).
+    bool widen(int index, double dx, double dy, double fraction = 0.0, QString *error = nullptr);
     bool makeFromCaptures(int index, const QStringList &paths, QString *error = nullptr);
     // The envelope the knot construction makes from index's own samples: tight where the trace
     // bends, past what the editor's point count can hold.
     bool fitToWaveform(int index, QString *error = nullptr);
     // The envelopes as they are now are the saved ones.
     void markSaved();
+    // Takes back the step that just changed index's envelope (an Apply the viewer refuses): the
+    // envelope before it returns and the step is gone from undo and redo. False when that change
+    // made no step, or other steps came after it.
+    bool withdrawLastStep(int index);
     // Starts selecting a second region of index's envelope; Apply adds it, gaps stay gaps.
     void addRegion(int index);
 
@@ -83,7 +90,14 @@ private:
     EnvelopeData m_regionBase;
     QVector<EnvelopeData> m_shown; // what the graph held after the last recorded step
     QVector<EnvelopePoint> m_knots; // the knots after the last recorded step of the running edit
+    EnvelopeCommand *m_lastStep = nullptr; // pushed by the latest envelope change, if any
     QString m_nextStepName;
+    // Captures drawn behind the waveform before and after the next step, when it changes them.
+    struct Backgrounds
+    {
+        QList<QVector<QPointF>> before, after;
+    };
+    std::optional<Backgrounds> m_nextBackgrounds;
     bool m_replaying = false;
     bool m_modified = false;
 };

@@ -207,7 +207,8 @@ void ViewerWindow::closeDocument()
 
 void ViewerWindow::updateTitle()
 {
-    setWindowModified(m_document && m_document->hasUnsavedChanges());
+    // The mark follows the history, as the tools' own signal does.
+    setWindowModified(m_envelopeTools && m_envelopeTools->isModified());
     setWindowTitle(m_filePath.isEmpty() ? tr("VornView")
                                         : tr("%1[*] - VornView").arg(QFileInfo(m_filePath).fileName()));
 }
@@ -451,11 +452,14 @@ void ViewerWindow::onEnvelopeApplied(int waveformIndex, const EnvelopeData &enve
         return;
     // The editor has ended its edit before it hands the envelope over: the previous one can be
     // put back at once; the message waits until the graph has finished applying.
+    // The refused envelope leaves no step behind that undo or redo could bring back.
     VornGraph *graph = m_document->graph();
-    if (m_envelopeBeforeEdit.isEmpty())
-        graph->clearEnvelope(waveformIndex);
-    else
-        graph->setEnvelope(waveformIndex, m_envelopeBeforeEdit);
+    if (!m_envelopeTools->withdrawLastStep(waveformIndex)) {
+        if (m_envelopeBeforeEdit.isEmpty())
+            graph->clearEnvelope(waveformIndex);
+        else
+            graph->setEnvelope(waveformIndex, m_envelopeBeforeEdit);
+    }
     updateTitle();
     QTimer::singleShot(0, this, [this, reason] { QMessageBox::warning(this, tr("Envelope Not Applied"), reason); });
 }

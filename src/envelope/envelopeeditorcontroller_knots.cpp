@@ -187,30 +187,12 @@ EnvelopeData EnvelopeEditorController::createKnotEnvelopeData() const
 
 void EnvelopeEditorController::clipToPlot(QGraphicsLineItem *line) const
 {
-    // Liang-Barsky against the plot rectangle; a line wholly outside is hidden.
-    const QRectF plot = chart()->plotArea();
-    const QLineF l = line->line();
-    double t0 = 0.0, t1 = 1.0;
-    const double dx = l.dx(), dy = l.dy();
-    const double p[4] = {-dx, dx, -dy, dy};
-    const double q[4] = {l.x1() - plot.left(), plot.right() - l.x1(), l.y1() - plot.top(), plot.bottom() - l.y1()};
-    for (int k = 0; k < 4; ++k) {
-        if (p[k] == 0.0) {
-            if (q[k] < 0.0)
-                t1 = -1.0;
-            continue;
-        }
-        const double r = q[k] / p[k];
-        if (p[k] < 0.0)
-            t0 = std::max(t0, r);
-        else
-            t1 = std::min(t1, r);
-    }
-    if (t0 > t1) {
+    QLineF l = line->line();
+    if (!DraggablePointMarker::clipLine(l, chart()->plotArea())) {
         line->setVisible(false);
         return;
     }
-    line->setLine(QLineF(l.pointAt(t0), l.pointAt(t1)));
+    line->setLine(l);
 }
 
 void EnvelopeEditorController::hideMarkersOutsidePlot()
@@ -218,13 +200,8 @@ void EnvelopeEditorController::hideMarkersOutsidePlot()
     QChart *c = chart();
     if (!m_knotEditing || !c)
         return;
+    // Each handle on its own: a knot with one limit beyond the plot keeps the other in view.
     const QRectF plot = c->plotArea().adjusted(-0.5, -0.5, 0.5, 0.5);
-    for (DraggablePointMarker *marker : qAsConst(m_markers)) {
-        // Out of the time range, or with both handles beyond the same edge.
-        const QPointF upper = c->mapToPosition(QPointF(marker->time(), marker->upperValue()), m_series);
-        const QPointF lower = c->mapToPosition(QPointF(marker->time(), marker->lowerValue()), m_series);
-        marker->setOutsidePlot(upper.x() < plot.left() || upper.x() > plot.right()
-                               || (upper.y() < plot.top() && lower.y() < plot.top())
-                               || (upper.y() > plot.bottom() && lower.y() > plot.bottom()));
-    }
+    for (DraggablePointMarker *marker : qAsConst(m_markers))
+        marker->setPlotClip(plot);
 }

@@ -118,6 +118,10 @@ public:
     void addBackgroundCapture(int index, const WaveformData &capture);
     void clearBackgroundCaptures(int index);
     int backgroundCaptureCount(int index) const;
+    // The captures behind index as kept (each its min/max points in time and value), to be put
+    // back later by setBackgroundCaptures, which replaces whatever is behind index then.
+    QList<QVector<QPointF>> backgroundCaptures(int index) const;
+    void setBackgroundCaptures(int index, const QList<QVector<QPointF>> &captures);
 
     // How waveform index fares against its envelope; checked whenever the envelope is set or
     // cleared. Empty (nothing checked) without an envelope.
@@ -300,6 +304,7 @@ private:
     void updateEnvelopeSeriesForViewport();
     void redrawEnvelopes();
     void updateBackgroundForViewport(); // vorngraph_background.cpp
+    void addBackgroundPoints(int index, const QVector<QPointF> &points);
     // Markers live in scene coordinates: every change of the plot area or of an axis moves them.
     void followPlotChanges();
 

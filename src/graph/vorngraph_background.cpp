@@ -63,15 +63,35 @@ void VornGraph::clearBackgroundCaptures(int index)
 
 void VornGraph::addBackgroundCapture(int index, const WaveformData &capture)
 {
-    if (index < 0 || index >= m_waveforms.size() || index >= m_yAxes.size() || !m_axisX || capture.samples->empty())
+    if (capture.samples->empty())
+        return;
+    const SampleTimeBase time{capture.sampleInterval, capture.startTime};
+    addBackgroundPoints(index, ::downsampleVisibleRange(*capture.samples, time, 0, capture.samples->size() - 1, KEPT_POINTS));
+    updateBackgroundForViewport();
+}
+
+QList<QVector<QPointF>> VornGraph::backgroundCaptures(int index) const
+{
+    return index >= 0 && index < m_backgroundPoints.size() ? m_backgroundPoints.at(index) : QList<QVector<QPointF>>();
+}
+
+void VornGraph::setBackgroundCaptures(int index, const QList<QVector<QPointF>> &captures)
+{
+    clearBackgroundCaptures(index);
+    for (const QVector<QPointF> &points : captures)
+        addBackgroundPoints(index, points);
+    updateBackgroundForViewport();
+}
+
+void VornGraph::addBackgroundPoints(int index, const QVector<QPointF> &points)
+{
+    if (index < 0 || index >= m_waveforms.size() || index >= m_yAxes.size() || !m_axisX || points.isEmpty())
         return;
     if (m_backgroundSeries.size() <= index) {
         m_backgroundSeries.resize(index + 1);
         m_backgroundPoints.resize(index + 1);
     }
-    const SampleTimeBase time{capture.sampleInterval, capture.startTime};
-    m_backgroundPoints[index].append(
-        ::downsampleVisibleRange(*capture.samples, time, 0, capture.samples->size() - 1, KEPT_POINTS));
+    m_backgroundPoints[index].append(points);
     auto *series = new QLineSeries;
     QColor colour = m_series.at(index)->color();
     colour.setAlpha(BACKGROUND_ALPHA);
@@ -88,7 +108,6 @@ void VornGraph::addBackgroundCapture(int index, const WaveformData &capture)
         if (editing)
             setEnvelopeVisible(index, false);
     }
-    updateBackgroundForViewport();
 }
 
 int VornGraph::backgroundCaptureCount(int index) const

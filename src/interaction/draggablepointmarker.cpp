@@ -9,6 +9,8 @@
 #include <QGraphicsScene>
 #include <QPen>
 
+#include <algorithm>
+
 namespace {
 
 constexpr double SIGN_HALF_LENGTH = 4.0;
@@ -114,26 +116,24 @@ void DraggablePointMarker::updateScenePosition(QChart *chart)
         m_upperHandle->setPos(upper);
     if (m_lowerHandle)
         m_lowerHandle->setPos(lower);
-    if (m_linkLine)
-        m_linkLine->setLine(QLineF(upper, lower));
     if (m_toggle)
         m_toggle->setPos((upper + lower) / 2);
-    updateToggleVisuals();
+    updateToggleVisuals(); // places the link too
 }
 
 bool DraggablePointMarker::hitTestUpper(const QPointF &scenePos, double tolerance) const
 {
-    return near(m_upperHandle, scenePos, tolerance);
+    return near(m_upperHandle, scenePos, tolerance) && insideClip(m_upperHandle);
 }
 
 bool DraggablePointMarker::hitTestLower(const QPointF &scenePos, double tolerance) const
 {
-    return near(m_lowerHandle, scenePos, tolerance);
+    return near(m_lowerHandle, scenePos, tolerance) && insideClip(m_lowerHandle);
 }
 
 bool DraggablePointMarker::hitTestToggle(const QPointF &scenePos, double tolerance) const
 {
-    return near(m_toggle, scenePos, tolerance);
+    return near(m_toggle, scenePos, tolerance) && insideClip(m_toggle);
 }
 
 void DraggablePointMarker::updateMarkerColors()
@@ -149,15 +149,12 @@ void DraggablePointMarker::updateMarkerColors()
     if (m_upperHandle) {
         m_upperHandle->setBrush(QBrush(upper, Qt::SolidPattern));
         m_upperHandle->setPen(pen);
-        m_upperHandle->setVisible(m_pointEnabled && !m_outsidePlot);
     }
     if (m_lowerHandle) {
         m_lowerHandle->setBrush(QBrush(lower, Qt::SolidPattern));
         m_lowerHandle->setPen(pen);
-        m_lowerHandle->setVisible(m_pointEnabled && !m_outsidePlot);
     }
-    if (m_linkLine)
-        m_linkLine->setVisible(m_pointEnabled && !m_outsidePlot);
+    applyVisibility();
 }
 
 void DraggablePointMarker::updateToggleVisuals()
@@ -173,19 +170,59 @@ void DraggablePointMarker::updateToggleVisuals()
     m_toggle->setPen(QPen(QBrush(signColor, Qt::SolidPattern), 1.0, Qt::SolidLine));
     m_toggleBar->setLine(x - SIGN_HALF_LENGTH, y, x + SIGN_HALF_LENGTH, y);
     m_toggleBar->setPen(outlinePen(signColor, 2.0));
-    m_toggleBar->setVisible(!m_outsidePlot);
     m_toggleCrossBar->setLine(x, y - SIGN_HALF_LENGTH, x, y + SIGN_HALF_LENGTH);
     m_toggleCrossBar->setPen(outlinePen(signColor, 2.0));
-    m_toggleCrossBar->setVisible(!m_pointEnabled && !m_outsidePlot);
+    applyVisibility();
 }
 
-void DraggablePointMarker::setOutsidePlot(bool outside)
+bool DraggablePointMarker::insideClip(const QGraphicsItem *item) const
 {
-    if (outside == m_outsidePlot)
+    return m_plotClip.isNull() || (item && m_plotClip.contains(item->pos()));
+}
+
+void DraggablePointMarker::applyVisibility()
+{
+    if (!m_upperHandle || !m_lowerHandle || !m_linkLine || !m_toggle || !m_toggleBar || !m_toggleCrossBar)
         return;
-    m_outsidePlot = outside;
-    if (m_toggle)
-        m_toggle->setVisible(!outside);
-    updateMarkerColors();
-    updateToggleVisuals();
+    m_upperHandle->setVisible(m_pointEnabled && insideClip(m_upperHandle));
+    m_lowerHandle->setVisible(m_pointEnabled && insideClip(m_lowerHandle));
+    QLineF link(m_upperHandle->pos(), m_lowerHandle->pos());
+    const bool linkShown = m_plotClip.isNull() || clipLine(link, m_plotClip);
+    m_linkLine->setLine(link);
+    m_linkLine->setVisible(m_pointEnabled && linkShown);
+    const bool toggleShown = insideClip(m_toggle);
+    m_toggle->setVisible(toggleShown);
+    m_toggleBar->setVisible(toggleShown);
+    m_toggleCrossBar->setVisible(!m_pointEnabled && toggleShown);
+}
+
+void DraggablePointMarker::setPlotClip(const QRectF &plot)
+{
+    m_plotClip = plot;
+    applyVisibility();
+}
+
+bool DraggablePointMarker::clipLine(QLineF &line, const QRectF &rect)
+{
+    // Liang-Barsky.
+    double t0 = 0.0, t1 = 1.0;
+    const double dx = line.dx(), dy = line.dy();
+    const double p[4] = {-dx, dx, -dy, dy};
+    const double q[4] = {line.x1() - rect.left(), rect.right() - line.x1(), line.y1() - rect.top(), rect.bottom() - line.y1()};
+    for (int k = 0; k < 4; ++k) {
+        if (p[k] == 0.0) {
+            if (q[k] < 0.0)
+                return false;
+            continue;
+        }
+        const double r = q[k] / p[k];
+        if (p[k] < 0.0)
+            t0 = std::max(t0, r);
+        else
+            t1 = std::min(t1, r);
+    }
+    if (t0 > t1)
+        return false;
+    line = QLineF(line.pointAt(t0), line.pointAt(t1));
+    return true;
 }

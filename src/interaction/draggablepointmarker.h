@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QPointF>
+#include <QRectF>
 
 class QAbstractSeries;
 class QChart;
@@ -12,6 +13,7 @@ class QGraphicsEllipseItem;
 class QGraphicsItem;
 class QGraphicsLineItem;
 class QGraphicsScene;
+class QLineF;
 
 // One envelope point in the chart's scene: an upper and a lower handle joined by a dashed link,
 // and a toggle half-way between them showing minus (enabled) or plus (disabled).
@@ -37,10 +39,12 @@ public:
     void setSelected(bool selected);
     void setPointEnabled(bool enabled);
     void updateScenePosition(QChart *chart);
-    // Hides every item of a marker that lies outside the plot, and shows it again; positions,
-    // values and the enabled state stay as they are.
-    void setOutsidePlot(bool outside);
-    bool isOutsidePlot() const { return m_outsidePlot; }
+    // Keeps the marker's items inside plot (scene coordinates): a handle or the toggle whose centre
+    // lies beyond it is hidden and takes no clicks, the link is cut at its border. Positions,
+    // values and the enabled state stay as they are. A null rectangle shows everything.
+    void setPlotClip(const QRectF &plot);
+    // The part of line inside rect; false, line untouched, when none of it is.
+    static bool clipLine(QLineF &line, const QRectF &rect);
 
     bool hitTestUpper(const QPointF &scenePos, double tolerance) const;
     bool hitTestLower(const QPointF &scenePos, double tolerance) const;
@@ -52,6 +56,8 @@ private:
 
     void updateMarkerColors();
     void updateToggleVisuals();
+    bool insideClip(const QGraphicsItem *item) const;
+    void applyVisibility();
 
     QGraphicsEllipseItem *m_upperHandle = nullptr;
     QGraphicsEllipseItem *m_lowerHandle = nullptr;
@@ -66,7 +72,7 @@ private:
     double m_lowerValue = 0.0;
     bool m_selected = false;
     bool m_pointEnabled = true;
-    bool m_outsidePlot = false;
+    QRectF m_plotClip;
 };
 
 #endif

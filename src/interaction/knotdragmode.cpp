@@ -62,8 +62,8 @@ int KnotDragMode::handleAt(const QPointF &scenePos, bool *upper) const
 {
     for (int i = 0; i < m_markers->size(); ++i) {
         const DraggablePointMarker *marker = m_markers->at(i);
-        // Hidden beyond the plot, a marker takes no clicks meant for the axes.
-        if (!marker->isPointEnabled() || marker->isOutsidePlot())
+        // A handle hidden beyond the plot takes no clicks meant for the axes (see its hit tests).
+        if (!marker->isPointEnabled())
             continue;
         *upper = marker->hitTestUpper(scenePos, HIT_TOLERANCE);
         if (*upper || marker->hitTestLower(scenePos, HIT_TOLERANCE))
@@ -78,7 +78,7 @@ void KnotDragMode::handleMousePress(InteractiveChartView *view, QMouseEvent *eve
         return;
     const QPointF scenePos = view->mapToScene(event->pos());
     for (int i = 0; i < m_markers->size(); ++i) {
-        if (!m_markers->at(i)->isOutsidePlot() && m_markers->at(i)->hitTestToggle(scenePos, HIT_TOLERANCE)) {
+        if (m_markers->at(i)->hitTestToggle(scenePos, HIT_TOLERANCE)) {
             emit knotToggled(i);
             return;
         }

@@ -28,8 +28,9 @@ double valueAt(const WaveformData &curve, double t)
     return f > 0.0 ? y[k] + f * (y[k + 1] - y[k]) : y[k];
 }
 
-// The largest (sign 1) or smallest (sign -1) value of the curve over [t - dx, t + dx], moved out by dy.
-double widened(const WaveformData &curve, size_t k, double dx, double dy, double sign)
+// The largest (sign 1) or smallest (sign -1) value of the curve over [t - dx, t + dx], moved out by
+// dy and by fraction of its own size.
+double widened(const WaveformData &curve, size_t k, double dx, double dy, double fraction, double sign)
 {
     const std::vector<double> &y = *curve.samples;
     if (std::isnan(y[k]))
@@ -47,7 +48,7 @@ double widened(const WaveformData &curve, size_t k, double dx, double dy, double
         if (!std::isnan(y[j]))
             best = std::max(best, sign * y[j]);
     }
-    return sign * best + sign * dy;
+    return sign * best + sign * (dy + fraction * std::abs(best));
 }
 
 int enabledCount(const QVector<EnvelopePoint> &knots)
@@ -238,12 +239,17 @@ EnvelopeData SourceHull::build(const EnvelopeBuildOptions &options, EnvelopeBuil
 
 EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy)
 {
+    return widenEnvelope(envelope, dx, dy, 0.0);
+}
+
+EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy, double fraction)
+{
     EnvelopeData wide = envelope;
     for (auto [curve, sign] : {std::make_pair(&wide.upper, 1.0), std::make_pair(&wide.lower, -1.0)}) {
         const WaveformData &from = sign > 0 ? envelope.upper : envelope.lower;
         std::vector<double> &y = curve->samples.writable();
         for (size_t k = 0; k < y.size(); ++k)
-            y[k] = widened(from, k, std::max(dx, 0.0), dy, sign);
+            y[k] = widened(from, k, std::max(dx, 0.0), dy, fraction, sign);
     }
     return wide;
 }

@@ -233,5 +233,7 @@ EnvelopeData addEnvelopeRegion(const EnvelopeData &envelope, const EnvelopeData 
 
 // Widens both limits: the limit at t covers t - dx ... t + dx, then moves out by dy.
 EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy);
+// The same, each limit then moved out further by fraction of its own size (0.05: 5 % of the value).
+EnvelopeData widenEnvelope(const EnvelopeData &envelope, double dx, double dy, double fraction);
 
 #endif

@@ -229,6 +229,10 @@ private slots:
         const EnvelopeData e = widenEnvelope({curve({1, 5, 2}), curve({0, -3, 1})}, 1.0, 0.5);
         QCOMPARE(*e.upper.samples, (std::vector<double>{5.5, 5.5, 5.5}));
         QCOMPARE(*e.lower.samples, (std::vector<double>{-3.5, -3.5, -3.5}));
+        // By half of each limit's own value: a limit at zero stays.
+        const EnvelopeData half = widenEnvelope({curve({1, 5, 2}), curve({0, -3, 1})}, 0.0, 0.0, 0.5);
+        QCOMPARE(*half.upper.samples, (std::vector<double>{1.5, 7.5, 3.0}));
+        QCOMPARE(*half.lower.samples, (std::vector<double>{0.0, -4.5, 0.5}));
     }
 
     // Widened by dx, the envelope of the sources holds a source moved by up to dx either way, and

@@ -25,7 +25,8 @@ private slots:
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_dir.path());
     }
 
-    // New, applied, widened, deleted: undone one by one back to the opened capture, then redone.
+    // New, applied, widened, made from captures, deleted: undone one by one back to the opened
+    // capture, then redone.
     void undoRestoresTheExactCurvesAndTheMarkFollows()
     {
         const QString path = m_dir.filePath("history.sr");
@@ -35,16 +36,22 @@ private slots:
         VornGraph *graph = viewer.document()->graph();
         auto *tools = viewer.document()->findChild<EnvelopeTools *>();
         QVERIFY(tools);
-        const auto shown = [graph] { return graph->hasEnvelope(0) ? described(graph->envelope(0)) : QByteArray(); };
+        // With the number of captures drawn behind the trace, which Make From's step holds too.
+        const auto shown = [graph] {
+            return (graph->hasEnvelope(0) ? described(graph->envelope(0)) : QByteArray()) + '+'
+                + QByteArray::number(graph->backgroundCaptureCount(0));
+        };
 
         QByteArrayList states{shown()};
         graph->setEnvelope(0, envelopeOf(1));
         states << shown();
         graph->setEnvelope(0, envelopeOf(2));
         states << shown();
-        QVERIFY(tools->widen(0, 1e-7, 0.25));
+        QVERIFY(tools->widen(0, 1e-7, 0.25, 0.05));
         states << shown();
         QVERIFY(states.last() != states.at(2));
+        QVERIFY(tools->makeFromCaptures(0, {path, path}));
+        states << shown();
         graph->clearEnvelope(0);
         states << shown();
         QCOMPARE(tools->undoAction()->text(), "Undo Delete Envelope");

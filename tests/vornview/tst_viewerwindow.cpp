@@ -1,4 +1,5 @@
 #include "../window/messageboxanswerer.h"
+#include "envelopetools.h"
 #include "translators.h"
 #include "viewerwindow.h"
 #include "vorngraph.h"
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 
+#include <QAction>
 #include <QDropEvent>
 #include <QMenuBar>
 #include <QMimeData>
@@ -82,10 +84,19 @@ private slots:
             viewer.document()->fileMenu()->actions().value(5)->trigger(); // File ▸ Reload
         else
             QVERIFY(viewer.saveAs(m_dir.filePath("copy.sr")));
-        const VornGraph *graph = viewer.document()->graph();
-        QCOMPARE(QList<bool>({graph->hasEnvelope(0), graph->hasEnvelope(1), viewer.isWindowModified(), readFile(path) == theirs}),
-                 QList<bool>({!reload, true, false, true}));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the capture left behind goes
+        VornGraph *graph = viewer.document()->graph();
+        QAction *undo = viewer.document()->findChild<EnvelopeTools *>()->undoAction();
+        QCOMPARE(QList<bool>({graph->hasEnvelope(0), graph->hasEnvelope(1), viewer.isWindowModified(), readFile(path) == theirs,
+                              undo->isEnabled()}),
+                 QList<bool>({!reload, true, false, true, false}));
         QCOMPARE(answerer.asked, int(reload));
+        // The history is the new capture's own: its first step marks the title, undone it clears it.
+        graph->setEnvelope(1, envelopeOf(1));
+        QVERIFY(viewer.isWindowModified());
+        undo->trigger();
+        QCOMPARE(described(graph->envelope(1)), described(envelopeOf(3)));
+        QVERIFY(!viewer.isWindowModified());
     }
 
     // Apply of a region that holds no sample, or of a click without a drag, keeps what was there.
@@ -115,7 +126,11 @@ private slots:
         graph->setEnvelope(0, applied);
         emit graph->envelopeEditingFinished(0, applied);
         QTRY_COMPARE(answerer.title, kept ? "" : "Envelope Not Applied");
-        QCOMPARE(QList<bool>({graph->hasEnvelope(0), viewer.isWindowModified()}), QList<bool>(2, kept));
+        // Refused, it leaves no step that undo or redo would bring back.
+        const EnvelopeTools *tools = viewer.document()->findChild<EnvelopeTools *>();
+        QCOMPARE(QList<bool>({graph->hasEnvelope(0), viewer.isWindowModified(), tools->undoAction()->isEnabled()}),
+                 QList<bool>(3, kept));
+        QVERIFY(!tools->redoAction()->isEnabled());
     }
 
     void unreadableFileKeepsTheOpenCapture()
