@@ -134,13 +134,6 @@
         <source>Choose at least one capture.</source>
         <translation>Wählen Sie mindestens eine Aufnahme.</translation>
     </message>
-    <message numerus="yes">
-        <source>Make From %n Capture(s)</source>
-        <translation>
-            <numerusform>Aus %n Aufnahme erstellen</numerusform>
-            <numerusform>Aus %n Aufnahmen erstellen</numerusform>
-        </translation>
-    </message>
     <message>
         <source>Select a waveform with an envelope first.</source>
         <translation>Wählen Sie zuerst eine Kurve mit Hüllkurve.</translation>
@@ -220,6 +213,14 @@
     <message>
         <source>Fit to Waveform</source>
         <translation>An Kurve anpassen</translation>
+    </message>
+    <message>
+        <source>Make From One Capture</source>
+        <translation>Aus einer Aufnahme erstellen</translation>
+    </message>
+    <message>
+        <source>Make From %1 Captures</source>
+        <translation>Aus %1 Aufnahmen erstellen</translation>
     </message>
 </context>
 <context>

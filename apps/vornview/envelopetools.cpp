@@ -380,7 +380,8 @@ bool EnvelopeTools::makeFromCaptures(int index, const QStringList &paths, QStrin
     const QString name = m_graph->waveformName(index);
     envelope.upper.name = name + QStringLiteral(" [upper]");
     envelope.lower.name = name + QStringLiteral(" [lower]");
-    m_nextStepName = tr("Make From %n Capture(s)", nullptr, int(paths.size()));
+    // The undo menu reads in English without a plural catalogue.
+    m_nextStepName = paths.size() == 1 ? tr("Make From One Capture") : tr("Make From %1 Captures").arg(paths.size());
     backgrounds.after = m_graph->backgroundCaptures(index);
     m_nextBackgrounds = std::move(backgrounds);
     m_graph->setEnvelope(index, envelope);
