@@ -11,7 +11,7 @@
 namespace {
 
 constexpr double INF = std::numeric_limits<double>::infinity();
-constexpr size_t PREFETCH_AHEAD = 4;               // ranges
+constexpr size_t PREFETCH_AHEAD = 4;               // ranges, for the samples; twice that for the index
 constexpr uint64_t THREADED_SAMPLES = 4'000'000;   // below this a second thread costs more than it saves
 constexpr size_t PREFETCHED_LEVELS = 3;            // the levels too large to stay in cache
 
@@ -28,6 +28,33 @@ void scanInto(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::
             e.maxIndex = i;
         }
     }
+}
+
+void lowestInto(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::Extremes &e)
+{
+    for (uint64_t i = from; i < to; ++i) {
+        if (samples[i] < e.min) {
+            e.min = samples[i];
+            e.minIndex = i;
+        }
+    }
+}
+
+void highestInto(const double *samples, uint64_t from, uint64_t to, MinMaxPyramid::Extremes &e)
+{
+    for (uint64_t i = from; i < to; ++i) {
+        if (samples[i] > e.max) {
+            e.max = samples[i];
+            e.maxIndex = i;
+        }
+    }
+}
+
+void prefetchLines(const double *from, const double *to)
+{
+    for (const char *line = reinterpret_cast<const char *>(uintptr_t(from) & ~uintptr_t(63));
+         line < reinterpret_cast<const char *>(to); line += 64)
+        __builtin_prefetch(line);
 }
 
 // Extremes, sum and count of one base block, NaN left out, in independent lanes that the
@@ -279,7 +306,8 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
         scanInto(samples, p, last, e);
         return e;
     }
-    scanInto(samples, p, alignedStart, e);
+    if (p < alignedStart)
+        mergeHead(e, samples, first, alignedStart);
     p = alignedStart;
     // Left to right, each step the largest block that starts at p and ends by alignedEnd, so
     // ties keep the earliest index.
@@ -297,18 +325,100 @@ MinMaxPyramid::Extremes MinMaxPyramid::extremes(const double *samples, uint64_t 
             merge(e, m_levels[level - 1][p / size], p);
         p += size;
     }
-    scanInto(samples, alignedEnd, last, e);
+    if (alignedEnd < last)
+        mergeTail(e, samples, alignedEnd, last);
     return e;
 }
 
-void MinMaxPyramid::prefetch(const double *samples, uint64_t first, uint64_t last) const
+// The ragged ends lie in one base block each. Where the block's first extreme lies inside the
+// end, it is also the end's first extreme; only otherwise are the end's samples compared.
+void MinMaxPyramid::mergeHead(Extremes &into, const double *samples, uint64_t first, uint64_t blockEnd) const
 {
-    // The ragged ends are the cache lines around the two edges of the range; the blocks are
-    // those next to the edges in the lowest levels.
+    const uint64_t blockStart = blockEnd - BASE_BLOCK;
+    const BaseBlock block = m_base[blockStart / BASE_BLOCK];
+    // The block's extreme at first is already in: the scan starts there.
+    if (block.minOffset == NO_VALUE || blockStart + block.minOffset >= first)
+        mergeBase(into, BaseBlock{block.minOffset, NO_VALUE}, samples, blockStart);
+    else
+        lowestInto(samples, first + 1, blockEnd, into);
+    if (block.maxOffset == NO_VALUE || blockStart + block.maxOffset >= first)
+        mergeBase(into, BaseBlock{NO_VALUE, block.maxOffset}, samples, blockStart);
+    else
+        highestInto(samples, first + 1, blockEnd, into);
+}
+
+void MinMaxPyramid::mergeTail(Extremes &into, const double *samples, uint64_t blockStart, uint64_t last) const
+{
+    const size_t index = blockStart / BASE_BLOCK;
+    const bool indexed = index < m_base.size();
+    const BaseBlock block = indexed ? m_base[index] : BaseBlock{0, 0};
+    if (indexed && (block.minOffset == NO_VALUE || blockStart + block.minOffset < last))
+        mergeBase(into, BaseBlock{block.minOffset, NO_VALUE}, samples, blockStart);
+    else
+        lowestInto(samples, blockStart, last, into);
+    if (indexed && (block.maxOffset == NO_VALUE || blockStart + block.maxOffset < last))
+        mergeBase(into, BaseBlock{NO_VALUE, block.maxOffset}, samples, blockStart);
+    else
+        highestInto(samples, blockStart, last, into);
+}
+
+// Once the index lines are in: the cache lines of the edges' blocks that mergeHead() and
+// mergeTail() will read, the extreme where the block answers, the scanned part where not.
+void MinMaxPyramid::prefetchEdges(const double *samples, uint64_t first, uint64_t last) const
+{
+    const uint64_t alignedStart = (first / BASE_BLOCK + 1) * BASE_BLOCK;
+    const uint64_t alignedEnd = last / BASE_BLOCK * BASE_BLOCK;
+    if (last > m_sampleCount)
+        return;
+    if (alignedStart >= alignedEnd) { // scanned whole, fewer than two blocks
+        prefetchLines(samples + first, samples + last);
+        return;
+    }
+    __builtin_prefetch(samples + first);
+    const uint64_t headStart = alignedStart - BASE_BLOCK;
+    const BaseBlock head = m_base[headStart / BASE_BLOCK];
+    for (uint8_t offset : {head.minOffset, head.maxOffset}) {
+        if (offset == NO_VALUE)
+            continue;
+        if (headStart + offset >= first)
+            __builtin_prefetch(samples + headStart + offset);
+        else
+            prefetchLines(samples + first + 1, samples + alignedStart);
+    }
+    // The whole base blocks next to the edges keep no values of their own.
+    const uint64_t parent = BASE_BLOCK * FAN_OUT;
+    const uint64_t headEnd = std::min((alignedStart + parent - 1) / parent * parent, alignedEnd);
+    const uint64_t tailStart = std::max(alignedEnd / parent * parent, headEnd);
+    for (uint64_t p : {alignedStart, tailStart}) {
+        for (const uint64_t end = p == alignedStart ? headEnd : alignedEnd; p < end; p += BASE_BLOCK) {
+            const BaseBlock b = m_base[p / BASE_BLOCK];
+            for (uint8_t offset : {b.minOffset, b.maxOffset})
+                if (offset != NO_VALUE)
+                    __builtin_prefetch(samples + p + offset);
+        }
+    }
+    if (alignedEnd == last)
+        return;
+    if (alignedEnd / BASE_BLOCK >= m_base.size()) { // the array's last, partial block
+        prefetchLines(samples + alignedEnd, samples + last);
+        return;
+    }
+    const BaseBlock tail = m_base[alignedEnd / BASE_BLOCK];
+    for (uint8_t offset : {tail.minOffset, tail.maxOffset}) {
+        if (offset == NO_VALUE)
+            continue;
+        if (alignedEnd + offset < last)
+            __builtin_prefetch(samples + alignedEnd + offset);
+        else
+            prefetchLines(samples + alignedEnd, samples + last);
+    }
+}
+
+void MinMaxPyramid::prefetchIndex(uint64_t first, uint64_t last) const
+{
+    // The blocks next to the two edges of the range in the lowest levels, which prefetchEdges()
+    // reads a few ranges later.
     for (uint64_t edge : {first, last - 1}) {
-        const double *line = samples + (edge & ~(BASE_BLOCK - 1));
-        for (uint64_t i = 0; i < BASE_BLOCK; i += 8)
-            __builtin_prefetch(line + i);
         uint64_t block = edge / BASE_BLOCK;
         if (block < m_base.size())
             __builtin_prefetch(&m_base[block]);
@@ -324,8 +434,10 @@ void MinMaxPyramid::extremesInOrder(const double *samples, const uint64_t *first
                                     size_t count, Extremes *out) const
 {
     for (size_t i = 0; i < count; ++i) {
-        if (i + PREFETCH_AHEAD < count)
-            prefetch(samples, first[i + PREFETCH_AHEAD], last[i + PREFETCH_AHEAD]);
+        if (i + 2 * PREFETCH_AHEAD < count)
+            prefetchIndex(first[i + 2 * PREFETCH_AHEAD], last[i + 2 * PREFETCH_AHEAD]);
+        if (!m_base.empty() && i + PREFETCH_AHEAD < count)
+            prefetchEdges(samples, first[i + PREFETCH_AHEAD], last[i + PREFETCH_AHEAD]);
         out[i] = extremes(samples, first[i], last[i]);
     }
 }

@@ -95,7 +95,10 @@ private:
     static void merge(Extremes &into, const Block &block, uint64_t blockStart);
     static void mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart);
     Block baseBlockAt(const double *samples, size_t index) const;
-    void prefetch(const double *samples, uint64_t first, uint64_t last) const;
+    void prefetchIndex(uint64_t first, uint64_t last) const;
+    void prefetchEdges(const double *samples, uint64_t first, uint64_t last) const;
+    void mergeHead(Extremes &into, const double *samples, uint64_t first, uint64_t blockEnd) const;
+    void mergeTail(Extremes &into, const double *samples, uint64_t blockStart, uint64_t last) const;
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
 
