@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <deque>
 #include <limits>
 
 namespace {
@@ -56,45 +55,31 @@ int enabledCount(const QVector<EnvelopePoint> &knots)
     return static_cast<int>(std::count_if(knots.begin(), knots.end(), [](const EnvelopePoint &p) { return p.enabled; }));
 }
 
-// The largest (sign 1) or smallest (sign -1) of x over [i - reach, i + reach], for i rising, with
-// a step back by one allowed: a window extreme kept by a queue of candidates, each value
-// pushed and dropped once. Infinities of the wrong sign stand for samples no capture had.
-class WindowExtreme
+constexpr uint64_t BLOCK = 64; // samples per precomputed extreme for long widenings
+
+// The largest of sign * x over samples [from, to). NaN compares false, so it never wins;
+// -infinity when every sample is NaN.
+double scanExtreme(const double *x, uint64_t from, uint64_t to, double sign)
 {
-public:
-    WindowExtreme(const std::vector<double> &x, uint64_t reach, double sign) : m_x(x), m_reach(reach), m_sign(sign) {}
-
-    double at(uint64_t i)
-    {
-        if (i == m_lastIndex)
-            return m_last;
-        if (i + 1 == m_lastIndex)
-            return m_previous;
-        while (m_next <= std::min<uint64_t>(i + m_reach, m_x.size() - 1)) {
-            const double signed_ = m_sign * m_x[m_next];
-            const double v = std::isnan(signed_) ? -INFINITY : signed_;
-            while (!m_queue.empty() && !(m_queue.back().second > v))
-                m_queue.pop_back();
-            m_queue.emplace_back(m_next++, v);
-        }
-        while (m_queue.front().first + m_reach < i)
-            m_queue.pop_front();
-        m_previous = m_last;
-        m_last = m_sign * m_queue.front().second;
-        m_lastIndex = i;
-        return m_last;
+    double best = -INFINITY;
+    for (uint64_t i = from; i < to; ++i) {
+        const double v = sign * x[i];
+        best = v > best ? v : best;
     }
+    return best;
+}
 
-private:
-    const std::vector<double> &m_x;
-    uint64_t m_reach;
-    double m_sign;
-    uint64_t m_next = 0;
-    std::deque<std::pair<uint64_t, double>> m_queue;
-    uint64_t m_lastIndex = UINT64_MAX;
-    double m_last = 0.0;
-    double m_previous = 0.0;
-};
+// The same over samples [first, last], from the block extremes where whole blocks lie inside.
+double rangeExtreme(const double *x, const std::vector<double> &blocks, uint64_t first, uint64_t last, double sign)
+{
+    const uint64_t firstBlock = (first + BLOCK - 1) / BLOCK, endBlock = (last + 1) / BLOCK;
+    if (firstBlock >= endBlock)
+        return scanExtreme(x, first, last + 1, sign);
+    double best = std::max(scanExtreme(x, first, firstBlock * BLOCK, sign), scanExtreme(x, endBlock * BLOCK, last + 1, sign));
+    for (uint64_t b = firstBlock; b < endBlock; ++b)
+        best = blocks[b] > best ? blocks[b] : best;
+    return best;
+}
 
 // The extreme of x, widened by reach samples, over each of cells cells that split samples
 // i0 ... i0 + q; a cell holds both samples on its borders, so that a sample the checker places
@@ -102,30 +87,15 @@ private:
 std::vector<double> cellExtremes(const std::vector<double> &x, uint64_t reach, uint64_t i0, uint64_t q,
                                  uint64_t cells, double sign)
 {
-    std::vector<double> result(cells);
     const uint64_t n = x.size();
-    // Where the widening is short against a cell, a plain scan of the widened cell is cheaper
-    // than keeping the window's candidates.
-    if (2 * reach <= 8 * (q / cells)) {
-        for (uint64_t j = 0; j < cells; ++j) {
-            const uint64_t a = i0 + j * q / cells, b = i0 + ((j + 1) * q + cells - 1) / cells;
-            const uint64_t from = a > reach ? a - reach : 0, to = std::min(n - 1, b + reach);
-            double best = -INFINITY;
-            for (uint64_t i = from; i <= to; ++i) {
-                const double v = sign * x[i];
-                best = v > best ? v : best;
-            }
-            result[j] = sign * best;
-        }
-        return result;
-    }
-    WindowExtreme window(x, reach, sign);
+    std::vector<double> blocks(n / BLOCK);
+    for (uint64_t b = 0; b < blocks.size(); ++b)
+        blocks[b] = scanExtreme(x.data(), b * BLOCK, b * BLOCK + BLOCK, sign);
+    std::vector<double> result(cells);
     for (uint64_t j = 0; j < cells; ++j) {
         const uint64_t a = i0 + j * q / cells, b = i0 + ((j + 1) * q + cells - 1) / cells;
-        double best = -INFINITY;
-        for (uint64_t i = a; i <= b; ++i)
-            best = std::max(best, sign * window.at(i));
-        result[j] = sign * best;
+        const uint64_t from = a > reach ? a - reach : 0, to = std::min(n - 1, b + reach);
+        result[j] = sign * rangeExtreme(x.data(), blocks, from, to, sign);
     }
     return result;
 }

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace {
 
-constexpr uint64_t NOISE_PROBES = 200000; // samples looked at for a noise estimate
+constexpr uint64_t NOISE_PROBES = 200000;    // samples looked at for a noise estimate
+constexpr uint64_t PARALLEL_ABOVE = 1U << 20; // below this a second thread costs more than it saves
 
 QString tr(const char *text)
 {
@@ -120,25 +122,48 @@ bool SourceHull::add(const WaveformData &capture, QString *error)
                          .arg(m_count).arg(ValueFormatter::formatWithUnit(m_model.sampleInterval, "s"));
         return false;
     }
-    if (m_sigma > 0.0) {
-        for (uint64_t i = 0; i < m_count; ++i) {
-            m_high[i] += x[i];
-            m_low[i] += x[i] * x[i];
-        }
+    // The fold is split in two halves, and each thread also measures: the edges and the noise
+    // only read the capture.
+    double noise = 0.0;
+    std::vector<double> edges;
+    const uint64_t middle = m_count >= PARALLEL_ABOVE ? m_count / 2 : m_count;
+    std::thread worker;
+    if (middle < m_count) {
+        worker = std::thread([&] {
+            fold(x, middle, m_count);
+            noise = noiseOf(x);
+        });
     } else {
-        double *high = m_high.data(), *low = m_low.data();
-        const double *v = x.data();
-        // NaN compares false, so a gap in one capture leaves the others' extremes.
-        for (uint64_t i = 0; i < m_count; ++i) {
-            high[i] = v[i] > high[i] ? v[i] : high[i];
-            low[i] = v[i] < low[i] ? v[i] : low[i];
-        }
+        noise = noiseOf(x);
     }
-    m_noise = std::max(m_noise, noiseOf(x));
+    fold(x, 0, middle);
     if (m_hysteresis > 0.0)
-        m_edges.push_back(edgeTimes(capture, m_level, m_hysteresis));
+        edges = edgeTimes(capture, m_level, m_hysteresis);
+    if (worker.joinable())
+        worker.join();
+    m_noise = std::max(m_noise, noise);
+    if (m_hysteresis > 0.0)
+        m_edges.push_back(std::move(edges));
     ++m_captures;
     return true;
+}
+
+void SourceHull::fold(const std::vector<double> &x, uint64_t first, uint64_t last)
+{
+    double *high = m_high.data(), *low = m_low.data();
+    const double *v = x.data();
+    if (m_sigma > 0.0) {
+        for (uint64_t i = first; i < last; ++i) {
+            high[i] += v[i];
+            low[i] += v[i] * v[i];
+        }
+        return;
+    }
+    // NaN compares false, so a gap in one capture leaves the others' extremes.
+    for (uint64_t i = first; i < last; ++i) {
+        high[i] = v[i] > high[i] ? v[i] : high[i];
+        low[i] = v[i] < low[i] ? v[i] : low[i];
+    }
 }
 
 double SourceHull::defaultDy() const

@@ -197,6 +197,9 @@ public:
     double defaultDx() const;
 
 private:
+    // Folds samples [first, last) of a capture into the hull, or into the sums with sigma.
+    void fold(const std::vector<double> &x, uint64_t first, uint64_t last);
+
     double m_sigma;
     int m_captures = 0;
     WaveformData m_model; // name, unit and time base; no samples
