@@ -1,6 +1,8 @@
 #ifndef BANDLABELITEM_H
 #define BANDLABELITEM_H
 
+#include "vorngraph_export.h"
+
 #include <QColor>
 #include <QFont>
 #include <QGraphicsItem>
@@ -10,7 +12,7 @@
 // The labels of the stacked view: each band carries its waveform's name and units per division
 // at its top left and the values at its top and bottom edges at the right, in the waveform's
 // colour; the selected waveform's band is marked along the plot's left edge.
-class BandLabelItem : public QGraphicsItem
+class VORNGRAPH_EXPORT BandLabelItem : public QGraphicsItem
 {
 public:
     struct Band

@@ -120,11 +120,12 @@ private slots:
         QCOMPARE(editor.knot(knot).time, expected);
         QCOMPARE(steps.size(), 1);
         // The value follows the pointer as well, and Apply keeps the knot where it was left.
-        QVERIFY(std::fabs(editor.knot(knot).upperValue - 1.0) < 0.05);
+        const double moved = editor.knot(knot).upperValue;
+        QVERIFY(std::fabs(moved - 1.0) < 0.05);
         QSignalSpy finished(&editor.controller, &EnvelopeEditorController::editingFinished);
         editor.controller.finishEditing();
         const EnvelopeData result = finished.at(0).at(1).value<EnvelopeData>();
-        QCOMPARE(result.upper.samples->at(size_t(expected / 0.5)), editor.knot(knot).upperValue);
+        QCOMPARE(result.upper.samples->at(size_t(expected / 0.5)), moved);
     }
 
     // Without Shift only the value moves; the time stays to the bit.
