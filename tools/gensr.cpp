@@ -5,7 +5,7 @@
 // good or with a fault: late (rise 40 us late), early (fall 40 us early), glitch (300 mV for
 // 5 us at 10 ms), low (9 % low), short (ends 1 ms early).
 //   vorn_gensr OUT.sr SAMPLES [CHANNELS] [SAMPLERATE_HZ]
-//   vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short]
+//   vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short|delay=US]
 
 #include <zip.h>
 
@@ -60,8 +60,10 @@ std::vector<float> pulseSamples(unsigned seed, const std::string &fault)
     std::mt19937 random(seed);
     std::normal_distribution<double> noise(0.0, 5e-3);
     std::uniform_real_distribution<double> jitter(-3e-6, 3e-6);
-    const double rise = 5e-3 + jitter(random) + (fault == "late" ? 40e-6 : 0.0);
-    const double fall = 15e-3 + jitter(random) - (fault == "early" ? 40e-6 : 0.0);
+    // "delay=N": the good pulse N us later (or earlier), as a scope triggered elsewhere records it.
+    const double delay = fault.rfind("delay=", 0) == 0 ? std::strtod(fault.c_str() + 6, nullptr) * 1e-6 : 0.0;
+    const double rise = 5e-3 + delay + jitter(random) + (fault == "late" ? 40e-6 : 0.0);
+    const double fall = 15e-3 + delay + jitter(random) - (fault == "early" ? 40e-6 : 0.0);
     const double amplitude = fault == "low" ? 3.3 * 0.91 : 3.3;
     std::vector<float> samples(fault == "short" ? 19000 : 20000);
     for (size_t i = 0; i < samples.size(); ++i) {
@@ -79,7 +81,7 @@ int main(int argc, char **argv)
     const bool pulse = argc >= 4 && argc <= 5 && std::string(argv[2]) == "--pulse";
     if (!pulse && (argc < 3 || argc > 5)) {
         std::fprintf(stderr, "usage: vorn_gensr OUT.sr SAMPLES [CHANNELS] [SAMPLERATE_HZ]\n"
-                             "       vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short]\n");
+                             "       vorn_gensr OUT.sr --pulse SEED [late|early|glitch|low|short|delay=US]\n");
         return 1;
     }
     const std::string path = argv[1];

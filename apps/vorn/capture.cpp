@@ -114,6 +114,7 @@ std::vector<EnvelopedWaveform> envelopedWaveforms(const std::string &path, const
         if (upper >= 0 && lower >= 0) {
             w.envelope.upper = loadWaveformAt(path, infos, upper, UINT64_MAX);
             w.envelope.lower = loadWaveformAt(path, infos, lower, UINT64_MAX);
+            loadEnvelopeReference(QString::fromStdString(path), QString::fromStdString(name), w.envelope);
         }
         result.push_back(std::move(w));
     }

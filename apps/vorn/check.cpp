@@ -10,6 +10,7 @@
 #include <QXmlStreamWriter>
 
 #include <algorithm>
+#include <climits>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
@@ -103,7 +104,9 @@ Options parseOptions(const std::vector<std::string> &args)
         else
             o.files.push_back(a);
     }
-    if (o.files.empty() || (o.align.trigger && o.align.maxShift > 0.0))
+    if (o.align.trigger && o.align.maxShift > 0.0)
+        badOption("--align and --trigger exclude each other: align by the best fit or by a trigger, not both");
+    if (o.files.empty())
         throw UsageError{};
     return o;
 }
@@ -138,7 +141,10 @@ QString describe(const Verdict &v)
     if (r.uncovered > 0.0)
         line += QStringLiteral(", %1 of the envelope uncovered").arg(seconds(r.uncovered));
     if (!std::isnan(r.minMargin))
-        line += QStringLiteral(", min margin %1 %").arg(r.minMargin * 100, 0, 'g', 3);
+        line += QStringLiteral(", min margin %1").arg(marginText(r.minMargin));
+    const QString notes = checkNotes(r);
+    if (!notes.isEmpty())
+        line += QStringLiteral("; ") + notes;
     return line;
 }
 
@@ -168,8 +174,16 @@ QJsonObject toJson(const Verdict &v)
                        {"worst_above", excess(r.worstAbove)},
                        {"worst_below", excess(r.worstBelow)},
                        {"min_margin", orNull(r.minMargin)},
-                       {"uncovered", r.uncovered},
+                       {"uncovered", r.uncovered + r.uncoveredByShift},
+                       {"uncovered_by_shift", r.uncoveredByShift},
+                       {"gaps", r.gaps},
                        {"shift", r.shift}};
+    QJsonArray spans;
+    for (const auto &[first, last] : r.gapSpans)
+        spans.append(QJsonArray{first, last});
+    row.insert("gap_spans", spans);
+    if (r.captureInterval > 0.0)
+        row.insert("sample_rates", QJsonObject{{"capture", 1 / r.captureInterval}, {"envelope", 1 / r.envelopeInterval}});
     if (!r.failure.isEmpty())
         row.insert("reason", r.failure);
     return row;
@@ -228,6 +242,10 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
             xml.writeCharacters(describe(v));
             xml.writeEndElement();
         }
+        // A pass says what it did not judge, too.
+        const QString notes = checkNotes(v.result, INT_MAX);
+        if (!notes.isEmpty())
+            xml.writeTextElement("system-out", notes);
         xml.writeEndElement();
     }
     for (const Trouble &t : troubles) {

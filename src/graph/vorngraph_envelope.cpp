@@ -308,8 +308,14 @@ void VornGraph::setEnvelopeEditorPointCount(int count)
 
 void VornGraph::onEnvelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope)
 {
-    setEnvelope(waveformIndex, envelope);
-    emit envelopeEditingFinished(waveformIndex, envelope);
+    // An edit reshapes the limits, not what they were made from.
+    EnvelopeData edited = envelope;
+    if (edited.reference.samples->empty() && hasEnvelope(waveformIndex)) {
+        edited.reference = m_envelopes.at(waveformIndex).reference;
+        edited.sourceInterval = m_envelopes.at(waveformIndex).sourceInterval;
+    }
+    setEnvelope(waveformIndex, edited);
+    emit envelopeEditingFinished(waveformIndex, edited);
 }
 
 void VornGraph::onEnvelopeEditingCancelled()

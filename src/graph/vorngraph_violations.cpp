@@ -52,7 +52,7 @@ void VornGraph::checkEnvelopeOf(int index)
         m_violationMasks.resize(static_cast<size_t>(index) + 1);
     ViolationMask &mask = m_violationMasks[static_cast<size_t>(index)];
     if (hasEnvelope(index)) {
-        m_checkResults[index] = checkEnvelope(m_waveforms.at(index), m_envelopes.at(index), &mask);
+        m_checkResults[index] = checkShifted(waveformData(index), m_envelopes.at(index), waveformShift(index), &mask);
     } else {
         m_checkResults[index] = EnvelopeCheckResult();
         mask = ViolationMask();

@@ -346,6 +346,27 @@ struct Search
     }
 };
 
+// The envelope with no limits outside [first, last]: a segment that reaches past either loses
+// its limit.
+EnvelopeData clippedEnvelope(const EnvelopeData &envelope, double first, double last)
+{
+    EnvelopeData clipped = envelope;
+    for (WaveformData *curve : {&clipped.upper, &clipped.lower}) {
+        if (!(curve->sampleInterval > 0.0) || !std::isfinite(curve->sampleInterval))
+            continue;
+        std::vector<double> &y = curve->samples.writable();
+        for (size_t i = 0; i < y.size(); ++i) {
+            const double t = curve->startTime + static_cast<double>(i) * curve->sampleInterval;
+            if (!(t >= first && t <= last))
+                y[i] = std::numeric_limits<double>::quiet_NaN();
+        }
+    }
+    return clipped;
+}
+
+double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
+                 const Limit &lower, long reachSamples, long lowest, long highest);
+
 } // namespace
 
 WaveformData shiftedWaveform(const WaveformData &waveform, double shift)
@@ -363,7 +384,6 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     if (!(dt > 0.0) || !std::isfinite(dt) || !std::isfinite(waveform.startTime) || samples.empty()
         || (upper.isEmpty() && lower.isEmpty()) || !(maxShift >= 0.0))
         return 0.0;
-    // Shifts that keep every part of the envelope's span under a sample, when there are any.
     double spanFirst = INFINITY, spanLast = -INFINITY;
     for (const Limit *l : {&upper, &lower}) {
         if (!l->isEmpty()) {
@@ -374,16 +394,26 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     // Beyond the capture's length and the envelope's span no sample meets a limit any more.
     const double useful = static_cast<double>(samples.size()) + (spanLast - spanFirst) / dt + 1.0;
     const long reachSamples = static_cast<long>(std::min({std::floor(maxShift / dt + 1e-9), useful, 1e12}));
+    const long lowest = -reachSamples, highest = reachSamples;
+    // Every shift is compared on the part of the envelope that all of them keep under the
+    // capture, so that none wins by moving a fault past the capture's ends; where no such part
+    // is left, on the whole envelope.
+    const double reach = static_cast<double>(reachSamples) * dt;
     const double end = waveform.startTime + static_cast<double>(samples.size() - 1) * dt;
-    long lowest = std::max(-reachSamples, long(std::ceil((waveform.startTime - spanFirst) / dt - 0.5)));
-    long highest = std::min(reachSamples, long(std::floor((end - spanLast) / dt + 0.5)));
-    if (lowest > highest) {
-        lowest = -reachSamples;
-        highest = reachSamples;
-    }
+    const EnvelopeData common = clippedEnvelope(envelope, waveform.startTime + reach, end - reach);
+    const Limit commonUpper(common.upper, false), commonLower(common.lower, true);
+    const bool clipped = !commonUpper.isEmpty() || !commonLower.isEmpty();
+    return bestShift(samples, waveform.startTime, dt, clipped ? commonUpper : upper, clipped ? commonLower : lower,
+                     reachSamples, lowest, highest);
+}
 
+namespace {
+
+double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
+                 const Limit &lower, long reachSamples, long lowest, long highest)
+{
     const uint64_t size = std::max<uint64_t>(1, uint64_t(reachSamples) / COARSE_STEPS);
-    Search search{samples, waveform.startTime, dt, upper, lower, blockExtremes(samples, size), 0, {}, {}, {}, {}};
+    Search search{samples, startTime, dt, upper, lower, blockExtremes(samples, size), 0, {}, {}, {}, {}};
     search.reach = reachSamples / long(size) + 3;
     search.prepareEnvelopeBlocks();
 
@@ -425,6 +455,8 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     return best * dt;
 }
 
+} // namespace
+
 double firstCrossing(const WaveformData &waveform, double level, TriggerEdge edge)
 {
     const std::vector<double> &s = *waveform.samples;
@@ -454,32 +486,53 @@ WaveformData envelopeMiddle(const EnvelopeData &envelope)
     return middle;
 }
 
+// The golden crossing: where the envelope's sources crossed, or, for an envelope without them,
+// its middle curve. Where that leaves samples outside, the best fit within a few samples, which
+// the coarse grid of a long capture's reference and the sources' jitter leave open, if it fits
+// better.
+static double triggerShift(const WaveformData &waveform, const EnvelopeData &envelope, const AlignmentOptions &options,
+                           QString &failure)
+{
+    const QString edge = options.edge == TriggerEdge::Rising ? QStringLiteral("rising") : QStringLiteral("falling");
+    const QString level = ValueFormatter::formatWithUnit(options.level, waveform.unit);
+    const double own = firstCrossing(waveform, options.level, options.edge);
+    const bool sources = envelope.reference.samples->size() >= 2;
+    double golden = sources ? firstCrossing(envelope.reference, options.level, options.edge) : NAN;
+    const WaveformData &grid = sources ? envelope.reference : envelope.upper;
+    if (std::isnan(golden))
+        golden = firstCrossing(envelopeMiddle(envelope), options.level, options.edge);
+    if (std::isnan(own))
+        failure = QStringLiteral("no %1 crossing of %2").arg(edge, level);
+    else if (std::isnan(golden))
+        failure = QStringLiteral("the envelope's middle has no %1 crossing of %2").arg(edge, level);
+    if (!failure.isEmpty())
+        return 0.0;
+    const double shift = own - golden;
+    const EnvelopeCheckResult there = checkEnvelope(shiftedWaveform(waveform, shift), envelope);
+    if (there.violations() == 0)
+        return shift;
+    const double step = grid.sampleInterval > 0.0 && std::isfinite(grid.sampleInterval) ? grid.sampleInterval : 0.0;
+    const double window = 4 * waveform.sampleInterval + step;
+    const double refined = shift + searchShift(shiftedWaveform(waveform, shift), envelope, window);
+    return checkEnvelope(shiftedWaveform(waveform, refined), envelope).violations() < there.violations() ? refined : shift;
+}
+
 EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeData &envelope,
                                  const AlignmentOptions &options, ViolationMask *violations)
 {
     double shift = 0.0;
     if (options.trigger) {
-        const QString edge = options.edge == TriggerEdge::Rising ? QStringLiteral("rising") : QStringLiteral("falling");
-        const QString level = ValueFormatter::formatWithUnit(options.level, waveform.unit);
-        const double own = firstCrossing(waveform, options.level, options.edge);
-        const double golden = firstCrossing(envelopeMiddle(envelope), options.level, options.edge);
         EnvelopeCheckResult failed;
-        if (std::isnan(own))
-            failed.failure = QStringLiteral("no %1 crossing of %2").arg(edge, level);
-        else if (std::isnan(golden))
-            failed.failure = QStringLiteral("the envelope's middle has no %1 crossing of %2").arg(edge, level);
+        shift = triggerShift(waveform, envelope, options, failed.failure);
         if (!failed.failure.isEmpty()) {
             if (violations)
                 violations->reset(waveform.samples->size());
             return failed;
         }
-        shift = own - golden;
     } else if (options.maxShift > 0.0) {
         shift = searchShift(waveform, envelope, options.maxShift);
     }
-    EnvelopeCheckResult result = checkEnvelope(shiftedWaveform(waveform, shift), envelope, violations);
-    result.shift = shift;
-    return result;
+    return checkShifted(waveform, envelope, shift, violations);
 }
 
 std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,

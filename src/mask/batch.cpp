@@ -26,6 +26,14 @@ QString BatchTally::line() const
     if (std::isinf(m_worstMargin))
         text += QStringLiteral(", worst %1 (not judged)").arg(m_worstFile);
     else if (!std::isnan(m_worstMargin))
-        text += QStringLiteral(", worst margin %1 % in %2").arg(m_worstMargin * 100, 0, 'f', 1).arg(m_worstFile);
+        text += QStringLiteral(", worst margin %1 in %2").arg(marginText(m_worstMargin), m_worstFile);
     return text;
+}
+
+QString marginText(double margin)
+{
+    // Three digits, without an exponent for the large margins of a capture far outside.
+    const double percent = margin * 100;
+    return std::fabs(percent) >= 100 ? QStringLiteral("%1 %").arg(percent, 0, 'f', 0)
+                                     : QStringLiteral("%1 %").arg(percent, 0, 'g', 3);
 }

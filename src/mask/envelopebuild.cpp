@@ -102,6 +102,28 @@ std::vector<double> cellExtremes(const std::vector<double> &x, uint64_t reach, u
 
 } // namespace
 
+// The sources' mean at the envelope's nodes, so that a trigger finds the golden crossing where the
+// sources had it, not where the band's middle happens to cross.
+void SourceHull::attachReference(EnvelopeData &envelope, double start, double interval, uint64_t cells) const
+{
+    if (m_sum.size() != m_count || m_captures == 0)
+        return;
+    const double dt = m_model.sampleInterval, t0 = m_model.startTime;
+    WaveformData &reference = envelope.reference;
+    reference.name = m_model.name;
+    reference.unit = m_model.unit;
+    reference.startTime = start;
+    reference.sampleInterval = interval;
+    std::vector<double> &mean = reference.samples.writable();
+    mean.resize(cells + 1);
+    for (uint64_t j = 0; j <= cells; ++j) {
+        const double u = (start + static_cast<double>(j) * interval - t0) / dt;
+        const auto i = static_cast<uint64_t>(std::clamp(std::llround(u), 0LL, static_cast<long long>(m_count - 1)));
+        mean[j] = m_sum[i] / m_captures;
+    }
+    envelope.sourceInterval = dt;
+}
+
 EnvelopeData SourceHull::build(const EnvelopeBuildOptions &options, EnvelopeBuildReport *report, QString *error) const
 {
     const auto fail = [error](const QString &reason) {
@@ -202,6 +224,7 @@ EnvelopeData SourceHull::build(const EnvelopeBuildOptions &options, EnvelopeBuil
     envelope.upper.name = m_model.name + QStringLiteral(" [upper]");
     envelope.lower.name = m_model.name + QStringLiteral(" [lower]");
     envelope.upper.unit = envelope.lower.unit = m_model.unit;
+    attachReference(envelope, start, interval, cells);
     if (report)
         *report = {dx, dy, tolerance, enabledCount(knots), cells, m_captures};
     return envelope;

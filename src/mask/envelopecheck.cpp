@@ -1,5 +1,8 @@
 #include "vornmask.h"
 
+#include <QCoreApplication>
+#include <QStringList>
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -88,20 +91,83 @@ std::pair<double, double> limitSpan(const WaveformData &curve)
 
 // Seconds of the limits' span before the first and after the last sample; a part shorter than
 // half a sample interval is rounding, not a capture that starts late or ends early.
-double uncoveredSpan(const TimeBase &samples, const EnvelopeData &envelope)
+std::pair<double, double> uncoveredEnds(const TimeBase &samples, const EnvelopeData &envelope)
 {
     const auto [ua, ub] = limitSpan(envelope.upper);
     const auto [la, lb] = limitSpan(envelope.lower);
     const double first = std::min(ua, la), last = std::max(ub, lb);
     if (!(first <= last))
-        return 0.0;
+        return {0.0, 0.0};
     const double length = last - first;
     const double slack = samples.interval / 2;
-    double before = std::clamp(samples.at(0) - first, 0.0, length);
-    double after = std::clamp(last - samples.at(samples.count - 1), 0.0, length);
-    before = before > slack ? before : 0.0;
-    after = after > slack ? after : 0.0;
-    return std::min(before + after, length);
+    const double before = std::clamp(samples.at(0) - first, 0.0, length);
+    const double after = std::clamp(last - samples.at(samples.count - 1), 0.0, length);
+    return {before > slack ? before : 0.0, after > slack ? after : 0.0};
+}
+
+double uncoveredSpan(const TimeBase &samples, const EnvelopeData &envelope)
+{
+    const auto [before, after] = uncoveredEnds(samples, envelope);
+    const auto [ua, ub] = limitSpan(envelope.upper);
+    const auto [la, lb] = limitSpan(envelope.lower);
+    const double length = std::max(ub, lb) - std::min(ua, la);
+    return length > 0.0 ? std::min(before + after, length) : before + after;
+}
+
+// The stretches where a curve sets a limit: runs of segments between two valid samples.
+void definedRuns(const WaveformData &curve, std::vector<std::pair<double, double>> &runs)
+{
+    const std::vector<double> &y = *curve.samples;
+    if (!(curve.sampleInterval > 0.0) || !std::isfinite(curve.sampleInterval) || !std::isfinite(curve.startTime))
+        return;
+    const TimeBase time{curve.sampleInterval, curve.startTime, y.size()};
+    for (uint64_t k = 0; k + 1 < y.size(); ++k) {
+        if (std::isnan(y[k]) || std::isnan(y[k + 1]))
+            continue;
+        uint64_t e = k + 1;
+        while (e + 1 < y.size() && !std::isnan(y[e + 1]))
+            ++e;
+        runs.emplace_back(time.at(k), time.at(e));
+        k = e;
+    }
+}
+
+// The parts of the envelope's span where neither curve sets a limit.
+void findGaps(const EnvelopeData &envelope, EnvelopeCheckResult &result)
+{
+    std::vector<std::pair<double, double>> runs;
+    definedRuns(envelope.upper, runs);
+    definedRuns(envelope.lower, runs);
+    std::sort(runs.begin(), runs.end());
+    for (size_t i = 0; i + 1 < runs.size(); ++i) {
+        const double reached = runs[i].second;
+        if (runs[i + 1].first > reached) {
+            result.gaps += runs[i + 1].first - reached;
+            result.gapSpans.emplace_back(reached, runs[i + 1].first);
+        } else {
+            runs[i + 1].second = std::max(runs[i + 1].second, reached);
+        }
+    }
+}
+
+// The interval the envelope was made at: its sources', or, where that is not known, its grid's,
+// which only tells when a capture is coarser than the envelope.
+void compareRates(const TimeBase &samples, const EnvelopeData &envelope, EnvelopeCheckResult &result)
+{
+    const bool known = envelope.sourceInterval > 0.0 && std::isfinite(envelope.sourceInterval);
+    const double made = known ? envelope.sourceInterval : envelope.upper.sampleInterval;
+    if (!(made > 0.0) || !std::isfinite(made))
+        return;
+    const double ratio = samples.interval / made;
+    if (ratio > 1.01 || (known && ratio < 1 / 1.01)) {
+        result.captureInterval = samples.interval;
+        result.envelopeInterval = made;
+    }
+}
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("EnvelopeCheck", text);
 }
 
 struct Partial
@@ -443,5 +509,50 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
     if (total.minMargin != INFINITY)
         result.minMargin = total.minMargin;
     result.uncovered = uncoveredSpan(time, envelope);
+    findGaps(envelope, result);
+    compareRates(time, envelope, result);
     return result;
+}
+
+EnvelopeCheckResult checkShifted(const WaveformData &waveform, const EnvelopeData &envelope, double shift,
+                                 ViolationMask *violations)
+{
+    const WaveformData moved = shiftedWaveform(waveform, shift);
+    EnvelopeCheckResult result = checkEnvelope(moved, envelope, violations);
+    result.shift = shift;
+    const uint64_t count = waveform.samples->size();
+    if (shift == 0.0 || count == 0 || !(waveform.sampleInterval > 0.0))
+        return result;
+    // At either end, what the capture leaves uncovered unshifted too fails; the rest the shift explains.
+    const auto [before0, after0] = uncoveredEnds({waveform.sampleInterval, waveform.startTime, count}, envelope);
+    const auto [before, after] = uncoveredEnds({moved.sampleInterval, moved.startTime, count}, envelope);
+    const double failing = std::min(before, before0) + std::min(after, after0);
+    result.uncoveredByShift = std::max(0.0, before + after - failing);
+    result.uncovered = std::min(result.uncovered, failing);
+    return result;
+}
+
+QString checkNotes(const EnvelopeCheckResult &result, int maxSpans)
+{
+    const auto seconds = [](double t) { return ValueFormatter::formatWithUnit(t, QStringLiteral("s")); };
+    QStringList notes;
+    if (result.uncoveredByShift > 0.0) {
+        notes << (result.shift > 0.0 ? tr("%1 at the end not covered after the shift")
+                                     : tr("%1 at the start not covered after the shift"))
+                     .arg(seconds(result.uncoveredByShift));
+    }
+    if (result.gaps > 0.0) {
+        QStringList spans;
+        for (size_t i = 0; i < result.gapSpans.size() && int(i) < maxSpans; ++i)
+            spans << tr("%1 to %2").arg(seconds(result.gapSpans[i].first), seconds(result.gapSpans[i].second));
+        if (result.gapSpans.size() > size_t(maxSpans))
+            spans << QCoreApplication::translate("EnvelopeCheck", "%n more", nullptr, int(result.gapSpans.size()) - maxSpans);
+        notes << tr("%1 of the envelope without limits (%2)").arg(seconds(result.gaps), spans.join(QStringLiteral(", ")));
+    }
+    if (result.captureInterval > 0.0) {
+        notes << tr("capture at %1, envelope made at %2")
+                     .arg(ValueFormatter::formatWithUnit(1 / result.captureInterval, QStringLiteral("Hz")),
+                          ValueFormatter::formatWithUnit(1 / result.envelopeInterval, QStringLiteral("Hz")));
+    }
+    return notes.join(QStringLiteral("; "));
 }

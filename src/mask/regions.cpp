@@ -100,5 +100,8 @@ EnvelopeData addEnvelopeRegion(const EnvelopeData &envelope, const EnvelopeData 
         to->name = from->name;
         to->unit = from->unit;
     }
+    const EnvelopeData &source = envelope.reference.samples->empty() ? region : envelope;
+    merged.reference = source.reference;
+    merged.sourceInterval = source.sourceInterval;
     return merged;
 }

@@ -106,6 +106,8 @@ bool SourceHull::add(const WaveformData &capture, QString *error)
         m_count = x.size();
         m_high.assign(m_count, m_sigma > 0.0 ? 0.0 : -INFINITY);
         m_low.assign(m_count, m_sigma > 0.0 ? 0.0 : INFINITY);
+        if (m_sigma == 0.0)
+            m_sum.assign(m_count, 0.0);
         double lo = INFINITY, hi = -INFINITY;
         for (double v : x) {
             lo = v < lo ? v : lo;
@@ -160,9 +162,11 @@ void SourceHull::fold(const std::vector<double> &x, uint64_t first, uint64_t las
         return;
     }
     // NaN compares false, so a gap in one capture leaves the others' extremes.
+    double *sum = m_sum.data();
     for (uint64_t i = first; i < last; ++i) {
         high[i] = v[i] > high[i] ? v[i] : high[i];
         low[i] = v[i] < low[i] ? v[i] : low[i];
+        sum[i] += v[i];
     }
 }
 

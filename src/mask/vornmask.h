@@ -5,6 +5,7 @@
 
 #include "vornwaveform.h"
 
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -55,6 +56,18 @@ struct EnvelopeCheckResult
     // starts late or ends early); NaN when the envelope has no usable time base.
     double uncovered = 0.0;
 
+    // Seconds the shift itself moved past the capture's end (shift > 0) or start (shift < 0):
+    // reported, not a failure, since a capture of the golden one's length cannot cover them.
+    double uncoveredByShift = 0.0;
+    // Seconds inside the envelope's span where it sets no limit at all, and the first such spans:
+    // nothing is judged there.
+    double gaps = 0.0;
+    std::vector<std::pair<double, double>> gapSpans;
+    // Where the capture's sample interval differs from the one the envelope was made at by more
+    // than 1 %: both intervals; NaN otherwise.
+    double captureInterval = std::numeric_limits<double>::quiet_NaN();
+    double envelopeInterval = std::numeric_limits<double>::quiet_NaN();
+
     // Seconds the capture was moved back before judging: positive when its events come later
     // than the envelope's. Times above are on the envelope's time base.
     double shift = 0.0;
@@ -65,7 +78,10 @@ struct EnvelopeCheckResult
     // A capture that leaves part of its envelope uncovered fails as much as one outside it.
     bool passed() const { return violations() == 0 && !(uncovered > 0.0) && failure.isEmpty(); }
     // The larger of the worst excesses above and below.
-    const Excess &worst() const { return worstBelow.excess > worstAbove.excess ? worstBelow : worstAbove; }
+    const Excess &worst() const
+    {
+        return std::isnan(worstAbove.excess) || worstBelow.excess > worstAbove.excess ? worstBelow : worstAbove;
+    }
 };
 
 // Checks every sample against the limits at its time: each curve is interpolated linearly
@@ -74,6 +90,14 @@ struct EnvelopeCheckResult
 // it is reset to the waveform's length and marks every sample outside.
 EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeData &envelope,
                                   ViolationMask *violations = nullptr);
+// checkEnvelope() of the waveform moved back by shift seconds. What the shift moves beyond the
+// capture's ends is reported as uncoveredByShift; only what the capture leaves uncovered at
+// either end without the shift, too, fails.
+EnvelopeCheckResult checkShifted(const WaveformData &waveform, const EnvelopeData &envelope, double shift,
+                                 ViolationMask *violations = nullptr);
+// What a verdict did not judge, for people: the part the shift left uncovered, the envelope's
+// gaps, a sample rate other than the envelope's. Empty when there is nothing to say.
+QString checkNotes(const EnvelopeCheckResult &result, int maxSpans = 3);
 
 enum class TriggerEdge { Rising, Falling };
 
@@ -123,6 +147,9 @@ struct ViolationRun
 // The runs of the samples marked in violations, in time order, each with its worst excess.
 std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,
                                         const ViolationMask &violations);
+
+// A margin (a part of the band's height) as people read it, the same in every line: "0.249 %".
+QString marginText(double margin);
 
 // What a production line reads about one waveform over a batch of captures.
 class BatchTally
@@ -197,6 +224,7 @@ public:
     double defaultDx() const;
 
 private:
+    void attachReference(EnvelopeData &envelope, double start, double interval, uint64_t cells) const;
     // Folds samples [first, last) of a capture into the hull, or into the sums with sigma.
     void fold(const std::vector<double> &x, uint64_t first, uint64_t last);
 
@@ -206,6 +234,7 @@ private:
     uint64_t m_count = 0;
     std::vector<double> m_high; // or the sum with sigma
     std::vector<double> m_low;  // or the sum of squares with sigma
+    std::vector<double> m_sum;  // without sigma, for the sources' mean
     double m_span = 0.0;        // of the first capture's values
     double m_noise = 0.0;       // the noisiest capture's standard deviation, from second differences
     double m_level = 0.0;       // the level and hysteresis at which edge times are taken

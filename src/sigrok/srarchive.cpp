@@ -25,6 +25,11 @@ std::string curveMemberName(uint64_t number)
     return "vorngraph/curve-" + std::to_string(number);
 }
 
+std::string referenceMemberName(uint64_t number)
+{
+    return "vorngraph/reference-" + std::to_string(number);
+}
+
 namespace {
 
 constexpr uint64_t MAX_METADATA_BYTES = 1 << 20;
@@ -317,37 +322,62 @@ void SrArchive::loadCurves()
     if (!readSmallMember(CURVE_METADATA_MEMBER, MAX_METADATA_BYTES, text, ignored) || !parseIni(text, sections, ignored))
         return;
     for (const IniSection &section : sections) {
-        uint64_t number = 0;
-        if (!startsWith(section.name, "curve ") || !parseChunkNumber(section.name.substr(6), number))
-            continue;
-        const std::string *name = section.value("name");
-        const std::string *unit = section.value("unit");
-        const std::string *samples = section.value("samples");
-        const std::string *start = section.value("start");
-        const std::string *interval = section.value("interval");
         Channel channel;
-        channel.kind = Channel::Curve;
-        channel.curveNumber = number;
-        if (!section.unreadable.empty() || !name || name->empty() || !samples
-            || !parseUnsigned(*samples, channel.sampleCount) || channel.sampleCount > UINT64_MAX / sizeof(double)
-            || !start || !parseDouble(*start, channel.startTime) || !std::isfinite(channel.startTime) || !interval
-            || !parseDouble(*interval, channel.sampleInterval) || !std::isfinite(channel.sampleInterval))
-            continue;
-        channel.name = *name;
-        channel.unit = unit ? *unit : std::string();
-        const auto member = m_members.find(curveMemberName(number));
-        if (member == m_members.end())
-            channel.damage = "member " + curveMemberName(number) + " missing";
-        else if (member->second->size != channel.sampleCount * sizeof(double))
-            channel.damage = "member " + member->second->name + " size does not match its samples count";
-        else
-            channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
-        if (channel.damage.empty())
-            channel.members.push_back(member->second);
-        else
-            channel.sampleCount = 0;
-        m_channels.push_back(std::move(channel));
+        if (parseCurveSection(section, "curve ", channel))
+            m_channels.push_back(std::move(channel));
+        else if (parseCurveSection(section, "reference ", channel))
+            m_references.push_back(std::move(channel));
     }
+}
+
+// A [curve N] or [reference N] section and its member; false when the section is not one of
+// that kind or cannot be read.
+bool SrArchive::parseCurveSection(const IniSection &section, const char *prefix, Channel &channel) const
+{
+    uint64_t number = 0;
+    const size_t length = std::strlen(prefix);
+    if (!startsWith(section.name, prefix) || !parseChunkNumber(section.name.substr(length), number))
+        return false;
+    const bool reference = length != 6;
+    const std::string *name = section.value("name");
+    const std::string *unit = section.value("unit");
+    const std::string *samples = section.value("samples");
+    const std::string *start = section.value("start");
+    const std::string *interval = section.value("interval");
+    const std::string *source = section.value("source interval");
+    channel.kind = Channel::Curve;
+    channel.curveNumber = number;
+    if (!section.unreadable.empty() || !name || name->empty() || !samples
+        || !parseUnsigned(*samples, channel.sampleCount) || channel.sampleCount > UINT64_MAX / sizeof(double)
+        || !start || !parseDouble(*start, channel.startTime) || !std::isfinite(channel.startTime) || !interval
+        || !parseDouble(*interval, channel.sampleInterval) || !std::isfinite(channel.sampleInterval))
+        return false;
+    if (reference && (!source || !parseDouble(*source, channel.sourceInterval) || !(channel.sourceInterval > 0.0)))
+        return false;
+    channel.name = *name;
+    channel.unit = unit ? *unit : std::string();
+    const std::string memberName = reference ? referenceMemberName(number) : curveMemberName(number);
+    const auto member = m_members.find(memberName);
+    if (member == m_members.end())
+        channel.damage = "member " + memberName + " missing";
+    else if (member->second->size != channel.sampleCount * sizeof(double))
+        channel.damage = "member " + member->second->name + " size does not match its samples count";
+    else
+        channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
+    if (channel.damage.empty())
+        channel.members.push_back(member->second);
+    else
+        channel.sampleCount = 0;
+    return true;
+}
+
+bool SrArchive::readReference(size_t index, double *out, std::string &error) const
+{
+    if (index >= m_references.size() || !m_references[index].damage.empty()) {
+        error = index < m_references.size() ? m_references[index].damage : "no such reference";
+        return false;
+    }
+    return m_references[index].sampleCount == 0 || readChannel(m_references[index], out, m_references[index].sampleCount, error);
 }
 
 bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::string &error) const

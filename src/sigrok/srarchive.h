@@ -13,9 +13,12 @@
 
 namespace vornsr {
 
+struct IniSection;
+
 // Names of our own members, which libsigrok never opens.
 extern const char *const CURVE_METADATA_MEMBER; // "vorngraph/metadata"
 std::string curveMemberName(uint64_t number);   // "vorngraph/curve-N"
+std::string referenceMemberName(uint64_t number); // "vorngraph/reference-N", of [reference N]
 
 // One waveform the archive offers.
 struct Channel
@@ -32,7 +35,8 @@ struct Channel
     std::string damage;                    // why its data cannot be read; then it has no samples
     unsigned bit = 0;            // logic: bit of this probe in a sample of unitSize bytes
     unsigned unitSize = 0;       // logic: bytes per sample
-    uint64_t curveNumber = 0;    // curve: N of [curve N]
+    uint64_t curveNumber = 0;    // curve: N of [curve N]; reference: N of [reference N]
+    double sourceInterval = 0.0; // reference: the interval its envelope's sources had
 };
 
 // A parsed sigrok session archive (srzip versions 1 and 2, plus our envelope curves).
@@ -48,6 +52,10 @@ public:
     static std::unique_ptr<SrArchive> open(const std::string &path, std::string &error);
 
     const std::vector<Channel> &channels() const { return m_channels; }
+    // The references stored with envelopes (kind Curve, named after their waveform); never
+    // offered as waveforms.
+    const std::vector<Channel> &references() const { return m_references; }
+    bool readReference(size_t index, double *out, std::string &error) const;
     // The members as the central directory lists them.
     const std::vector<ZipEntry> &entries() const { return m_entries; }
     // Reads the first count samples of channel index into out.
@@ -61,6 +69,7 @@ private:
                          std::string &error) const;
     bool loadDevice(std::string &error);
     void loadCurves();
+    bool parseCurveSection(const IniSection &section, const char *prefix, Channel &channel) const;
     void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
     int m_fd = -1;
@@ -70,6 +79,7 @@ private:
     // Members named "<base>-<chunk number>", by base.
     std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
+    std::vector<Channel> m_references;
     double m_sampleInterval = 0.0;
 };
 

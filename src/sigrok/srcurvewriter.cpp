@@ -75,6 +75,8 @@ void setCurveKeys(GKeyFile *file, const char *group, const CurveData &curve)
     g_key_file_set_value(file, group, "samples", std::to_string(curve.sampleCount).c_str());
     g_key_file_set_value(file, group, "start", formatDouble(curve.startTime).c_str());
     g_key_file_set_value(file, group, "interval", formatDouble(curve.sampleInterval).c_str());
+    if (curve.sourceInterval > 0.0)
+        g_key_file_set_value(file, group, "source interval", formatDouble(curve.sourceInterval).c_str());
 }
 
 // Puts data under name, replacing a member of that name if there is one.
@@ -100,16 +102,17 @@ std::string keyValue(GKeyFile *file, const char *group, const char *key)
 
 // Whether curve number of the archive already holds exactly this curve, so that saving an
 // unchanged envelope rewrites nothing.
-bool storedAsIs(zip_t *zip, GKeyFile *meta, const char *group, uint64_t number, const CurveData &curve)
+bool storedAsIs(zip_t *zip, GKeyFile *meta, const char *group, const std::string &member, const CurveData &curve)
 {
     if (keyValue(meta, group, "unit") != curve.unit
         || keyValue(meta, group, "samples") != std::to_string(curve.sampleCount)
         || keyValue(meta, group, "start") != formatDouble(curve.startTime)
-        || keyValue(meta, group, "interval") != formatDouble(curve.sampleInterval))
+        || keyValue(meta, group, "interval") != formatDouble(curve.sampleInterval)
+        || keyValue(meta, group, "source interval") != (curve.sourceInterval > 0.0 ? formatDouble(curve.sourceInterval) : ""))
         return false;
     const uint64_t bytes = curve.sampleCount * sizeof(double);
     zip_stat_t st;
-    if (zip_stat(zip, curveMemberName(number).c_str(), 0, &st) != 0 || st.size != bytes)
+    if (zip_stat(zip, member.c_str(), 0, &st) != 0 || st.size != bytes)
         return false;
     std::vector<char> stored(bytes + 1);
     zip_file_t *file = zip_fopen_index(zip, st.index, 0);
@@ -178,9 +181,86 @@ bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
 bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
                    const std::vector<CurveData> &curves, std::string &error)
 {
-    for (const CurveData &curve : curves) {
-        if (!checkCurve(curve, error))
+    return replaceCurves(path, CurveChange{remove, {}, curves, {}}, error);
+}
+
+namespace {
+
+// One kind of our sections: "[curve N]" with "vorngraph/curve-N", or "[reference N]" with
+// "vorngraph/reference-N".
+struct SectionKind
+{
+    const char *prefix;
+    std::string (*member)(uint64_t);
+    const std::vector<std::string> &remove;
+    const std::vector<CurveData> &curves;
+    const std::map<uint64_t, std::string> &offered; // curves: the name each is offered under
+};
+
+// Replaces or deletes the sections of one kind named in remove, then adds the curves not placed.
+bool applyKind(zip_t *zip, GKeyFile *meta, const SectionKind &kind, bool &changed, std::string &error)
+{
+    const size_t length = std::strlen(kind.prefix);
+    std::vector<bool> placed(kind.curves.size(), false);
+    std::set<uint64_t> used;
+    std::unique_ptr<gchar *, StrvDeleter> groups(g_key_file_get_groups(meta, nullptr));
+    for (gchar **group = groups.get(); *group; ++group) {
+        const std::string section = *group;
+        uint64_t number = 0;
+        if (section.compare(0, length, kind.prefix) != 0 || !parseCurveNumber(section.substr(length), number))
+            continue;
+        used.insert(number);
+        // Only the name a curve is offered under selects it: two curves stored under one name
+        // are offered as two, and replacing one must not take the other along.
+        const auto shown = kind.offered.find(number);
+        const bool readable = shown != kind.offered.end() || length != 6;
+        const std::string name = shown != kind.offered.end() ? shown->second : keyValue(meta, *group, "name");
+        if (!listed(kind.remove, name))
+            continue;
+        const auto replacement = std::find_if(kind.curves.begin(), kind.curves.end(),
+                                              [&](const CurveData &c) { return c.name == name; });
+        const size_t r = static_cast<size_t>(replacement - kind.curves.begin());
+        // A section the reader could not read (it offers no curve for it) may hold keys that
+        // would hide the new curve as well: it goes, and the curve gets a section of its own.
+        if (replacement != kind.curves.end() && !placed[r] && readable) {
+            placed[r] = true;
+            if (storedAsIs(zip, meta, *group, kind.member(number), *replacement))
+                continue;
+            changed = true;
+            g_key_file_remove_key(meta, *group, "source interval", nullptr);
+            setCurveKeys(meta, *group, *replacement);
+            if (!putMember(zip, kind.member(number), replacement->samples, replacement->sampleCount * sizeof(double), error))
+                return false;
+        } else {
+            changed = true;
+            g_key_file_remove_group(meta, *group, nullptr);
+            if (!deleteMember(zip, kind.member(number), error))
+                return false;
+        }
+    }
+    for (size_t i = 0; i < kind.curves.size(); ++i) {
+        if (placed[i])
+            continue;
+        changed = true;
+        const uint64_t number = unusedCurveNumber(used);
+        const std::string group = kind.prefix + std::to_string(number);
+        setCurveKeys(meta, group.c_str(), kind.curves[i]);
+        if (!putMember(zip, kind.member(number), kind.curves[i].samples, kind.curves[i].sampleCount * sizeof(double), error))
             return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool replaceCurves(const std::string &path, const CurveChange &change, std::string &error)
+{
+    const std::vector<CurveData> &curves = change.curves;
+    for (const std::vector<CurveData> *list : {&change.curves, &change.references}) {
+        for (const CurveData &curve : *list) {
+            if (!checkCurve(curve, error))
+                return false;
+        }
     }
     // The lock spans reading and replacing, so that a concurrent save cannot slip in between.
     const std::unique_ptr<CaptureLock> lock = CaptureLock::acquire(path, error);
@@ -235,54 +315,12 @@ bool replaceCurves(const std::string &path, const std::vector<std::string> &remo
         return false;
     }
 
-    std::vector<bool> placed(curves.size(), false);
     bool changed = false;
-    std::set<uint64_t> used;
-    std::unique_ptr<gchar *, StrvDeleter> groups(g_key_file_get_groups(meta.get(), nullptr));
-    for (gchar **group = groups.get(); *group; ++group) {
-        const std::string section = *group;
-        uint64_t number = 0;
-        if (section.compare(0, 6, "curve ") != 0 || !parseCurveNumber(section.substr(6), number))
-            continue;
-        used.insert(number);
-        // Only the name a curve is offered under selects it: two curves stored under one name
-        // are offered as two, and replacing one must not take the other along.
-        const auto shown = offered.find(number);
-        const std::string name = shown != offered.end() ? shown->second : keyValue(meta.get(), *group, "name");
-        if (!listed(remove, name))
-            continue;
-        const auto replacement = std::find_if(curves.begin(), curves.end(),
-                                              [&](const CurveData &c) { return c.name == name; });
-        const size_t r = static_cast<size_t>(replacement - curves.begin());
-        // A section the reader could not read (it offers no curve for it) may hold keys that
-        // would hide the new curve as well: it goes, and the curve gets a section of its own.
-        if (replacement != curves.end() && !placed[r] && shown != offered.end()) {
-            placed[r] = true;
-            if (storedAsIs(zip.get(), meta.get(), *group, number, *replacement))
-                continue;
-            changed = true;
-            setCurveKeys(meta.get(), *group, *replacement);
-            if (!putMember(zip.get(), curveMemberName(number), replacement->samples,
-                           replacement->sampleCount * sizeof(double), error))
-                return false;
-        } else {
-            changed = true;
-            g_key_file_remove_group(meta.get(), *group, nullptr);
-            if (!deleteMember(zip.get(), curveMemberName(number), error))
-                return false;
-        }
-    }
-    for (size_t i = 0; i < curves.size(); ++i) {
-        if (placed[i])
-            continue;
-        changed = true;
-        const uint64_t number = unusedCurveNumber(used);
-        const std::string group = "curve " + std::to_string(number);
-        setCurveKeys(meta.get(), group.c_str(), curves[i]);
-        if (!putMember(zip.get(), curveMemberName(number), curves[i].samples,
-                       curves[i].sampleCount * sizeof(double), error))
-            return false;
-    }
+    const std::map<uint64_t, std::string> none;
+    if (!applyKind(zip.get(), meta.get(), {"curve ", curveMemberName, change.removeCurves, curves, offered}, changed, error)
+        || !applyKind(zip.get(), meta.get(),
+                      {"reference ", referenceMemberName, change.removeReferences, change.references, none}, changed, error))
+        return false;
     if (!changed)
         return true;
 

@@ -16,6 +16,19 @@ struct CurveData
     double startTime = 0.0;
     const double *samples = nullptr;
     uint64_t sampleCount = 0;
+    // References only: the interval the envelope's sources were captured at.
+    double sourceInterval = 0.0;
+};
+
+// One save: the curves named in removeCurves and the references named in removeReferences go,
+// then curves and references are stored. A reference is named after the waveform whose envelope
+// it belongs to; it is never offered as a waveform.
+struct CurveChange
+{
+    std::vector<std::string> removeCurves;
+    std::vector<std::string> removeReferences;
+    std::vector<CurveData> curves;
+    std::vector<CurveData> references;
 };
 
 // Takes out every stored curve whose name is in `remove`, then stores `curves`; a curve that
@@ -24,6 +37,7 @@ struct CurveData
 // the file is not written.
 bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
                    const std::vector<CurveData> &curves, std::string &error);
+bool replaceCurves(const std::string &path, const CurveChange &change, std::string &error);
 
 } // namespace vornsr
 

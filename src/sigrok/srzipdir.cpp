@@ -56,7 +56,10 @@ bool findEnd(int fd, uint64_t fileSize, Directory &dir, bool &zip64, std::string
         zip64 = dir.entries == 0xffff || dir.size == 0xffffffff || dir.offset == 0xffffffff;
         return true;
     }
-    error = "not a zip archive";
+    // A zip's first member with no end record after it: the file was cut short.
+    unsigned char head[4];
+    const bool started = fileSize >= sizeof head && readAt(fd, 0, head, sizeof head) && le32(head) == 0x04034b50;
+    error = started ? "the archive is truncated" : "not a zip archive";
     return false;
 }
 

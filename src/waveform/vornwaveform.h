@@ -41,6 +41,11 @@ struct EnvelopeData
 {
     WaveformData upper;
     WaveformData lower;
+    // What the envelope was made from, for trigger alignment: the sources' mean on the envelope's
+    // grid, and the sample interval they were captured at. Empty and NaN where it is not known (a
+    // hand-drawn envelope, or one stored without them).
+    WaveformData reference;
+    double sourceInterval = std::numeric_limits<double>::quiet_NaN();
 
     // An envelope needs both limits: without samples in either curve there is none.
     bool isEmpty() const;
@@ -110,6 +115,9 @@ QVector<EnvelopePoint> sampleEnvelopeToPoints(const EnvelopeData &envelope, int 
 // unchanged because it could not be written.
 bool saveEnvelope(const QString &path, const QString &waveformName, const EnvelopeData &envelope);
 bool removeEnvelope(const QString &path, const QString &waveformName);
+// The reference stored with waveformName's envelope into envelope.reference and sourceInterval;
+// false, leaving them as they were, where the capture holds none.
+bool loadEnvelopeReference(const QString &path, const QString &waveformName, EnvelopeData &envelope);
 // Why the last saveEnvelope() or removeEnvelope() of this thread failed.
 QString lastEnvelopeFileError();
 

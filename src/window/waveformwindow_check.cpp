@@ -36,18 +36,22 @@ QString WaveformWindow::envelopeCheckSummary() const
         if (!m_graph->hasEnvelope(i))
             continue;
         const EnvelopeCheckResult r = m_graph->envelopeCheckResult(i);
+        QString line;
         if (r.passed())
-            lines << tr("%1: pass").arg(m_graph->waveformName(i));
+            line = tr("%1: pass").arg(m_graph->waveformName(i));
         else if (!r.failure.isEmpty())
-            lines << tr("%1: fail, %2").arg(m_graph->waveformName(i), r.failure);
+            line = tr("%1: fail, %2").arg(m_graph->waveformName(i), r.failure);
         else if (r.violations() == 0)
-            lines << tr("%1: fail, %2 of the envelope without samples")
-                         .arg(m_graph->waveformName(i), ValueFormatter::formatWithUnit(r.uncovered, QStringLiteral("s")));
+            line = tr("%1: fail, %2 of the envelope without samples")
+                       .arg(m_graph->waveformName(i), ValueFormatter::formatWithUnit(r.uncovered, QStringLiteral("s")));
         else
-            lines << tr("%1: fail, %2 violations, first at %3")
-                         .arg(m_graph->waveformName(i))
-                         .arg(r.violations())
-                         .arg(ValueFormatter::formatWithUnit(r.firstViolation, QStringLiteral("s")));
+            line = tr("%1: fail, %2 violations, first at %3")
+                       .arg(m_graph->waveformName(i))
+                       .arg(r.violations())
+                       .arg(ValueFormatter::formatWithUnit(r.firstViolation, QStringLiteral("s")));
+        // A pass says what it did not judge.
+        const QString notes = checkNotes(r);
+        lines << (notes.isEmpty() ? line : line + QStringLiteral("; ") + notes);
     }
     return lines.join(QLatin1Char('\n'));
 }

@@ -38,6 +38,8 @@ bool readEnvelopes(const QString &file, std::map<QString, EnvelopeData> &envelop
     }
     if (!ok)
         error = QString::fromUtf8(sigrok_get_last_error());
+    for (auto &[name, envelope] : envelopes)
+        loadEnvelopeReference(file, name, envelope);
     return ok;
 }
 

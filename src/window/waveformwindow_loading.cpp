@@ -126,6 +126,8 @@ void WaveformWindow::processWaveformsAndEnvelopes(QVector<WaveformData> &wavefor
             EnvelopeData envelope;
             envelope.upper = *upper;
             envelope.lower = *lower;
+            // Kept with the envelope so that saving it again does not drop it.
+            loadEnvelopeReference(m_filePath, w.name, envelope);
             m_graph->setEnvelope(graphIndex, envelope);
         }
     }

@@ -122,8 +122,9 @@ private slots:
         for (int i = 0; i < reports.size(); ++i) {
             const QJsonObject r = reports[i].toObject();
             const bool fail = results[i] == "fail";
-            QCOMPARE(r.keys(), QStringList({"above", "below", "checked", "file", "first_violation", "min_margin", "nan",
-                                            "result", "shift", "uncovered", "waveform", "worst_above", "worst_below"}));
+            QCOMPARE(r.keys(), QStringList({"above", "below", "checked", "file", "first_violation", "gap_spans", "gaps",
+                                            "min_margin", "nan", "result", "shift", "uncovered", "uncovered_by_shift",
+                                            "waveform", "worst_above", "worst_below"}));
             QCOMPARE(QStringList({r["result"].toString(), QString::number(r["checked"].toDouble()),
                                   QString::number(r["min_margin"].toDouble() < 0),
                                   QString::number(r["first_violation"].toDouble(-1)),
@@ -154,6 +155,32 @@ private slots:
         run = vorn({"check", path("later.sr")});
         QCOMPARE(run.exitCode, 2);
         QVERIFY2(run.err.contains("A1: no sample lies under its envelope"), run.err.constData());
+    }
+
+    // A capture that leaves its envelope only below the lower limit, beside a hole in the limits:
+    // the failure names the worst one below, and the hole is said in every form.
+    void holesAndBelowOnlyFailuresAreSaid()
+    {
+        QVERIFY(writeCapture(path("holed.sr"), pulse(20000, 5e-3, 12e-3, 3.3, 7)));
+        EnvelopeData holed;
+        for (WaveformData *curve : {&holed.upper, &holed.lower}) {
+            curve->sampleInterval = 19999e-6 / 19;
+            curve->samples.writable().assign(20, curve == &holed.upper ? 10.0 : -10.0);
+            std::fill_n(curve->samples.writable().begin() + 5, 3, std::nan(""));
+        }
+        std::fill_n(holed.lower.samples.writable().begin() + 15, 2, 1.0);
+        QVERIFY(saveEnvelope(path("holed.sr"), "A1", holed));
+        const QString report = path("holed.xml");
+        Run run = vorn({"check", path("holed.sr"), "--junit", report});
+        QCOMPARE(run.exitCode, 3);
+        QVERIFY2(run.out.contains("; 4.21032 ms of the envelope without limits (4.21032 ms to 8.42063 ms)"), run.out.constData());
+        run = vorn({"check", "--json", path("holed.sr")});
+        const QJsonObject r = QJsonDocument::fromJson(run.out).array().at(0).toObject();
+        QCOMPARE(r["gaps"].toDouble(), 4 * holed.upper.sampleInterval);
+        QFile file(report);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray xml = file.readAll();
+        QVERIFY2(xml.contains("below the lower limit") && !xml.contains("nan") && xml.contains("<system-out>"), xml.constData());
     }
 
     void junitReportReadsBack()
@@ -248,7 +275,7 @@ private slots:
         const double early[] = {0.0, 250e-6, 777e-6};
         for (int i = 0; i < 3; ++i) {
             QCOMPARE(rows[i]["file"].toString(), path(qPrintable(QStringLiteral("line%1.sr").arg(i))));
-            QVERIFY2(std::fabs(rows[i]["shift"].toDouble() - early[i]) <= 1e-6, qPrintable(QString::number(rows[i]["shift"].toDouble())));
+            QVERIFY2(std::fabs(rows[i]["shift"].toDouble() - early[i]) <= 1e-6, QJsonDocument(rows[i].toObject()).toJson().constData());
         }
     }
 
