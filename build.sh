@@ -5,6 +5,7 @@
 #   ./build.sh bench            build in Release and run the benchmarks
 #   ./build.sh asan             build and run the tests with AddressSanitizer and UBSan
 #   ./build.sh fuzz             fuzz the .sr reader and the key-file parser for a bounded time
+#   ./build.sh package          build the Debian packages vorngraph and vorngraph-dev in build/
 set -euo pipefail
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
@@ -18,6 +19,7 @@ PACKAGES=(
     libbenchmark-dev
     sigrok-cli unzip zip
     xvfb xauth fonts-dejavu-core desktop-file-utils
+    help2man dpkg-dev file bash-completion
 )
 
 install_missing() {
@@ -59,6 +61,12 @@ test)
     build build RelWithDebInfo
     cd build
     QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j "$(nproc)" "$@"
+    ;;
+package)
+    install_missing
+    build build RelWithDebInfo
+    (cd build && cpack -G DEB > /dev/null)
+    ls build/*.deb
     ;;
 asan)
     install_missing

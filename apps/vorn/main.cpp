@@ -14,22 +14,72 @@
 
 namespace {
 
+// Each command's block starts with "  vorn COMMAND"; "vorn COMMAND --help" prints its blocks.
 const char USAGE[] =
-    "usage: vorn list FILE.sr\n"
-    "       vorn dump FILE.sr NAME [--count N]\n"
-    "       vorn envelope FILE.sr NAME [--from GOOD.sr ...] [--points N] [--dx TIME] [--dy VALUE]\n"
-    "                     [--sigma K]\n"
-    "       vorn envelope FILE.sr NAME --remove\n"
-    "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
-    "                  [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--jobs N]\n"
-    "envelope: limits around every sample of NAME in the good captures (FILE itself without\n"
-    "  --from), widened by --dx in time and --dy in value (chosen from the captures' timing and\n"
-    "  noise when not given), with at most N knots where the limits bend. --sigma K puts them at\n"
-    "  the mean plus and minus K standard deviations instead, which need not contain the captures.\n"
-    "check: --align moves each capture by the shift within +-MAXSHIFT (such as 1ms) at which it\n"
-    "  fits its envelope best, --trigger puts its first crossing of LEVEL on the envelope middle's;\n"
-    "  the shift is reported. Files are checked N at a time (--jobs, one per core by default).\n"
-    "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
+    "usage: vorn COMMAND ARGUMENTS; vorn COMMAND --help for one command; vorn --version\n"
+    "Times take an SI prefix and an optional unit (5us, 1.5 ms, 2 us); values are in the waveform's\n"
+    "unit with an optional prefix (20mV, 0.02).\n"
+    "\n"
+    "  vorn list FILE.sr\n"
+    "      Lists every waveform: index, name, samples, interval (s), start (s) and unit.\n"
+    "\n"
+    "  vorn dump FILE.sr NAME [--count N]\n"
+    "      Prints the samples of waveform NAME, one per line.\n"
+    "      --count N          only the first N samples (default: all)\n"
+    "\n"
+    "  vorn envelope FILE.sr NAME [--from GOOD.sr ...] [--points N] [--dx TIME] [--dy VALUE] [--sigma K]\n"
+    "      Makes NAME's envelope from good captures and stores it in FILE: limits around every\n"
+    "      sample of NAME in the good captures, widened, straight between knots where they bend.\n"
+    "      --from GOOD.sr ... the good captures (default: FILE itself)\n"
+    "      --points N         at most N knots (default: as many as the limits need)\n"
+    "      --dx TIME          widening in time: the limit at t covers t-dx ... t+dx (default: the\n"
+    "                         spread of the captures' edge times, at least two samples)\n"
+    "      --dy VALUE         widening in value (default: five times the captures' noise, 1 % to\n"
+    "                         5 % of their value span)\n"
+    "      --sigma K          limits at the mean plus and minus K standard deviations instead of\n"
+    "                         the extremes; they need not contain the captures (default: off)\n"
+    "\n"
+    "  vorn envelope FILE.sr NAME --remove\n"
+    "      Takes NAME's envelope out of FILE.\n"
+    "\n"
+    "  vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
+    "             [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--jobs N]\n"
+    "      Judges every waveform that has an envelope against it, sample by sample.\n"
+    "      --reference REF.sr the envelopes of REF's waveforms of the same name (default: each\n"
+    "                         file's own)\n"
+    "      --json             the verdicts as JSON on standard output\n"
+    "      --junit OUT.xml    the verdicts as a JUnit report\n"
+    "      --align MAXSHIFT   judge each capture at the shift within +-MAXSHIFT, a time, where it\n"
+    "                         fits best (default: no shift)\n"
+    "      --trigger LEVEL[:rising|:falling]\n"
+    "                         put the capture's first crossing of LEVEL, a value, on the golden\n"
+    "                         crossing (edge default: rising); excludes --align\n"
+    "      --jobs N           files checked at once (default: one per core)\n"
+    "      Exit status: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked.\n"
+    "\n"
+    "Exit status: 1 for arguments that make no sense, 2 for a file that cannot be read or written.\n";
+
+// The blocks of USAGE for one command, or nothing when there is no such command.
+std::string commandHelp(const std::string &command)
+{
+    std::string help, block;
+    const std::string usage = USAGE;
+    const std::string head = "  vorn " + command + " ";
+    size_t at = 0;
+    bool inside = false;
+    while (at < usage.size()) {
+        const size_t end = usage.find('\n', at);
+        const std::string line = usage.substr(at, end - at);
+        at = end + 1;
+        if (line.rfind("  vorn ", 0) == 0)
+            inside = line.rfind(head, 0) == 0 || line == head.substr(0, head.size() - 1);
+        else if (line.empty() || line[0] != ' ')
+            inside = false;
+        if (inside)
+            help += line.substr(2) + "\n";
+    }
+    return help;
+}
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_FAILED = 2;
@@ -198,6 +248,15 @@ int main(int argc, char **argv)
 {
     if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
         std::fputs(USAGE, stdout);
+        return 0;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("vorn %s\n", VORN_VERSION);
+        return 0;
+    }
+    if (argc == 3 && (std::strcmp(argv[2], "--help") == 0 || std::strcmp(argv[2], "-h") == 0)
+        && !commandHelp(argv[1]).empty()) {
+        std::fputs(commandHelp(argv[1]).c_str(), stdout);
         return 0;
     }
     try {
