@@ -2,6 +2,7 @@
 // (--json) and CI systems (--junit).
 
 #include "capture.h"
+#include "progress.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -319,6 +320,7 @@ std::vector<Outcome> checkAll(const Options &options, const std::map<std::string
 {
     std::vector<Outcome> outcomes(options.files.size());
     std::atomic<size_t> next{0};
+    Progress progress(outcomes.size(), "files");
     const auto work = [&] {
         for (size_t i = next++; i < outcomes.size(); i = next++) {
             const std::string &file = options.files[i];
@@ -331,6 +333,7 @@ std::vector<Outcome> checkAll(const Options &options, const std::map<std::string
                 outcomes[i].messages += "vorn: " + printable(file) + ": not enough memory\n";
                 outcomes[i].troubles.push_back({file, "not enough memory"});
             }
+            progress.advance();
         }
     };
     const unsigned jobs = std::max(1u, std::min<unsigned>(options.jobs ? options.jobs : std::thread::hardware_concurrency(),

@@ -1,6 +1,7 @@
 // vorn: lists, dumps, makes envelopes of and checks the waveforms in sigrok session files.
 
 #include "capture.h"
+#include "progress.h"
 
 #include <algorithm>
 #include <charconv>
@@ -175,6 +176,7 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
     const std::vector<std::string> sources = options.from.empty() ? std::vector<std::string>{path} : options.from;
     SourceHull hull(options.sigma);
     QString unit;
+    Progress progress(sources.size(), "captures");
     for (const std::string &good : sources) {
         WaveformData capture;
         try {
@@ -190,6 +192,7 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
         QString error;
         if (!hull.add(capture, &error))
             throw Failure{good + ": " + error.toStdString()};
+        progress.advance();
     }
     EnvelopeBuildOptions build;
     build.dx = parseTolerance(options.dx, QStringLiteral("s"));
