@@ -10,6 +10,7 @@
 
 #include <QAction>
 #include <QDropEvent>
+#include <QFileInfo>
 #include <QMenuBar>
 #include <QMimeData>
 #include <QSettings>
@@ -83,7 +84,8 @@ private slots:
         if (reload)
             viewer.document()->fileMenu()->actions().value(5)->trigger(); // File ▸ Reload
         else
-            QVERIFY(viewer.saveAs(m_dir.filePath("copy.sr")));
+            QVERIFY(viewer.saveAs(m_dir.filePath("copy"))); // no suffix: it gets .sr
+        QVERIFY(reload || QFileInfo::exists(m_dir.filePath("copy.sr")));
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the capture left behind goes
         VornGraph *graph = viewer.document()->graph();
         QAction *undo = viewer.document()->findChild<EnvelopeTools *>()->undoAction();
