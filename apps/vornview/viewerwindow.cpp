@@ -196,6 +196,8 @@ void ViewerWindow::closeDocument()
         return;
     // Deferred: this may run inside the document's own close handling.
     m_document->removeEventFilter(this);
+    if (auto *check = m_document->findChild<CheckAgainst *>())
+        check->removeDock();
     m_document->disconnect(this);
     m_document->graph()->disconnect(this);
     m_stack->removeWidget(m_document);

@@ -62,7 +62,7 @@ void EnvelopeEditorOverlay::setupUi()
     layout->insertWidget(0, m_titleLabel);
     m_knotHintLabel = new QLabel(tr("Drag: move the nearer limit\nShift+drag: move in time\n"
                                      "Double-click: add a knot\nDelete: remove\nEnter: type values\n"
-                                     "G: switch the knot off (a gap) or on"), this);
+                                     "G: switch off (a gap) or on"), this);
     m_knotHintLabel->hide();
     m_knotReadoutLabel = new QLabel(this);
     m_knotReadoutLabel->hide();

@@ -290,7 +290,7 @@ void VornGraph::updateKnotReadout()
     // Knots closer on screen than a handle have none until the view is zoomed in on them.
     const int withoutHandles = m_envelopeEditor->knotsWithoutHandles();
     const QString zoomHint = withoutHandles > 0
-        ? QLatin1Char('\n') + tr("%n knot(s) here too close for handles:\nzoom in to reach them", nullptr, withoutHandles)
+        ? QLatin1Char('\n') + tr("%n without handles here:\nzoom in to reach them", nullptr, withoutHandles)
         : QString();
     if (k < 0 || k >= knots.size()) {
         m_editorOverlay->setKnotReadout(tr("%n knot(s)", nullptr, int(knots.size())) + zoomHint);
