@@ -40,6 +40,19 @@ WaveformData stepResponse()
     return w;
 }
 
+// A sine of 25 samples a period, as sigrok's demo source makes one: its envelope bends at nearly
+// every sample.
+WaveformData periodic()
+{
+    std::mt19937 random(11);
+    std::normal_distribution<double> noise(0.0, 0.01);
+    WaveformData w = stepResponse();
+    std::vector<double> &v = w.samples.writable();
+    for (int i = 0; i < SAMPLES; ++i)
+        v[size_t(i)] = std::sin(2 * M_PI * i / 25.0) + noise(random);
+    return w;
+}
+
 // Knots with values of their own at every one, so that none collapses when they are read back.
 EnvelopeData manyKnots(int count)
 {
@@ -56,10 +69,10 @@ struct ShownGraph
     VornGraph graph;
     InteractiveChartView *view = nullptr;
 
-    explicit ShownGraph(const EnvelopeData &envelope)
+    explicit ShownGraph(const EnvelopeData &envelope, const WaveformData &waveform = stepResponse())
     {
         graph.setUseOpenGL(false);
-        graph.addWaveform(stepResponse());
+        graph.addWaveform(waveform);
         graph.resize(1600, 900);
         graph.setEnvelopeEditingByKnots(true);
         graph.setDistinctEnvelopeStyle(true);
@@ -101,9 +114,9 @@ struct ShownGraph
     }
 };
 
-double startMilliseconds(const EnvelopeData &envelope)
+double startMilliseconds(const EnvelopeData &envelope, const WaveformData &waveform = stepResponse())
 {
-    ShownGraph shown(envelope);
+    ShownGraph shown(envelope, waveform);
     QElapsedTimer timer;
     timer.start();
     shown.graph.startEnvelopeEditing(0);
@@ -113,14 +126,19 @@ double startMilliseconds(const EnvelopeData &envelope)
     return ms;
 }
 
-// A knot in the middle, dragged in time and value; -1 when the press grabbed none.
-double dragMilliseconds(const EnvelopeData &envelope)
+// A knot in the middle, dragged in time and value; -1 when the press grabbed none. A dense
+// envelope is zoomed in first until the knot has handles.
+double dragMilliseconds(const EnvelopeData &envelope, const WaveformData &waveform = stepResponse())
 {
-    ShownGraph shown(envelope);
+    ShownGraph shown(envelope, waveform);
     shown.graph.startEnvelopeEditing(0);
     QCoreApplication::processEvents();
     EnvelopeEditorController *editor = shown.graph.envelopeEditor();
     const EnvelopePoint knot = editor->points().at(editor->points().size() / 2);
+    for (int k = 0; k < 20 && editor->knotsWithoutHandles() > 0; ++k) {
+        shown.graph.zoomTime(-1, knot.time);
+        QCoreApplication::processEvents();
+    }
     QAbstractSeries *series = shown.view->chart()->series().first();
     const QPoint at = shown.view->mapFromChartValue({knot.time, knot.upperValue}, series);
     int moves = 0;
@@ -149,6 +167,12 @@ EditEnvelopeFigure editEnvelopeFigures()
     const EnvelopeData built = hull.build({});
     figure.startMs = startMilliseconds(built);
     figure.dragMs = dragMilliseconds(manyKnots(500));
+    SourceHull periodicHull;
+    periodicHull.add(periodic());
+    const EnvelopeData dense = periodicHull.build({});
+    figure.denseKnots = int(recoverKnots(dense).size());
+    figure.denseStartMs = startMilliseconds(dense, periodic());
+    figure.denseDragMs = dragMilliseconds(dense, periodic());
     ShownGraph with(built), without(EnvelopeData{});
     // Both once before measuring, so that neither pays for first-use work.
     with.wheelMilliseconds();
@@ -168,6 +192,9 @@ void BM_EditEnvelope(benchmark::State &state)
     state.counters["start_ms"] = figure.startMs;
     state.counters["drag_ms"] = figure.dragMs;
     state.counters["view_step_ratio"] = figure.viewStepRatio;
+    state.counters["dense_knots"] = figure.denseKnots;
+    state.counters["dense_start_ms"] = figure.denseStartMs;
+    state.counters["dense_drag_ms"] = figure.denseDragMs;
 }
 BENCHMARK(BM_EditEnvelope)->Iterations(1)->Unit(benchmark::kMillisecond);
 

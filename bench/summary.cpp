@@ -238,6 +238,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         const EditEnvelopeFigure edit = editEnvelopeFigures();
         std::printf("edit envelope 20k: %.1f ms to start, %.2f ms per drag, %.2fx view step\n", edit.startMs, edit.dragMs,
                     edit.viewStepRatio);
+        std::printf("edit envelope dense: %d knots, %.1f ms to start, %.2f ms per drag\n", edit.denseKnots,
+                    edit.denseStartMs, edit.denseDragMs);
     }
     if (want("view step")) {
         const ViewStepFigure large = viewStepMilliseconds(4, 25'000'000);

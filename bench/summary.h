@@ -37,6 +37,10 @@ struct EditEnvelopeFigure
     double startMs = -1;
     double dragMs = -1;
     double viewStepRatio = -1;
+    // An envelope of a periodic signal, a knot on nearly every sample.
+    int denseKnots = -1;
+    double denseStartMs = -1;
+    double denseDragMs = -1;
 };
 EditEnvelopeFigure editEnvelopeFigures();
 

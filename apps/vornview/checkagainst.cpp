@@ -111,6 +111,14 @@ CheckAgainst::CheckAgainst(QMainWindow *window, WaveformWindow *document)
     connect(m_list, &ViolationList::message, window, [window](const QString &text) { window->statusBar()->showMessage(text, 5000); });
 }
 
+void CheckAgainst::removeDock()
+{
+    if (!m_dock)
+        return;
+    m_window->removeDockWidget(m_dock);
+    delete m_dock;
+}
+
 void CheckAgainst::onTriggered()
 {
     const QString golden = QFileDialog::getOpenFileName(m_window, tr("Check Against"), QString(),

@@ -2,6 +2,7 @@
 #define CHECKAGAINST_H
 
 #include <QObject>
+#include <QPointer>
 
 class QAction;
 class QDockWidget;
@@ -22,6 +23,9 @@ public:
 
     QAction *action() const { return m_action; }
     ViolationList *violationList() const { return m_list; }
+    // Takes the dock out of the window now rather than with the capture, which goes later: the
+    // next capture must lay itself out in the room the dock leaves.
+    void removeDock();
 
 private:
     void onTriggered();
@@ -29,7 +33,7 @@ private:
     QMainWindow *m_window;
     WaveformWindow *m_document;
     QAction *m_action;
-    QDockWidget *m_dock;
+    QPointer<QDockWidget> m_dock;
     QLabel *m_shifts;
     ViolationList *m_list;
 };

@@ -1,6 +1,7 @@
 #include "envelopetools.h"
 
 #include "envelopedialogs.h"
+#include "knotdragmode.h"
 #include "vorngraph.h"
 #include "vornmask.h"
 #include "waveformwindow.h"
@@ -180,6 +181,13 @@ void EnvelopeTools::createActions()
     });
     m_addRegionAction = envelope->addAction(tr("Add Region"), this, [this] { addRegion(targetWaveform()); });
     m_editKnotAction = envelope->addAction(tr("Edit Knot…"), this, [this] { onEditKnotRequested(-1); });
+    // The one way to open a gap in a knot edit: a press on a knot only ever moves its limits.
+    m_toggleKnotAction = envelope->addAction(tr("Switch Knot Off/On"), this, [this] {
+        EnvelopeEditorController *editor = m_graph->envelopeEditor();
+        if (!editor->toggleKnot(editor->selectedKnot()))
+            QMessageBox::information(m_dialogParent, tr("Switch Knot Off/On"), tr("Select a knot first."));
+    });
+    m_toggleKnotAction->setShortcut(KnotDragMode::TOGGLE_KEY);
 }
 
 bool EnvelopeTools::isModified() const
@@ -277,6 +285,7 @@ void EnvelopeTools::onEditorStateChanged()
     m_makeFromAction->setEnabled(!editing);
     m_addRegionAction->setEnabled(!editing);
     m_editKnotAction->setEnabled(editing && m_graph->envelopeEditor()->isKnotEditing());
+    m_toggleKnotAction->setEnabled(m_editKnotAction->isEnabled());
 }
 
 void EnvelopeTools::onKnotsEdited(const QString &step)

@@ -84,6 +84,7 @@ private:
     QAction *m_redoAction = nullptr;
     QAction *m_widenAction = nullptr;
     QAction *m_makeFromAction = nullptr;
+    QAction *m_toggleKnotAction = nullptr;
     QAction *m_editKnotAction = nullptr;
     QAction *m_addRegionAction = nullptr;
     int m_regionIndex = -1; // the waveform whose region edit runs

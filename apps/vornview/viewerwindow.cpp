@@ -162,6 +162,8 @@ bool ViewerWindow::loadFile(const QString &path)
     // One band per waveform, so that a capture of several channels is readable at first sight.
     if (document->graph()->waveformCount() > 1)
         document->graph()->setStacked(true);
+    // Time labels read across even where divisions are too narrow for one on each.
+    document->graph()->setHorizontalTimeLabels(true);
     recent.prepend(absolute);
     storeRecentFiles(recent);
     setDocument(document, absolute);
@@ -194,6 +196,8 @@ void ViewerWindow::closeDocument()
         return;
     // Deferred: this may run inside the document's own close handling.
     m_document->removeEventFilter(this);
+    if (auto *check = m_document->findChild<CheckAgainst *>())
+        check->removeDock();
     m_document->disconnect(this);
     m_document->graph()->disconnect(this);
     m_stack->removeWidget(m_document);
@@ -346,16 +350,20 @@ void ViewerWindow::onSaveAsTriggered()
 {
     if (!m_document)
         return;
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save Capture As"), QFileInfo(m_filePath).absolutePath(),
-                                                      tr("sigrok sessions (*.sr)"));
-    if (!path.isEmpty())
-        saveAs(path);
+    // The dialog adds the suffix itself, so that it asks about overwriting the file really meant.
+    QFileDialog dialog(this, tr("Save Capture As"), QFileInfo(m_filePath).absolutePath(), tr("sigrok sessions (*.sr)"));
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.setDefaultSuffix(QStringLiteral("sr"));
+    if (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty())
+        saveAs(dialog.selectedFiles().constFirst());
 }
 
-bool ViewerWindow::saveAs(const QString &path)
+bool ViewerWindow::saveAs(const QString &typed)
 {
     if (!m_document)
         return false;
+    // A name without a suffix is a capture all the same; other programs look for .sr.
+    const QString path = QFileInfo(typed).suffix().isEmpty() ? typed + QStringLiteral(".sr") : typed;
     if (QFileInfo(path).absoluteFilePath() == m_filePath) {
         onSaveTriggered();
         return m_document->lastSaveError().isEmpty();

@@ -26,6 +26,7 @@ public:
     bool openFile(const QString &path);
     // Writes a copy of the capture as it is on disk, with the envelopes the user changed, to path
     // and opens the copy; the capture itself stays as it is. Returns whether the copy is open now.
+    // A name without a suffix gets .sr.
     bool saveAs(const QString &path);
     WaveformWindow *document() const { return m_document; }
     static QStringList recentFiles();

@@ -14,6 +14,7 @@
 class DraggablePointMarker;
 class InteractiveChartView;
 class KnotDragMode;
+class KnotLimitsItem;
 class PointDragMode;
 class QAbstractSeries;
 class QChart;
@@ -59,6 +60,11 @@ public:
     bool setKnot(int index, double time, double upperValue, double lowerValue);
     // Replaces every knot, for undoing a step.
     void setKnots(const QVector<EnvelopePoint> &knots);
+    // Switches a knot off (a gap between its neighbours) or back on; one undoable step. A press
+    // never does this: handles are for moving limits.
+    bool toggleKnot(int index);
+    // Knots in view drawn without handles because they lie closer than a handle on screen.
+    int knotsWithoutHandles() const { return m_knotsWithoutHandles; }
     // The grid knots live on: time of node k is start + k * interval.
     double knotGridStart() const { return m_gridStart; }
     double knotGridInterval() const { return m_gridInterval; }
@@ -122,9 +128,11 @@ private:
     void switchToKnotDragMode();
     void rebuildKnotMarkers(int selected);
     EnvelopeData createKnotEnvelopeData() const;
-    // A knot edit keeps its items inside the plot, so that a zoomed edit leaves the axes readable.
-    void clipToPlot(QGraphicsLineItem *line) const;
-    void hideMarkersOutsidePlot();
+    // Knot edits make a marker per knot but scene items only for the knots in view that lie at
+    // least a handle apart (and the selected one), and draw the limits as one item, so that tens
+    // of thousands of knots open and drag like a few hundred.
+    void createKnotMarkers();
+    void placeKnotHandles();
     void releaseInteractionMode();
     void onChartViewDestroyed();
 
@@ -159,6 +167,9 @@ private:
     QPointer<PointDragMode> m_pointDragMode;
     QPointer<KnotDragMode> m_knotDragMode;
     bool m_knotEditing = false;
+    KnotLimitsItem *m_knotLimits = nullptr;
+    QVector<int> m_knotHandles; // knots whose markers have scene items, ascending
+    int m_knotsWithoutHandles = 0;
     double m_gridStart = 0.0;
     double m_gridInterval = 0.0;
     quint64 m_gridNodes = 0;

@@ -4,10 +4,11 @@
 #include "draggablepointmarker.h"
 #include "interactivechartview.h"
 #include "knotdragmode.h"
+#include "knotlimitsitem.h"
 #include "vornmask.h"
 
 #include <QChart>
-#include <QGraphicsLineItem>
+#include <QGraphicsScene>
 
 #include <algorithm>
 #include <cmath>
@@ -36,7 +37,6 @@ void EnvelopeEditorController::startEditingKnots(int waveformIndex, const Wavefo
 void EnvelopeEditorController::switchToKnotDragMode()
 {
     createPointMarkers();
-    hideMarkersOutsidePlot();
     auto *mode = new KnotDragMode(&m_markers, m_series, this);
     mode->setTimeGrid(m_gridStart, m_gridInterval, m_gridNodes);
     m_knotDragMode = mode;
@@ -63,6 +63,8 @@ void EnvelopeEditorController::selectKnot(int index)
     if (!m_knotEditing || !m_knotDragMode)
         return;
     m_knotDragMode->selectKnot(index);
+    // A knot selected from outside may lie among others too close for handles: it gets its own.
+    placeKnotHandles();
     emit knotSelected(m_knotDragMode->selectedIndex());
 }
 
@@ -74,11 +76,9 @@ void EnvelopeEditorController::onKnotMoved(int knotIndex, double time, double up
     knot.time = time;
     knot.upperValue = upperValue;
     knot.lowerValue = lowerValue;
-    // Only the two lines at the knot move; placing all of them costs a few ms at 500 knots.
-    if (chart()) {
-        placeConnectorLines(knotIndex - 1, knotIndex + 1);
-        updateFillArea();
-    }
+    // Only the stretch between the neighbours changes.
+    if (m_knotLimits)
+        m_knotLimits->updateAround(knotIndex);
     emit pointsUpdated();
 }
 
@@ -88,6 +88,14 @@ void EnvelopeEditorController::onKnotToggled(int knotIndex)
         return;
     onPointToggled(knotIndex);
     emit knotsEdited(tr("Toggle Knot"));
+}
+
+bool EnvelopeEditorController::toggleKnot(int index)
+{
+    if (!m_knotEditing || index < 0 || index >= m_editData.points.size())
+        return false;
+    onKnotToggled(index);
+    return true;
 }
 
 bool EnvelopeEditorController::insertKnot(double time)
@@ -169,7 +177,6 @@ void EnvelopeEditorController::setKnots(const QVector<EnvelopePoint> &knots)
 void EnvelopeEditorController::rebuildKnotMarkers(int selected)
 {
     updatePointMarkers();
-    hideMarkersOutsidePlot();
     emit pointsUpdated();
     selectKnot(selected);
 }
@@ -185,23 +192,69 @@ EnvelopeData EnvelopeEditorController::createKnotEnvelopeData() const
     return envelope;
 }
 
-void EnvelopeEditorController::clipToPlot(QGraphicsLineItem *line) const
+void EnvelopeEditorController::createKnotMarkers()
 {
-    QLineF l = line->line();
-    if (!DraggablePointMarker::clipLine(l, chart()->plotArea())) {
-        line->setVisible(false);
+    QGraphicsScene *s = scene();
+    if (!s)
         return;
+    m_markers.reserve(m_editData.points.size());
+    for (const EnvelopePoint &point : qAsConst(m_editData.points)) {
+        auto *marker = new DraggablePointMarker;
+        marker->setSeries(m_series);
+        marker->setDataPosition(point.time, point.upperValue, point.lowerValue);
+        marker->setPointEnabled(point.enabled);
+        m_markers.append(marker);
     }
-    line->setLine(l);
+    m_knotLimits = new KnotLimitsItem(&m_editData.points, m_color);
+    s->addItem(m_knotLimits);
+    placeKnotHandles();
 }
 
-void EnvelopeEditorController::hideMarkersOutsidePlot()
+void EnvelopeEditorController::placeKnotHandles()
 {
     QChart *c = chart();
-    if (!m_knotEditing || !c)
+    QGraphicsScene *s = scene();
+    if (!m_knotEditing || !c || !s || !m_knotLimits || m_markers.size() != m_editData.points.size())
         return;
-    // Each handle on its own: a knot with one limit beyond the plot keeps the other in view.
+    m_knotLimits->setChart(c, m_series);
+    // A handle and a pixel each side: closer knots would hide each other's handles.
+    constexpr double HANDLE_SPACING = 10.0;
     const QRectF plot = c->plotArea().adjusted(-0.5, -0.5, 0.5, 0.5);
-    for (DraggablePointMarker *marker : qAsConst(m_markers))
+    const QVector<EnvelopePoint> &knots = m_editData.points;
+    const auto [first, last] = m_knotLimits->knotsBetween(plot.left(), plot.right());
+    const int selected = selectedKnot();
+    const double far = std::numeric_limits<double>::infinity();
+    QVector<int> shown;
+    int inView = 0;
+    for (int i = first; i < last; ++i) {
+        const double x = m_knotLimits->sceneX(knots.at(i).time);
+        if (x < plot.left() || x > plot.right())
+            continue;
+        ++inView;
+        const double before = i > 0 ? x - m_knotLimits->sceneX(knots.at(i - 1).time) : far;
+        const double after = i + 1 < knots.size() ? m_knotLimits->sceneX(knots.at(i + 1).time) - x : far;
+        if (std::min(before, after) >= HANDLE_SPACING || i == selected)
+            shown.append(i);
+    }
+    m_knotsWithoutHandles = inView - int(shown.size());
+    // Both lists ascend: drop the items of knots that lost their handles.
+    auto keep = shown.cbegin();
+    for (int i : qAsConst(m_knotHandles)) {
+        keep = std::lower_bound(keep, shown.cend(), i);
+        if (keep == shown.cend() || *keep != i)
+            m_markers.at(i)->removeFromScene(s);
+    }
+    for (int i : qAsConst(shown)) {
+        DraggablePointMarker *marker = m_markers.at(i);
+        if (!marker->hasSceneItems()) {
+            marker->createMarkers(s, m_color);
+            marker->setKnotStyle(true);
+            marker->setPointEnabled(marker->isPointEnabled());
+            marker->setSelected(i == selected);
+        }
+        marker->updateScenePosition(c);
+        // Each handle on its own: a knot with one limit beyond the plot keeps the other in view.
         marker->setPlotClip(plot);
+    }
+    m_knotHandles = shown;
 }

@@ -4,6 +4,7 @@
 #include "boundedlineitem.h"
 #include "draggablepointmarker.h"
 #include "interactivechartview.h"
+#include "knotlimitsitem.h"
 
 #include <QBrush>
 #include <QChart>
@@ -91,6 +92,10 @@ QGraphicsScene *EnvelopeEditorController::scene() const
 void EnvelopeEditorController::createPointMarkers()
 {
     removePointMarkers();
+    if (m_knotEditing) {
+        createKnotMarkers();
+        return;
+    }
     QGraphicsScene *s = scene();
     if (!s)
         return;
@@ -119,6 +124,13 @@ void EnvelopeEditorController::removePointMarkers()
         delete marker;
     }
     m_markers.clear();
+    if (m_knotLimits) {
+        s->removeItem(m_knotLimits);
+        delete m_knotLimits;
+        m_knotLimits = nullptr;
+    }
+    m_knotHandles.clear();
+    m_knotsWithoutHandles = 0;
 }
 
 void EnvelopeEditorController::updatePointMarkers()
@@ -135,12 +147,8 @@ void EnvelopeEditorController::createConnectorLines()
     QGraphicsScene *s = scene();
     if (!s || m_markers.size() < 2)
         return;
-    // Knot edits draw solid limits: easier to follow, and hundreds of dashed lines cost a drag
-    // step several milliseconds of dash stroking.
-    const QPen upperPen(QBrush(m_color.lighter(120), Qt::SolidPattern), 1.0,
-                        m_knotEditing ? Qt::SolidLine : Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
-    const QPen lowerPen(QBrush(m_color.darker(120), Qt::SolidPattern), 1.0,
-                        m_knotEditing ? Qt::SolidLine : Qt::DotLine, Qt::SquareCap, Qt::BevelJoin);
+    const QPen upperPen(QBrush(m_color.lighter(120), Qt::SolidPattern), 1.0, Qt::DashLine, Qt::SquareCap, Qt::BevelJoin);
+    const QPen lowerPen(QBrush(m_color.darker(120), Qt::SolidPattern), 1.0, Qt::DotLine, Qt::SquareCap, Qt::BevelJoin);
     for (int i = 0; i + 1 < m_markers.size(); ++i) {
         m_upperLines.append(addConnector(s, upperPen));
         m_lowerLines.append(addConnector(s, lowerPen));
@@ -150,7 +158,10 @@ void EnvelopeEditorController::createConnectorLines()
 
 void EnvelopeEditorController::updateConnectorLines()
 {
-    if (!chart())
+    // A knot edit draws its limits as one item (see placeKnotHandles).
+    if (m_knotLimits)
+        m_knotLimits->update();
+    if (!chart() || m_knotEditing)
         return;
     placeConnectorLines();
     updateFillArea();
@@ -171,10 +182,6 @@ void EnvelopeEditorController::placeConnectorLines(int first, int last)
                                            c->mapToPosition(QPointF(b->time(), b->upperValue()), m_series)));
         m_lowerLines.at(i)->setLine(QLineF(c->mapToPosition(QPointF(a->time(), a->lowerValue()), m_series),
                                            c->mapToPosition(QPointF(b->time(), b->lowerValue()), m_series)));
-        if (m_knotEditing) {
-            clipToPlot(m_upperLines.at(i));
-            clipToPlot(m_lowerLines.at(i));
-        }
     }
 }
 
@@ -231,6 +238,10 @@ void EnvelopeEditorController::updateMarkerPositions()
 {
     if (m_state != EditingPoints || !m_chartView)
         return;
+    if (m_knotEditing) {
+        placeKnotHandles();
+        return;
+    }
     QChart *c = chart();
     for (DraggablePointMarker *marker : qAsConst(m_markers))
         marker->updateScenePosition(c);
@@ -238,7 +249,6 @@ void EnvelopeEditorController::updateMarkerPositions()
         return;
     placeConnectorLines();
     updateFillArea();
-    hideMarkersOutsidePlot();
 }
 
 void EnvelopeEditorController::forgetSceneItems()
@@ -249,4 +259,6 @@ void EnvelopeEditorController::forgetSceneItems()
     m_upperLines.clear();
     m_lowerLines.clear();
     m_fillAreas.clear();
+    m_knotLimits = nullptr;
+    m_knotHandles.clear();
 }

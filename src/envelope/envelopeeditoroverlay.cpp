@@ -60,8 +60,9 @@ void EnvelopeEditorOverlay::setupUi()
     m_titleLabel->setStyleSheet(QStringLiteral("font-weight: bold;"));
     m_titleLabel->hide();
     layout->insertWidget(0, m_titleLabel);
-    m_knotHintLabel = new QLabel(tr("Shift+drag: move in time\nDouble-click: add a knot\n"
-                                     "Delete: remove\nEnter: type values"), this);
+    m_knotHintLabel = new QLabel(tr("Drag: move the nearer limit\nShift+drag: move in time\n"
+                                     "Double-click: add a knot\nDelete: remove\nEnter: type values\n"
+                                     "G: switch off (a gap) or on"), this);
     m_knotHintLabel->hide();
     m_knotReadoutLabel = new QLabel(this);
     m_knotReadoutLabel->hide();
@@ -89,6 +90,9 @@ void EnvelopeEditorOverlay::setKnotEditing(bool knots)
 
 void EnvelopeEditorOverlay::setKnotReadout(const QString &text)
 {
+    // Asked again on every view step; a relayout only when the text changes.
+    if (text == m_knotReadoutLabel->text())
+        return;
     m_knotReadoutLabel->setText(text);
     m_knotReadoutLabel->setVisible(!m_knotHintLabel->isHidden() && !text.isEmpty());
     layout()->activate();

@@ -99,6 +99,22 @@ double offsetKeepingTime(double timeOffset, double timePerDivision, double newTi
     return fromCentre * newTimePerDivision - time;
 }
 
+double roundestWithin(double exact, double slack, double unit)
+{
+    if (!std::isfinite(exact) || !(unit > 0.0) || !(slack > 0.0))
+        return exact;
+    double decade = unit;
+    // Each decade tries a whole step, a half and a fifth; a step below twice the slack always lands.
+    for (int k = 0; k < 40; ++k, decade /= 10) {
+        for (const double step : {decade, decade / 2, decade / 5}) {
+            const double rounded = std::round(exact / step) * step;
+            if (std::fabs(rounded - exact) <= slack)
+                return rounded;
+        }
+    }
+    return exact;
+}
+
 double nearestSampleValue(const std::vector<double> &samples, SampleTimeBase time, double at)
 {
     if (samples.empty() || !(time.interval > 0.0))
@@ -123,7 +139,7 @@ QString formatResolved(double value, double resolution, const QString &unit, int
     significant = std::clamp(significant, 1, MAX_SIGNIFICANT);
     size_t p = std::size(PREFIXES) - 1;
     for (size_t i = 0; i < std::size(PREFIXES); ++i) {
-        if (magnitude >= std::pow(10.0, PREFIXES[i].exponent)) {
+        if (unit.isEmpty() ? PREFIXES[i].exponent == 0 : magnitude >= std::pow(10.0, PREFIXES[i].exponent)) {
             p = i;
             break;
         }
@@ -143,7 +159,7 @@ QString formatResolved(double value, double resolution, const QString &unit, int
     };
     QString number = mantissaText(p);
     // Rounding may carry into the next prefix: 999.9996 m is 1.
-    if (p > 0 && std::fabs(number.toDouble()) >= 1000.0)
+    if (p > 0 && !unit.isEmpty() && std::fabs(number.toDouble()) >= 1000.0)
         number = mantissaText(--p);
     const QString suffix = QString::fromUtf16(PREFIXES[p].text) + unit;
     return suffix.isEmpty() ? number : number + QLatin1Char(' ') + suffix;

@@ -39,12 +39,18 @@ VORNGRAPH_EXPORT QVector<WaveformScale> stackedScales(const QVector<WaveformExte
 VORNGRAPH_EXPORT double offsetKeepingTime(double timeOffset, double timePerDivision, double newTimePerDivision,
                                           double time);
 
+// The roundest value within slack of exact: a whole unit, then a half, a fifth, a tenth of one and
+// so on down the 1-2-5 steps. A zoom that may move the time under the pointer by half a pixel
+// still gets grid times as round as that allows.
+VORNGRAPH_EXPORT double roundestWithin(double exact, double slack, double unit);
+
 // The sample nearest to time; NaN when time lies more than half an interval outside the samples.
 VORNGRAPH_EXPORT double nearestSampleValue(const std::vector<double> &samples, SampleTimeBase time, double at);
 
 // value with an engineering prefix and as many digits as it takes to tell apart two values
 // resolution apart (at least minSignificant), trailing zeros dropped: 78.769901 s where samples
 // lie 1 us apart, 100 ms where they lie 1 ms apart. A value below half the resolution reads 0.
+// Without a unit there is no prefix either: a logic level reads 0.67, not 671.84 m.
 VORNGRAPH_EXPORT QString formatResolved(double value, double resolution, const QString &unit, int minSignificant = 1);
 
 #endif

@@ -154,6 +154,11 @@ public:
     void stepDivisionSize(int index, int steps);
     void stepOffset(int index, int divisions);
 
+    // Divisions narrower than MIN_HORIZONTAL_LABEL_PIXEL turn the time labels upright; with this
+    // on they stay horizontal instead, on every other grid line (or fewer where that would
+    // crowd them). Off by default.
+    void setHorizontalTimeLabels(bool horizontal);
+
     // Every visible waveform in its own band of the screen, or all of them over its full height.
     void setStacked(bool stacked);
     bool isStacked() const { return m_stacked; }
@@ -256,7 +261,9 @@ private:
     QDoubleSpinBox *createWaveformOffsetSpinBox(size_t waveformIndex);
 
     // vorngraph_navigation.cpp: wheel, drag and keys on the chart; the tree boxes' input
-    void setTimeBase(double timePerDivision, double timeOffset);
+    // The offset goes to the roundest value within slack of timeOffset; without a slack, to a
+    // tenth of a division.
+    void setTimeBase(double timePerDivision, double timeOffset, double slack = -1.0);
     void setWaveformScale(int index, double divisionSize, double offset);
     QDoubleSpinBox *divisionSpinBox(int index) const;
     bool chartKeyPressed(QKeyEvent *event);
@@ -384,6 +391,7 @@ private:
     BandLabelItem *m_bandLabels = nullptr;
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
+    bool m_horizontalTimeLabels = false;
     // While a layout sets many scales, the lines and readouts shared by all waveforms wait for
     // the last one: each update rebuilds every zero line.
     bool m_settingScales = false;

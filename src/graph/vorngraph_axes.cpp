@@ -44,9 +44,11 @@ void setUpLabelAxis(QCategoryAxis *axis)
 }
 
 // One label on every grid line of [min, max], the grid running through anchor at steps of
-// division; the last one may lie up to 1 % of a division beyond max.
+// division; the last one may lie up to 1 % of a division beyond max. Only lines within
+// [from, to] get one when asked, and plain numbers without prefixes, as a unitless level reads.
 void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, double division,
-                const QString &unit)
+                const QString &unit, double from = -INFINITY, double to = INFINITY, bool plain = false,
+                int stride = 1)
 {
     // The value axis was left as it was in that case, so its labels stay too.
     if (!isDrawableGrid(min, max, division))
@@ -60,9 +62,14 @@ void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, doub
         const double t = first + k * division;
         if (t > max + division * 0.01)
             break;
+        if (t < from - division * 0.01 || t > to + division * 0.01)
+            continue;
+        // Every stride-th line counted from zero, so the labelled lines stay put while panning.
+        if (stride > 1 && std::llround(t / division) % stride != 0)
+            continue;
         // A grid line that is zero up to rounding reads as zero, not as 3e-17.
         const double shown = division * 1e-9 > std::fabs(t) ? 0.0 : t;
-        axis->append(ValueFormatter::formatWithUnit(shown, unit), t);
+        axis->append(plain ? formatResolved(shown, division / 100.0, QString()) : ValueFormatter::formatWithUnit(shown, unit), t);
     }
     axis->setRange(min, max);
 }
@@ -205,9 +212,20 @@ void VornGraph::updateXAxisLabels()
 {
     if (!m_axisX || !m_axisXLabels)
         return;
+    const bool narrow = m_divisionPixels < MIN_HORIZONTAL_LABEL_PIXEL;
+    // Kept horizontal on request: every other line, or fewer where even that would crowd them.
+    const int stride = narrow && m_horizontalTimeLabels && m_divisionPixels > 0.0
+        ? int(std::ceil(MIN_HORIZONTAL_LABEL_PIXEL / m_divisionPixels))
+        : 1;
     fillLabels(m_axisXLabels, m_axisX->min(), m_axisX->max(), -m_timeOffset, m_timePerDivision,
-               QStringLiteral("s"));
-    m_axisXLabels->setLabelsAngle(m_divisionPixels < MIN_HORIZONTAL_LABEL_PIXEL ? -90 : 0);
+               QStringLiteral("s"), -INFINITY, INFINITY, false, stride);
+    m_axisXLabels->setLabelsAngle(narrow && stride == 1 ? -90 : 0);
+}
+
+void VornGraph::setHorizontalTimeLabels(bool horizontal)
+{
+    m_horizontalTimeLabels = horizontal;
+    updateXAxisLabels();
 }
 
 void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
@@ -240,6 +258,23 @@ void VornGraph::updateYAxisLabels()
         return;
     m_axisYLabels->setLabelsColor(getWaveformColor(i));
     const QValueAxis *axis = m_yAxes[i];
-    fillLabels(m_axisYLabels, axis->min(), axis->max(), -m_offsets[i], m_divisionSizes[i],
-               m_waveforms.at(i).unit);
+    if (!m_stacked) {
+        fillLabels(m_axisYLabels, axis->min(), axis->max(), -m_offsets[i], m_divisionSizes[i],
+                   m_waveforms.at(i).unit);
+        return;
+    }
+    // Stacked, the left edge reads the selected waveform beside its own band only: anywhere else
+    // its values would stand beside another waveform's trace.
+    const double size = m_divisionSizes[i], centre = -m_offsets[i];
+    double from = INFINITY, to = -INFINITY;
+    bool logic = false;
+    for (const Band &band : qAsConst(m_bands)) {
+        if (band.waveform == i) {
+            from = centre + (band.top - band.height) * size;
+            to = centre + band.top * size;
+            logic = band.logic;
+        }
+    }
+    const QString &unit = m_waveforms.at(i).unit;
+    fillLabels(m_axisYLabels, axis->min(), axis->max(), centre, size, unit, from, to, logic || unit.isEmpty());
 }

@@ -51,6 +51,11 @@ QWidget *VornGraph::createChartPage()
     layout->addWidget(m_chartView, 1);
     m_hoverLabel = statusLabel();
     m_cursorLabel = statusLabel();
+    // Its line is kept while hidden: C must not resize the chart, or the cursors it places at a
+    // quarter and three quarters of the view would land elsewhere.
+    QSizePolicy policy = m_cursorLabel->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    m_cursorLabel->setSizePolicy(policy);
     m_cursorLabel->hide();
     layout->addWidget(m_hoverLabel);
     layout->addWidget(m_cursorLabel);
@@ -96,13 +101,17 @@ void VornGraph::setCursorsVisible(bool visible)
         return;
     m_cursorsVisible = visible;
     if (visible && m_axisX) {
-        // Cursors outside the view come back at a third and two thirds of it.
+        // Cursors outside the view, or within a pixel of each other (as before they were first
+        // placed), come back at a quarter and three quarters of it.
         const double min = m_axisX->min();
         const double span = m_axisX->max() - min;
+        const double plotWidth = m_chart->plotArea().width();
+        const double pixel = plotWidth > 0.0 ? span / plotWidth : 0.0;
         const auto inView = [&](double t) { return t >= min && t <= min + span; };
-        if (!inView(m_cursorTimes[0]) || !inView(m_cursorTimes[1])) {
-            m_cursorTimes[0] = min + span / 3.0;
-            m_cursorTimes[1] = min + span * 2.0 / 3.0;
+        if (!inView(m_cursorTimes[0]) || !inView(m_cursorTimes[1])
+            || std::fabs(m_cursorTimes[1] - m_cursorTimes[0]) < pixel) {
+            m_cursorTimes[0] = min + span * 0.25;
+            m_cursorTimes[1] = min + span * 0.75;
         }
     }
     m_cursorLabel->setVisible(visible);
@@ -202,7 +211,7 @@ QString VornGraph::cursorReadout() const
     parts << tr("t1 = %1   t2 = %2   Δt = %3   1/Δt = %4")
                  .arg(formatResolved(t1, resolution, seconds), formatResolved(t2, resolution, seconds),
                       formatResolved(dt, resolution, seconds, MIN_DELTA_DIGITS),
-                      dt != 0.0 ? formatResolved(1.0 / std::fabs(dt), 0.0, QStringLiteral("Hz"), MIN_DELTA_DIGITS)
+                      dt != 0.0 ? formatResolved(1.0 / dt, 0.0, QStringLiteral("Hz"), MIN_DELTA_DIGITS)
                                 : formatted(NAN, QStringLiteral("Hz")));
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
         if (!m_series[i]->isVisible())

@@ -287,8 +287,13 @@ void VornGraph::updateKnotReadout()
         return;
     const int k = m_envelopeEditor->selectedKnot();
     const QVector<EnvelopePoint> &knots = m_envelopeEditor->points();
+    // Knots closer on screen than a handle have none until the view is zoomed in on them.
+    const int withoutHandles = m_envelopeEditor->knotsWithoutHandles();
+    const QString zoomHint = withoutHandles > 0
+        ? QLatin1Char('\n') + tr("%n without handles here:\nzoom in to reach them", nullptr, withoutHandles)
+        : QString();
     if (k < 0 || k >= knots.size()) {
-        m_editorOverlay->setKnotReadout(tr("%n knot(s)", nullptr, int(knots.size())));
+        m_editorOverlay->setKnotReadout(tr("%n knot(s)", nullptr, int(knots.size())) + zoomHint);
         return;
     }
     const QString unit = m_waveforms.value(m_envelopeEditor->waveformIndex()).unit;
@@ -298,7 +303,8 @@ void VornGraph::updateKnotReadout()
                                         .arg(knots.size())
                                         .arg(ValueFormatter::formatWithUnit(knot.time, QStringLiteral("s")),
                                              ValueFormatter::formatWithUnit(knot.upperValue, unit),
-                                             ValueFormatter::formatWithUnit(knot.lowerValue, unit)));
+                                             ValueFormatter::formatWithUnit(knot.lowerValue, unit))
+                                    + zoomHint);
 }
 
 void VornGraph::setEnvelopeEditorPointCount(int count)
@@ -380,8 +386,10 @@ void VornGraph::followPlotChanges()
     m_traces->setPlotArea(m_chart->plotArea());
     m_traces->update();
     updateBandLabels();
-    if (m_envelopeEditor)
+    if (m_envelopeEditor) {
         m_envelopeEditor->updateMarkerPositions();
+        updateKnotReadout();
+    }
     positionEditorOverlay();
     updateViolationMarks();
     updateCursorLines();

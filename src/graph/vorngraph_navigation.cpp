@@ -85,7 +85,11 @@ void VornGraph::zoomTime(int steps, double anchorTime)
     if (m_timePerDivision <= 0.0)
         return;
     const double timePerDivision = stepped(m_timePerDivision, steps);
-    setTimeBase(timePerDivision, offsetKeepingTime(m_timeOffset, m_timePerDivision, timePerDivision, anchorTime));
+    // The anchor's time moves by half a pixel at most: a tenth of a division would move it by
+    // several on a wide screen.
+    const double halfPixel = m_divisionPixels > 0.0 ? timePerDivision / m_divisionPixels * 0.5 : -1.0;
+    setTimeBase(timePerDivision, offsetKeepingTime(m_timeOffset, m_timePerDivision, timePerDivision, anchorTime),
+                halfPixel);
 }
 
 void VornGraph::panTime(double divisions)
@@ -123,14 +127,19 @@ void VornGraph::stepOffset(int index, int divisions)
 
 // The boxes show what the graph chose, as when it lays itself out: no change signal, and the
 // 1-2-5 boxes remember the value as the reference for their next step.
-void VornGraph::setTimeBase(double timePerDivision, double timeOffset)
+void VornGraph::setTimeBase(double timePerDivision, double timeOffset, double slack)
 {
     if (!m_axisX || !(timePerDivision > 0.0) || !std::isfinite(timeOffset))
         return;
     m_timePerDivision = timePerDivision;
-    // On a tenth of a division, so that the grid's times read 1.2 ms rather than 1.23457 ms.
-    const double tenths = std::round(std::clamp(timeOffset, -MAX_DIVISION, MAX_DIVISION) / timePerDivision * 10.0);
-    m_timeOffset = std::isfinite(tenths) ? tenths * timePerDivision / 10.0 : timeOffset;
+    timeOffset = std::clamp(timeOffset, -MAX_DIVISION, MAX_DIVISION);
+    if (slack > 0.0) {
+        m_timeOffset = roundestWithin(timeOffset, slack, timePerDivision);
+    } else {
+        // On a tenth of a division, so that the grid's times read 1.2 ms rather than 1.23457 ms.
+        const double tenths = std::round(timeOffset / timePerDivision * 10.0);
+        m_timeOffset = std::isfinite(tenths) ? tenths * timePerDivision / 10.0 : timeOffset;
+    }
     if (m_timeDivisionSpinBox) {
         showInBox(m_timeDivisionSpinBox, m_timePerDivision);
         m_timeDivisionSpinBox->setProperty("lastValue", m_timePerDivision);

@@ -14,6 +14,8 @@
 namespace {
 
 constexpr double SIGN_HALF_LENGTH = 4.0;
+// Least distance between the centres of a knot's two handles: a handle and a pixel each side.
+constexpr double HANDLES_APART = 10.0;
 
 QPen outlinePen(const QColor &color, double width)
 {
@@ -97,6 +99,8 @@ void DraggablePointMarker::setSelected(bool selected)
 {
     m_selected = selected;
     updateMarkerColors();
+    if (m_knotStyle)
+        updateToggleVisuals();
 }
 
 void DraggablePointMarker::setPointEnabled(bool enabled)
@@ -110,15 +114,38 @@ void DraggablePointMarker::updateScenePosition(QChart *chart)
 {
     if (!chart)
         return;
-    const QPointF upper = chart->mapToPosition(QPointF(m_time, m_upperValue), m_series);
-    const QPointF lower = chart->mapToPosition(QPointF(m_time, m_lowerValue), m_series);
+    if (!m_upperHandle && !m_lowerHandle && !m_toggle)
+        return;
+    QPointF upper = chart->mapToPosition(QPointF(m_time, m_upperValue), m_series);
+    QPointF lower = chart->mapToPosition(QPointF(m_time, m_lowerValue), m_series);
+    const QPointF middle = (upper + lower) / 2;
+    if (m_knotStyle && lower.y() - upper.y() < HANDLES_APART) {
+        upper.setY(middle.y() - HANDLES_APART / 2);
+        lower.setY(middle.y() + HANDLES_APART / 2);
+    }
     if (m_upperHandle)
         m_upperHandle->setPos(upper);
     if (m_lowerHandle)
         m_lowerHandle->setPos(lower);
     if (m_toggle)
-        m_toggle->setPos((upper + lower) / 2);
+        m_toggle->setPos(middle);
     updateToggleVisuals(); // places the link too
+}
+
+void DraggablePointMarker::setKnotStyle(bool knotStyle)
+{
+    m_knotStyle = knotStyle;
+    updateToggleVisuals();
+}
+
+QPointF DraggablePointMarker::upperHandlePos() const
+{
+    return m_upperHandle ? m_upperHandle->pos() : QPointF();
+}
+
+QPointF DraggablePointMarker::lowerHandlePos() const
+{
+    return m_lowerHandle ? m_lowerHandle->pos() : QPointF();
 }
 
 bool DraggablePointMarker::hitTestUpper(const QPointF &scenePos, double tolerance) const
@@ -138,6 +165,9 @@ bool DraggablePointMarker::hitTestToggle(const QPointF &scenePos, double toleran
 
 void DraggablePointMarker::updateMarkerColors()
 {
+    // A knot far from others on screen has no items; its colours would be work for nothing.
+    if (!m_upperHandle && !m_lowerHandle)
+        return;
     QColor upper = m_color.lighter(120);
     QColor lower = m_color.darker(120);
     if (m_selected) {
@@ -165,7 +195,10 @@ void DraggablePointMarker::updateToggleVisuals()
     const QPointF centre = m_toggle->pos();
     const double x = centre.x();
     const double y = centre.y();
-    const QColor signColor = m_pointEnabled ? QColor(Qt::white) : m_color.darker(150);
+    QColor signColor = m_pointEnabled ? QColor(Qt::white) : m_color.darker(150);
+    // A knot's toggle is its only mark once it is off, so it shows being selected.
+    if (m_knotStyle && m_selected && !m_pointEnabled)
+        signColor = m_color.lighter(150);
     m_toggle->setBrush(m_pointEnabled ? QBrush(m_color, Qt::SolidPattern) : QBrush(Qt::NoBrush));
     m_toggle->setPen(QPen(QBrush(signColor, Qt::SolidPattern), 1.0, Qt::SolidLine));
     m_toggleBar->setLine(x - SIGN_HALF_LENGTH, y, x + SIGN_HALF_LENGTH, y);
@@ -190,7 +223,7 @@ void DraggablePointMarker::applyVisibility()
     const bool linkShown = m_plotClip.isNull() || clipLine(link, m_plotClip);
     m_linkLine->setLine(link);
     m_linkLine->setVisible(m_pointEnabled && linkShown);
-    const bool toggleShown = insideClip(m_toggle);
+    const bool toggleShown = insideClip(m_toggle) && !(m_knotStyle && m_pointEnabled);
     m_toggle->setVisible(toggleShown);
     m_toggleBar->setVisible(toggleShown);
     m_toggleCrossBar->setVisible(!m_pointEnabled && toggleShown);

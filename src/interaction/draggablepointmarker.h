@@ -45,6 +45,14 @@ public:
     void setPlotClip(const QRectF &plot);
     // The part of line inside rect; false, line untouched, when none of it is.
     static bool clipLine(QLineF &line, const QRectF &rect);
+    // The knot edit's look: handles never cover each other (where the band is narrower than a
+    // handle they sit beside it, the upper above, the lower below) and an enabled knot shows no
+    // toggle, which would cover both; a disabled one shows it as the knot's only mark.
+    void setKnotStyle(bool knotStyle);
+    bool hasSceneItems() const { return m_upperHandle != nullptr; }
+    // Scene centres of the two handles; null points before createMarkers().
+    QPointF upperHandlePos() const;
+    QPointF lowerHandlePos() const;
 
     bool hitTestUpper(const QPointF &scenePos, double tolerance) const;
     bool hitTestLower(const QPointF &scenePos, double tolerance) const;
@@ -72,6 +80,7 @@ private:
     double m_lowerValue = 0.0;
     bool m_selected = false;
     bool m_pointEnabled = true;
+    bool m_knotStyle = false;
     QRectF m_plotClip;
 };
 

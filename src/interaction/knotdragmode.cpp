@@ -3,6 +3,7 @@
 #include "draggablepointmarker.h"
 #include "interactivechartview.h"
 
+#include <QChart>
 #include <QKeyEvent>
 #include <QMouseEvent>
 
@@ -60,16 +61,26 @@ double KnotDragMode::markerTime(int index) const
 
 int KnotDragMode::handleAt(const QPointF &scenePos, bool *upper) const
 {
+    int nearest = -1;
+    double best = std::numeric_limits<double>::infinity();
+    const auto consider = [&](int i, bool isUpper, bool hit, const QPointF &at) {
+        const QPointF d = at - scenePos;
+        const double distance = d.x() * d.x() + d.y() * d.y();
+        if (hit && distance < best) {
+            best = distance;
+            nearest = i;
+            *upper = isUpper;
+        }
+    };
     for (int i = 0; i < m_markers->size(); ++i) {
         const DraggablePointMarker *marker = m_markers->at(i);
         // A handle hidden beyond the plot takes no clicks meant for the axes (see its hit tests).
-        if (!marker->isPointEnabled())
+        if (!marker->isPointEnabled() || !marker->hasSceneItems())
             continue;
-        *upper = marker->hitTestUpper(scenePos, HIT_TOLERANCE);
-        if (*upper || marker->hitTestLower(scenePos, HIT_TOLERANCE))
-            return i;
+        consider(i, true, marker->hitTestUpper(scenePos, HIT_TOLERANCE), marker->upperHandlePos());
+        consider(i, false, marker->hitTestLower(scenePos, HIT_TOLERANCE), marker->lowerHandlePos());
     }
-    return -1;
+    return nearest;
 }
 
 void KnotDragMode::handleMousePress(InteractiveChartView *view, QMouseEvent *event)
@@ -77,17 +88,25 @@ void KnotDragMode::handleMousePress(InteractiveChartView *view, QMouseEvent *eve
     if (event->button() != Qt::LeftButton)
         return;
     const QPointF scenePos = view->mapToScene(event->pos());
-    for (int i = 0; i < m_markers->size(); ++i) {
-        if (m_markers->at(i)->hitTestToggle(scenePos, HIT_TOLERANCE)) {
-            emit knotToggled(i);
-            return;
-        }
-    }
     bool upper = true;
-    const int hit = handleAt(scenePos, &upper);
-    selectKnot(hit);
-    if (hit < 0)
+    int hit = handleAt(scenePos, &upper);
+    if (hit < 0) {
+        // A knot that is off shows only its toggle: a press there selects it, for the key.
+        for (int i = 0; i < m_markers->size() && hit < 0; ++i) {
+            const DraggablePointMarker *marker = m_markers->at(i);
+            if (!marker->isPointEnabled() && marker->hitTestToggle(scenePos, HIT_TOLERANCE))
+                hit = i;
+        }
+        selectKnot(hit);
+        if (hit >= 0)
+            emit knotSelected(hit);
         return;
+    }
+    selectKnot(hit);
+    const DraggablePointMarker *marker = m_markers->at(hit);
+    const QPointF limit = view->chart()->mapToPosition(
+        QPointF(marker->time(), upper ? marker->upperValue() : marker->lowerValue()), m_series);
+    m_grabOffset = std::isfinite(limit.y()) ? scenePos.y() - limit.y() : 0.0;
     m_draggingUpper = upper;
     m_dragging = true;
     m_moved = false;
@@ -99,7 +118,7 @@ void KnotDragMode::handleMouseMove(InteractiveChartView *view, QMouseEvent *even
     if (!m_dragging || m_selectedIndex < 0 || m_selectedIndex >= m_markers->size())
         return;
     DraggablePointMarker *marker = m_markers->at(m_selectedIndex);
-    const QPointF value = view->mapToChartValue(event->pos(), m_series);
+    const QPointF value = view->chart()->mapToValue(view->mapToScene(event->pos()) - QPointF(0.0, m_grabOffset), m_series);
     double time = marker->time();
     if (event->modifiers() & Qt::ShiftModifier) {
         const double moved = constrainTime(value.x(), markerTime(m_selectedIndex - 1),
@@ -146,6 +165,10 @@ bool KnotDragMode::handleKeyPress(InteractiveChartView *, QKeyEvent *event)
     }
     if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
         emit knotEditRequested(m_selectedIndex);
+        return true;
+    }
+    if (event->key() == TOGGLE_KEY && !(event->modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier))) {
+        emit knotToggled(m_selectedIndex);
         return true;
     }
     return false;

@@ -13,12 +13,16 @@ class QAbstractSeries;
 // Edits an envelope by its knots: a grabbed handle follows the pointer in value and, with Shift
 // held, in time as well, on a time grid and never onto or past a neighbouring knot. A
 // double-click on empty chart asks for a knot there, one on a handle for its editor; Delete asks
-// to remove the selected knot. Toggles work as in the point mode.
+// to remove the selected knot. A press never switches a knot off or on: it grabs the nearest
+// handle (or selects a knot that is off), and G asks to switch the selected knot.
 class VORNGRAPH_EXPORT KnotDragMode : public QObject, public ChartInteractionMode
 {
     Q_OBJECT
 
 public:
+    // Switches the selected knot off (a gap in the limits) or back on.
+    static constexpr Qt::Key TOGGLE_KEY = Qt::Key_G;
+
     KnotDragMode(QVector<DraggablePointMarker *> *markers, QAbstractSeries *series, QObject *parent = nullptr);
 
     // Knot times are start + k * interval for k = 0 ... nodes - 1.
@@ -50,6 +54,7 @@ signals:
 private:
     static constexpr double HIT_TOLERANCE = 10.0;
 
+    // The enabled knot whose upper or lower handle lies nearest to scenePos within the tolerance.
     int handleAt(const QPointF &scenePos, bool *upper) const;
     double markerTime(int index) const;
 
@@ -60,6 +65,9 @@ private:
     quint64 m_gridNodes = 0;
     int m_selectedIndex = -1;
     bool m_draggingUpper = true;
+    // Pointer minus the grabbed limit, in scene pixels: a handle drawn beside a narrow band, or
+    // grabbed off its centre, does not jump to the pointer.
+    double m_grabOffset = 0.0;
     bool m_dragging = false;
     bool m_moved = false;
 };

@@ -158,6 +158,84 @@ private slots:
         QCOMPARE(editor.knot(2).time, 40.0);
     }
 
+    // Knot 1 bounds a band of 0.02 (3 px): its handles are drawn 10 px apart around the band's
+    // middle. A press anywhere near them drags the nearer limit and never switches the knot off.
+    void pressOnNarrowBandMovesTheNearerLimit_data()
+    {
+        QTest::addColumn<int>("fromMiddle");
+        QTest::addColumn<bool>("upperMoves");
+        QTest::newRow("upper handle") << -5 << true;
+        QTest::newRow("lower handle") << 5 << false;
+        QTest::newRow("on the band, above its middle") << -2 << true;
+        QTest::newRow("on the band, below its middle") << 2 << false;
+    }
+    void pressOnNarrowBandMovesTheNearerLimit()
+    {
+        QFETCH(int, fromMiddle);
+        QFETCH(bool, upperMoves);
+        KnotEditor editor;
+        QVERIFY(editor.chart.ready());
+        editor.start(resampleKnots({{0, 1.5, -1.5}, {20, 0.51, 0.49}, {40, 1.8, 0.2}, {100, 1.6, -1.6}}, 0.0, 0.5, 201));
+        QSignalSpy steps(&editor.controller, &EnvelopeEditorController::knotsEdited);
+        const EnvelopePoint before = editor.knot(1);
+        const QPoint at = editor.chart.viewPos(20, 0.5) + QPoint(0, fromMiddle);
+        editor.chart.drag(at, at + QPoint(0, upperMoves ? -40 : 40));
+        QVERIFY(editor.knot(1).enabled);
+        QCOMPARE(steps.size(), 1);
+        QCOMPARE(steps.at(0).at(0).toString(), QStringLiteral("Move Knot"));
+        const double moved = upperMoves ? editor.knot(1).upperValue - before.upperValue
+                                        : before.lowerValue - editor.knot(1).lowerValue;
+        // 40 px of the 4-unit axis, without a jump to the pointer on the press.
+        const double expected = 40 * 4.0 / editor.chart.chart->plotArea().height();
+        QVERIFY2(std::fabs(moved - expected) < 0.01, qPrintable(QString("%1 for %2").arg(moved).arg(expected)));
+        QCOMPARE(upperMoves ? editor.knot(1).lowerValue : editor.knot(1).upperValue,
+                 upperMoves ? before.lowerValue : before.upperValue);
+    }
+
+    // G switches the selected knot off and on. Off, its toggle is its only mark: a press there
+    // selects it and changes nothing.
+    void knotSwitchesOffOnlyByTheKey()
+    {
+        KnotEditor editor;
+        QVERIFY(editor.chart.ready());
+        editor.start(sampleEnvelope());
+        QSignalSpy steps(&editor.controller, &EnvelopeEditorController::knotsEdited);
+        editor.chart.click(editor.upperHandle(2));
+        editor.chart.view->setFocus();
+        QTest::keyClick(editor.chart.view.get(), Qt::Key_G);
+        QVERIFY(!editor.knot(2).enabled);
+        editor.controller.selectKnot(-1);
+        editor.chart.click(editor.chart.viewPos(40, (editor.knot(2).upperValue + editor.knot(2).lowerValue) / 2));
+        QCOMPARE(editor.controller.selectedKnot(), 2);
+        QVERIFY(!editor.knot(2).enabled);
+        QTest::keyClick(editor.chart.view.get(), Qt::Key_G);
+        QVERIFY(editor.knot(2).enabled);
+        QCOMPARE(steps.size(), 2);
+    }
+
+    // Knots 3.75 px apart on 0 ... 50 s get no handles, those 75 px apart on 50 ... 100 s do;
+    // zoomed in on the dense ones, every knot in view has its handles.
+    void handlesOnlyWhereKnotsLieAHandleApart()
+    {
+        QVector<EnvelopePoint> knots;
+        for (int k = 0; k < 100; ++k)
+            knots.append({k * 0.5, 1.0 + 0.2 * (k % 2), -1.0});
+        for (int k = 5; k <= 10; ++k)
+            knots.append({k * 10.0, 1.0 + 0.3 * (k % 2), -1.0});
+        KnotEditor editor;
+        QVERIFY(editor.chart.ready());
+        editor.start(resampleKnots(knots, 0.0, 0.5, 201));
+        QCOMPARE(editor.controller.points().size(), knots.size());
+        const auto handles = [&] { return itemsAtDepth(editor.chart.chart->scene(), 1001.0, {}, true).size(); };
+        // The knot at 50 s lies 0.5 s after a dense one.
+        QCOMPARE(handles(), 2 * 5);
+        QCOMPARE(editor.controller.knotsWithoutHandles(), 101);
+        editor.chart.chart->axes(Qt::Horizontal).first()->setRange(10.0, 15.0);
+        editor.controller.updateMarkerPositions();
+        QCOMPARE(editor.controller.knotsWithoutHandles(), 0);
+        QCOMPARE(handles(), 2 * 11);
+    }
+
     // Typed values: a time off the grid range between the neighbours is refused, not clamped.
     void typedKnotOutsideItsNeighboursIsRefused()
     {

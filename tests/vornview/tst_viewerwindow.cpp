@@ -9,7 +9,9 @@
 #include <algorithm>
 
 #include <QAction>
+#include <QDockWidget>
 #include <QDropEvent>
+#include <QFileInfo>
 #include <QMenuBar>
 #include <QMimeData>
 #include <QSettings>
@@ -83,7 +85,8 @@ private slots:
         if (reload)
             viewer.document()->fileMenu()->actions().value(5)->trigger(); // File ▸ Reload
         else
-            QVERIFY(viewer.saveAs(m_dir.filePath("copy.sr")));
+            QVERIFY(viewer.saveAs(m_dir.filePath("copy"))); // no suffix: it gets .sr
+        QVERIFY(reload || QFileInfo::exists(m_dir.filePath("copy.sr")));
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the capture left behind goes
         VornGraph *graph = viewer.document()->graph();
         QAction *undo = viewer.document()->findChild<EnvelopeTools *>()->undoAction();
@@ -100,6 +103,30 @@ private slots:
     }
 
     // Apply of a region that holds no sample, or of a click without a drag, keeps what was there.
+    // A capture opened while the violations dock of the last one shows fits the window as it
+    // does in a fresh viewer: the dock's room is not taken for the chart's.
+    void captureOpenedAfterACheckFitsLikeAnyOther()
+    {
+        const QString path = capture("fits.sr");
+        ViewerWindow fresh, checked;
+        for (ViewerWindow *viewer : {&fresh, &checked}) {
+            viewer->resize(1200, 800);
+            viewer->show();
+            QVERIFY(QTest::qWaitForWindowExposed(viewer));
+        }
+        QVERIFY(checked.openFile(path));
+        checked.findChild<QDockWidget *>()->show(); // as Check Against leaves it
+        QTRY_VERIFY(checked.document()->graph()->timePerDivision() > 0);
+        QVERIFY(checked.openFile(path) && fresh.openFile(path));
+        const auto timeBase = [](ViewerWindow &viewer) {
+            const VornGraph *graph = viewer.document()->graph();
+            return QList<double>({graph->timePerDivision(), graph->timeOffset()});
+        };
+        QTRY_VERIFY(timeBase(checked)[0] > 0 && timeBase(fresh)[0] > 0);
+        QTest::qWait(50);
+        QCOMPARE(timeBase(checked), timeBase(fresh));
+    }
+
     void envelopesCheckingNoSampleAreNotKept_data()
     {
         QTest::addColumn<double>("start");
