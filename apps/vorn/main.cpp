@@ -1,6 +1,7 @@
 // vorn: lists, dumps, makes envelopes of and checks the waveforms in sigrok session files.
 
 #include "capture.h"
+#include "limitsreport.h"
 
 #include <algorithm>
 #include <charconv>
@@ -22,6 +23,9 @@ const char USAGE[] =
     "       vorn envelope FILE.sr NAME --remove\n"
     "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
     "                  [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--jobs N]\n"
+    "       vorn measure FILE.sr [NAME ...] [--from TIME] [--to TIME] [--json]\n"
+    "       vorn limits REF.sr NAME 'rise_time<=25us' 'overshoot<=12%' '1ms<=period<=2ms' ...\n"
+    "       vorn limits REF.sr NAME --remove [MEASUREMENT ...]\n"
     "envelope: limits around every sample of NAME in the good captures (FILE itself without\n"
     "  --from), widened by --dx in time and --dy in value (chosen from the captures' timing and\n"
     "  noise when not given), with at most N knots where the limits bend. --sigma K puts them at\n"
@@ -29,6 +33,8 @@ const char USAGE[] =
     "check: --align moves each capture by the shift within +-MAXSHIFT (such as 1ms) at which it\n"
     "  fits its envelope best, --trigger puts its first crossing of LEVEL on the envelope middle's;\n"
     "  the shift is reported. Files are checked N at a time (--jobs, one per core by default).\n"
+    "limits: kept in REF.sr beside its envelopes; check applies them with the envelopes, and a\n"
+    "  waveform with limits but no envelope is judged by its limits alone.\n"
     "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
 
 constexpr int EXIT_USAGE = 1;
@@ -189,6 +195,10 @@ int run(const std::vector<std::string> &args)
     }
     if (command == "check")
         return checkCaptures(args);
+    if (command == "measure")
+        return measureCaptures(args);
+    if (command == "limits")
+        return setLimits(args);
     throw UsageError{};
 }
 
