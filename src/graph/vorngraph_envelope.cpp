@@ -378,6 +378,7 @@ void VornGraph::followPlotChanges()
         m_envelopeEditor->updateMarkerPositions();
     positionEditorOverlay();
     updateViolationMarks();
+    updateMeasurementMarks();
     updateCursorLines();
     updateReadouts();
 }

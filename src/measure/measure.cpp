@@ -143,11 +143,27 @@ QString measureUnit(Measure measure, const QString &waveformUnit)
     }
 }
 
+namespace {
+
+// Four significant digits, as a reading is taken; a power of ten below one divides, so that the
+// result is the double nearest to the decimal shown.
+double readable(double value)
+{
+    if (!std::isfinite(value) || value == 0.0)
+        return value;
+    const int digits = 3 - static_cast<int>(std::floor(std::log10(std::abs(value))));
+    const double scale = std::pow(10.0, std::abs(digits));
+    return digits >= 0 ? std::round(value * scale) / scale : std::round(value / scale) * scale;
+}
+
+} // namespace
+
 QString formatMeasure(Measure measure, double value, const QString &waveformUnit)
 {
+    value = readable(value);
     const QString unit = measureUnit(measure, waveformUnit);
     if (unit == QLatin1String("%"))
-        return QStringLiteral("%1 %").arg(value, 0, 'f', std::abs(value) < 10 ? 2 : 1);
+        return QStringLiteral("%1 %").arg(value, 0, 'g', 4);
     return ValueFormatter::formatWithUnit(value, unit);
 }
 

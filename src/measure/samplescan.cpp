@@ -29,31 +29,57 @@ void scanBlocks(const double *samples, size_t count, size_t firstBlock, size_t l
 {
     part.bins.assign(static_cast<size_t>(WAYS) * HISTOGRAM_BINS, 0);
     uint32_t *bins = part.bins.data();
+    // Four accumulators of each kind, so that the sums are not one chain of dependent additions
+    // and the loops vectorise.
+    constexpr size_t LANES = 4;
+    uint32_t index[SCAN_BLOCK];
     for (size_t b = firstBlock; b < lastBlock; ++b) {
         const double *v = samples + b * SCAN_BLOCK;
         const size_t n = std::min(SCAN_BLOCK, count - b * SCAN_BLOCK);
-        double mn = v[0], mx = v[0], s = 0.0, s2 = 0.0;
-        size_t binary = 0;
-        for (size_t i = 0; i < n; ++i) {
-            mn = v[i] < mn ? v[i] : mn;
-            mx = v[i] > mx ? v[i] : mx;
-            s += v[i];
-            s2 += v[i] * v[i];
-            binary += (v[i] == 0.0) | (v[i] == 1.0);
+        double mins[LANES], maxs[LANES], s[LANES] = {}, s2[LANES] = {};
+        size_t binaries[LANES] = {}, outsides[LANES] = {};
+        std::fill_n(mins, LANES, v[0]);
+        std::fill_n(maxs, LANES, v[0]);
+        size_t i = 0;
+        for (; i + LANES <= n; i += LANES) {
+            for (size_t k = 0; k < LANES; ++k) {
+                const double x = v[i + k];
+                mins[k] = x < mins[k] ? x : mins[k];
+                maxs[k] = x > maxs[k] ? x : maxs[k];
+                s[k] += x;
+                s2[k] += x * x;
+                binaries[k] += (x == 0.0) | (x == 1.0);
+                const double bin = (x - low) * scale;
+                outsides[k] += (bin < 0.0) | (bin >= HISTOGRAM_BINS);
+                const double clamped = bin >= 0.0 ? (bin < HISTOGRAM_BINS ? bin : HISTOGRAM_BINS - 1) : 0.0;
+                index[i + k] = static_cast<uint32_t>(static_cast<int32_t>(clamped));
+            }
         }
-        size_t outside = 0;
-        for (size_t i = 0; i < n; ++i) {
-            const double x = (v[i] - low) * scale;
-            const bool in = x >= 0.0 && x < HISTOGRAM_BINS;
-            outside += !in;
-            bins[(i % WAYS) * HISTOGRAM_BINS + (in ? static_cast<size_t>(x) : x >= HISTOGRAM_BINS ? HISTOGRAM_BINS - 1 : 0)]++;
+        for (; i < n; ++i) {
+            const double x = v[i];
+            mins[0] = std::min(mins[0], x);
+            maxs[0] = std::max(maxs[0], x);
+            s[0] += x;
+            s2[0] += x * x;
+            binaries[0] += (x == 0.0) | (x == 1.0);
+            const double bin = (x - low) * scale;
+            outsides[0] += (bin < 0.0) | (bin >= HISTOGRAM_BINS);
+            index[i] = static_cast<uint32_t>(static_cast<int32_t>(bin >= 0.0 ? (bin < HISTOGRAM_BINS ? bin : HISTOGRAM_BINS - 1) : 0.0));
         }
+        for (i = 0; i < n; ++i)
+            bins[(i % WAYS) * HISTOGRAM_BINS + index[i]]++;
+        const double mn = std::min(std::min(mins[0], mins[1]), std::min(mins[2], mins[3]));
+        const double mx = std::max(std::max(maxs[0], maxs[1]), std::max(maxs[2], maxs[3]));
+        const size_t binary = binaries[0] + binaries[1] + binaries[2] + binaries[3];
+        const size_t outside = outsides[0] + outsides[1] + outsides[2] + outsides[3];
+        s[0] += s[1] + s[2] + s[3];
+        s2[0] += s2[1] + s2[2] + s2[3];
         scan.blockMin[b] = mn;
         scan.blockMax[b] = mx;
         part.min = std::min(part.min, mn);
         part.max = std::max(part.max, mx);
-        part.sum += s;
-        part.sumSquares += s2;
+        part.sum += s[0];
+        part.sumSquares += s2[0];
         part.binary += binary;
         part.outside += outside;
     }

@@ -20,7 +20,7 @@ const char *measureKey(Measure measure);
 bool measureFromKey(const QString &key, Measure &measure);
 // "s", "Hz", "%" or the waveform's own unit.
 QString measureUnit(Measure measure, const QString &waveformUnit);
-// The value with its prefix and unit, as the cursors read values ("25 μs", "12.3 %").
+// The value to four significant digits with its prefix and unit ("25 μs", "12.3 %").
 QString formatMeasure(Measure measure, double value, const QString &waveformUnit);
 
 // A measurement's value, or why it does not apply (then the value is NaN).
