@@ -188,7 +188,8 @@ PulseMeasurements measurePulses(const WaveformData &waveform, double from, doubl
     m.from = clock.at(0);
     m.to = clock.at(static_cast<double>(last - first - 1));
     const SampleScan scan = scanSamples(samples.data() + first, last - first);
-    m.logic = waveform.unit.isEmpty() && scan.binary == scan.count;
+    m.logic = waveform.unit.isEmpty() && scan.min == 0.0 && scan.max == 1.0
+              && std::all_of(samples.begin() + first, samples.begin() + last, [](double x) { return x == 0.0 || x == 1.0; });
     m.levels = m.logic ? StateLevels{0.0, 1.0, QString()} : stateLevels(scan);
     amplitudes(m, scan);
     const double amplitude = m.levels.high - m.levels.low;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <thread>
 
@@ -18,9 +19,51 @@ struct Part
     double min = std::numeric_limits<double>::infinity();
     double max = -std::numeric_limits<double>::infinity();
     double sum = 0.0, sumSquares = 0.0;
-    size_t binary = 0, outside = 0;
     std::vector<uint32_t> bins;
 };
+
+// The extremes and sums of one block, four lanes at a time in a vector of the compiler's, so
+// that no addition waits for the one before (the compiler may not reorder them itself).
+struct BlockSums
+{
+    double min = 0.0, max = 0.0, sum = 0.0, squares = 0.0;
+};
+
+typedef double Lanes __attribute__((vector_size(4 * sizeof(double))));
+
+BlockSums blockSums(const double *v, size_t n)
+{
+    Lanes mn = {v[0], v[0], v[0], v[0]}, mx = mn, s = {}, s2 = {};
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        Lanes x;
+        std::memcpy(&x, v + i, sizeof x);
+        mn = x < mn ? x : mn;
+        mx = x > mx ? x : mx;
+        s += x;
+        s2 += x * x;
+    }
+    BlockSums r{std::min(std::min(mn[0], mn[1]), std::min(mn[2], mn[3])), std::max(std::max(mx[0], mx[1]), std::max(mx[2], mx[3])),
+                (s[0] + s[1]) + (s[2] + s[3]), (s2[0] + s2[1]) + (s2[2] + s2[3])};
+    for (; i < n; ++i) {
+        r.min = v[i] < r.min ? v[i] : r.min;
+        r.max = v[i] > r.max ? v[i] : r.max;
+        r.sum += v[i];
+        r.squares += v[i] * v[i];
+    }
+    return r;
+}
+
+// Bin of each sample, clamped to the histogram; a NaN lands in the first bin.
+void binIndices(const double *v, size_t n, double low, double scale, int32_t *index)
+{
+    for (size_t i = 0; i < n; ++i) {
+        double bin = (v[i] - low) * scale;
+        bin = bin > 0.0 ? bin : 0.0;
+        bin = bin < HISTOGRAM_BINS - 1 ? bin : HISTOGRAM_BINS - 1;
+        index[i] = static_cast<int32_t>(bin);
+    }
+}
 
 // Blocks [firstBlock, lastBlock) of the span: statistics, block extremes and the histogram
 // over [low, low + HISTOGRAM_BINS / scale).
@@ -29,59 +72,20 @@ void scanBlocks(const double *samples, size_t count, size_t firstBlock, size_t l
 {
     part.bins.assign(static_cast<size_t>(WAYS) * HISTOGRAM_BINS, 0);
     uint32_t *bins = part.bins.data();
-    // Four accumulators of each kind, so that the sums are not one chain of dependent additions
-    // and the loops vectorise.
-    constexpr size_t LANES = 4;
-    uint32_t index[SCAN_BLOCK];
+    int32_t index[SCAN_BLOCK];
     for (size_t b = firstBlock; b < lastBlock; ++b) {
         const double *v = samples + b * SCAN_BLOCK;
         const size_t n = std::min(SCAN_BLOCK, count - b * SCAN_BLOCK);
-        double mins[LANES], maxs[LANES], s[LANES] = {}, s2[LANES] = {};
-        size_t binaries[LANES] = {}, outsides[LANES] = {};
-        std::fill_n(mins, LANES, v[0]);
-        std::fill_n(maxs, LANES, v[0]);
-        size_t i = 0;
-        for (; i + LANES <= n; i += LANES) {
-            for (size_t k = 0; k < LANES; ++k) {
-                const double x = v[i + k];
-                mins[k] = x < mins[k] ? x : mins[k];
-                maxs[k] = x > maxs[k] ? x : maxs[k];
-                s[k] += x;
-                s2[k] += x * x;
-                binaries[k] += (x == 0.0) | (x == 1.0);
-                const double bin = (x - low) * scale;
-                outsides[k] += (bin < 0.0) | (bin >= HISTOGRAM_BINS);
-                const double clamped = bin >= 0.0 ? (bin < HISTOGRAM_BINS ? bin : HISTOGRAM_BINS - 1) : 0.0;
-                index[i + k] = static_cast<uint32_t>(static_cast<int32_t>(clamped));
-            }
-        }
-        for (; i < n; ++i) {
-            const double x = v[i];
-            mins[0] = std::min(mins[0], x);
-            maxs[0] = std::max(maxs[0], x);
-            s[0] += x;
-            s2[0] += x * x;
-            binaries[0] += (x == 0.0) | (x == 1.0);
-            const double bin = (x - low) * scale;
-            outsides[0] += (bin < 0.0) | (bin >= HISTOGRAM_BINS);
-            index[i] = static_cast<uint32_t>(static_cast<int32_t>(bin >= 0.0 ? (bin < HISTOGRAM_BINS ? bin : HISTOGRAM_BINS - 1) : 0.0));
-        }
-        for (i = 0; i < n; ++i)
-            bins[(i % WAYS) * HISTOGRAM_BINS + index[i]]++;
-        const double mn = std::min(std::min(mins[0], mins[1]), std::min(mins[2], mins[3]));
-        const double mx = std::max(std::max(maxs[0], maxs[1]), std::max(maxs[2], maxs[3]));
-        const size_t binary = binaries[0] + binaries[1] + binaries[2] + binaries[3];
-        const size_t outside = outsides[0] + outsides[1] + outsides[2] + outsides[3];
-        s[0] += s[1] + s[2] + s[3];
-        s2[0] += s2[1] + s2[2] + s2[3];
-        scan.blockMin[b] = mn;
-        scan.blockMax[b] = mx;
-        part.min = std::min(part.min, mn);
-        part.max = std::max(part.max, mx);
-        part.sum += s[0];
-        part.sumSquares += s2[0];
-        part.binary += binary;
-        part.outside += outside;
+        const BlockSums sums = blockSums(v, n);
+        binIndices(v, n, low, scale, index);
+        for (size_t i = 0; i < n; ++i)
+            bins[(i % WAYS) * HISTOGRAM_BINS + static_cast<size_t>(index[i])]++;
+        scan.blockMin[b] = sums.min;
+        scan.blockMax[b] = sums.max;
+        part.min = std::min(part.min, sums.min);
+        part.max = std::max(part.max, sums.max);
+        part.sum += sums.sum;
+        part.sumSquares += sums.squares;
     }
 }
 
@@ -96,6 +100,10 @@ void guessRange(const double *samples, size_t count, double &low, double &high)
     }
     low = std::min(low, samples[count - 1]);
     high = std::max(high, samples[count - 1]);
+    // Noise reaches further in all the samples than in the few looked at: room for it.
+    const double margin = (high - low) * 0.1;
+    low -= margin;
+    high += margin;
 }
 
 double binScale(double low, double high)
@@ -142,16 +150,16 @@ SampleScan scanSamples(const double *samples, size_t count)
         total.max = std::max(total.max, p.max);
         total.sum += p.sum;
         total.sumSquares += p.sumSquares;
-        total.binary += p.binary;
-        total.outside += p.outside;
     }
     scan.min = total.min;
     scan.max = total.max;
     scan.sum = total.sum;
     scan.sumSquares = total.sumSquares;
-    scan.binary = total.binary;
-    // The guess missed more than a trace of the samples: count them again over the true range.
-    if (total.outside > count / 1000 || !(high > low)) {
+    // More than a trace of the blocks reach beyond the guess: count again over the true range.
+    size_t outside = 0;
+    for (size_t b = 0; b < blocks; ++b)
+        outside += scan.blockMin[b] < low || scan.blockMax[b] >= high;
+    if (outside > blocks / 1000 || !(high > low)) {
         low = scan.min;
         high = scan.max;
         const double scale = binScale(low, high);

@@ -19,7 +19,6 @@ struct SampleScan
     const double *samples = nullptr; // the span's first sample
     size_t count = 0;
     double min = 0.0, max = 0.0, sum = 0.0, sumSquares = 0.0;
-    size_t binary = 0; // samples that are exactly 0 or 1
     double histogramLow = 0.0, histogramHigh = 0.0; // range of the bins
     std::vector<uint64_t> histogram;                // HISTOGRAM_BINS counts
     std::vector<double> blockMin, blockMax;         // per SCAN_BLOCK samples, the last one partial
