@@ -224,6 +224,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printReduction(makeSamples(LONG));
     if (want("check"))
         printCheck(makeSamples(LONG));
+    if (want("measure"))
+        printMeasure();
     if (want("envelope"))
         printEnvelopeBuild();
     if (want("check 200 files"))

@@ -25,6 +25,8 @@ struct ViewStepFigure
 // stacked at the given size (bench_view.cpp).
 ViewStepFigure viewStepMilliseconds(int waveforms, std::size_t samples, int width = 1600, int height = 900);
 
+// Prints the measure 100M line (bench_measure.cpp).
+void printMeasure();
 // Prints the envelope 10x10M line (bench_envelope.cpp).
 void printEnvelopeBuild();
 // Writes a capture of this many samples on this many channels unless the file exists.

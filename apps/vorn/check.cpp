@@ -3,6 +3,7 @@
 
 #include "capture.h"
 #include "progress.h"
+#include "limitsreport.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -41,7 +42,14 @@ struct Verdict
     QString unit;
     EnvelopeCheckResult result;
     bool aligned = false;
+    bool enveloped = true; // false: judged by its measurement limits alone
+    LimitVerdict limits;
 };
+
+bool passed(const Verdict &v)
+{
+    return (!v.enveloped || v.result.passed()) && v.limits.passed();
+}
 
 // A file that could not be checked, and why.
 struct Trouble
@@ -120,10 +128,12 @@ QString seconds(double t)
 QString describe(const Verdict &v)
 {
     const EnvelopeCheckResult &r = v.result;
-    const QString head = QStringLiteral("%1 %2 %3: ").arg(r.passed() ? "pass" : "fail", QString::fromStdString(v.file),
+    const QString head = QStringLiteral("%1 %2 %3: ").arg(passed(v) ? "pass" : "fail", QString::fromStdString(v.file),
                                                         QString::fromStdString(v.waveform));
+    if (!v.enveloped)
+        return head + limitsText(v.limits);
     if (!r.failure.isEmpty())
-        return head + r.failure;
+        return head + r.failure + (v.limits.outcomes.empty() ? QString() : ", " + limitsText(v.limits));
     QString line = head + QStringLiteral("%1 checked").arg(r.checked);
     if (v.aligned)
         line += QStringLiteral(", shift %1").arg(seconds(r.shift));
@@ -143,6 +153,8 @@ QString describe(const Verdict &v)
         line += QStringLiteral(", %1 of the envelope uncovered").arg(seconds(r.uncovered));
     if (!std::isnan(r.minMargin))
         line += QStringLiteral(", min margin %1").arg(marginText(r.minMargin));
+    if (!v.limits.outcomes.empty())
+        line += ", " + limitsText(v.limits);
     const QString notes = checkNotes(r);
     if (!notes.isEmpty())
         line += QStringLiteral("; ") + notes;
@@ -166,7 +178,7 @@ QJsonObject toJson(const Verdict &v)
     const EnvelopeCheckResult &r = v.result;
     QJsonObject row{{"file", QString::fromStdString(v.file)},
                        {"waveform", QString::fromStdString(v.waveform)},
-                       {"result", r.passed() ? "pass" : "fail"},
+                       {"result", passed(v) ? "pass" : "fail"},
                        {"checked", static_cast<double>(r.checked)},
                        {"nan", static_cast<double>(r.nanSamples)},
                        {"above", static_cast<double>(r.above)},
@@ -187,6 +199,12 @@ QJsonObject toJson(const Verdict &v)
         row.insert("sample_rates", QJsonObject{{"capture", 1 / r.captureInterval}, {"envelope", 1 / r.envelopeInterval}});
     if (!r.failure.isEmpty())
         row.insert("reason", r.failure);
+    if (!v.limits.outcomes.empty()) {
+        QJsonObject measured = measurementsJson(QString(), v.limits.measurements);
+        measured.remove("waveform");
+        row.insert("measurements", measured);
+        row.insert("limit_failures", limitFailuresJson(v.limits));
+    }
     return row;
 }
 
@@ -195,6 +213,9 @@ QJsonObject toJson(const Verdict &v)
 QString worstViolation(const Verdict &v)
 {
     const EnvelopeCheckResult &r = v.result;
+    const QString limits = v.limits.passed() ? QString() : limitsText(v.limits);
+    if (!v.enveloped || v.result.passed())
+        return limits;
     if (!r.failure.isEmpty())
         return r.failure;
     QString message;
@@ -211,6 +232,8 @@ QString worstViolation(const Verdict &v)
         message += (message.isEmpty() ? "" : "; ") + QStringLiteral("%1 of the envelope uncovered").arg(seconds(r.uncovered));
     if (v.aligned)
         message += QStringLiteral("; shift %1").arg(seconds(r.shift));
+    if (!limits.isEmpty())
+        message += "; " + limits;
     return message;
 }
 
@@ -222,7 +245,7 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
         return false;
     int failures = 0;
     for (const Verdict &v : verdicts)
-        failures += !v.result.passed();
+        failures += !passed(v);
     QXmlStreamWriter xml(&file);
     xml.setAutoFormatting(true);
     xml.writeStartDocument();
@@ -236,10 +259,10 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
         xml.writeStartElement("testcase");
         xml.writeAttribute("classname", QString::fromStdString(v.file));
         xml.writeAttribute("name", QString::fromStdString(v.waveform));
-        if (!v.result.passed()) {
+        if (!passed(v)) {
             xml.writeStartElement("failure");
             xml.writeAttribute("message", worstViolation(v));
-            xml.writeAttribute("type", "envelope");
+            xml.writeAttribute("type", v.enveloped && !v.result.passed() ? "envelope" : "limits");
             xml.writeCharacters(describe(v));
             xml.writeEndElement();
         }
@@ -262,16 +285,24 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
     return !xml.hasError() && file.flush();
 }
 
-std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
+// What a golden capture judges with: its envelopes and its measurement limits.
+struct Golden
 {
     std::map<std::string, EnvelopeData> envelopes;
+    WaveformLimits limits;
+};
+
+Golden referenceGolden(const std::string &path)
+{
+    Golden golden;
     for (EnvelopedWaveform &w : envelopedWaveforms(path, readInfos(path))) {
         if (!w.envelope.isEmpty())
-            envelopes[w.name] = std::move(w.envelope);
+            golden.envelopes[w.name] = std::move(w.envelope);
     }
-    if (envelopes.empty())
+    golden.limits = limitsOf(path);
+    if (golden.envelopes.empty() && golden.limits.empty())
         throw Failure{path + ": the reference holds no envelope"};
-    return envelopes;
+    return golden;
 }
 
 // What one file gave: its verdicts, or why it could not be checked, with the messages for stderr
@@ -283,40 +314,49 @@ struct Outcome
     std::string messages;
 };
 
-// Checks every plain waveform of one file that has an envelope, its own or the reference's, one
-// waveform in memory at a time. An envelope with no sample under it judges nothing: that waveform
-// is in trouble, not passed.
-void checkFile(const std::string &path, const std::map<std::string, EnvelopeData> *reference,
-               const AlignmentOptions &align, Outcome &outcome)
+// Checks every plain waveform of one file that has an envelope or measurement limits, its own or
+// the reference's, one waveform in memory at a time. An envelope with no sample under it judges
+// nothing: that waveform is in trouble, not passed.
+void checkFile(const std::string &path, const Golden *reference, const AlignmentOptions &align, Outcome &outcome)
 {
     const auto infos = readInfos(path);
+    const WaveformLimits ownLimits = reference ? WaveformLimits() : limitsOf(path);
+    const WaveformLimits &limits = reference ? reference->limits : ownLimits;
     size_t checked = 0;
     const bool aligned = align.trigger || align.maxShift > 0.0;
     for (EnvelopedWaveform &w : envelopedWaveforms(path, infos)) {
         if (reference) {
-            const auto it = reference->find(w.name);
-            w.envelope = it != reference->end() ? it->second : EnvelopeData();
+            const auto it = reference->envelopes.find(w.name);
+            w.envelope = it != reference->envelopes.end() ? it->second : EnvelopeData();
         }
-        if (w.envelope.isEmpty())
+        const auto limited = limits.find(w.name);
+        if (w.envelope.isEmpty() && limited == limits.end())
             continue;
         const WaveformData waveform = loadWaveformAt(path, infos, w.index, UINT64_MAX);
-        const EnvelopeCheckResult result = checkAligned(waveform, w.envelope, align);
+        Verdict verdict{path, w.name, waveform.unit, {}, aligned, !w.envelope.isEmpty(), {}};
         ++checked;
-        if (result.checked == 0 && result.failure.isEmpty()) {
-            const std::string reason = w.name + ": no sample lies under its envelope";
-            outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
-            outcome.troubles.push_back({path, reason});
-            continue;
+        if (verdict.enveloped) {
+            verdict.result = checkAligned(waveform, w.envelope, align);
+            if (verdict.result.checked == 0 && verdict.result.failure.isEmpty()) {
+                const std::string reason = w.name + ": no sample lies under its envelope";
+                outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
+                outcome.troubles.push_back({path, reason});
+                continue;
+            }
         }
-        outcome.verdicts.push_back({path, w.name, waveform.unit, result, aligned});
+        if (limited != limits.end())
+            verdict.limits = judgeLimits(waveform, limited->second);
+        outcome.verdicts.push_back(std::move(verdict));
     }
-    if (checked == 0)
+    if (checked == 0 && limits.empty())
         throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope"};
+    if (checked == 0)
+        throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope or limits"};
 }
 
 // Files are checked on every core, each worker holding one capture, and reported in the order
 // given.
-std::vector<Outcome> checkAll(const Options &options, const std::map<std::string, EnvelopeData> *reference)
+std::vector<Outcome> checkAll(const Options &options, const Golden *reference)
 {
     std::vector<Outcome> outcomes(options.files.size());
     std::atomic<size_t> next{0};
@@ -347,14 +387,30 @@ std::vector<Outcome> checkAll(const Options &options, const std::map<std::string
     return outcomes;
 }
 
+// Per waveform and limited measurement, its spread over the batch.
+void printLimitStatistics(const std::vector<Verdict> &verdicts)
+{
+    MeasureStatistics statistics;
+    std::map<QString, QString> units;
+    for (const Verdict &v : verdicts) {
+        units[QString::fromStdString(v.waveform)] = v.unit;
+        for (const LimitOutcome &o : v.limits.outcomes) {
+            if (o.measured.valid())
+                statistics.add(QString::fromStdString(v.waveform), o.limit.measure, o.measured.value, &o.limit);
+        }
+    }
+    for (const MeasureStatistics::Row &row : statistics.rows())
+        std::printf("%s\n", qPrintable(statisticsLine(row, units[row.waveform])));
+}
+
 } // namespace
 
 int checkCaptures(const std::vector<std::string> &args)
 {
     const Options options = parseOptions(args);
-    std::map<std::string, EnvelopeData> reference;
+    Golden reference;
     if (!options.reference.empty())
-        reference = referenceEnvelopes(options.reference);
+        reference = referenceGolden(options.reference);
 
     std::vector<Verdict> verdicts;
     std::vector<Trouble> troubles;
@@ -368,12 +424,13 @@ int checkCaptures(const std::vector<std::string> &args)
     QJsonArray array;
     std::vector<BatchTally> tallies; // per waveform, in the order first seen
     for (const Verdict &v : verdicts) {
-        failed += !v.result.passed();
+        failed += !passed(v);
         const QString name = QString::fromStdString(v.waveform);
         auto tally = std::find_if(tallies.begin(), tallies.end(), [&](const BatchTally &t) { return t.name() == name; });
         if (tally == tallies.end())
             tally = tallies.insert(tallies.end(), BatchTally(name));
-        tally->add(QString::fromStdString(v.file), v.result);
+        if (v.enveloped)
+            tally->add(QString::fromStdString(v.file), v.result);
         if (options.json)
             array.append(toJson(v));
         else
@@ -382,8 +439,11 @@ int checkCaptures(const std::vector<std::string> &args)
     if (options.json) {
         std::printf("%s", QJsonDocument(array).toJson(QJsonDocument::Indented).constData());
     } else if (options.files.size() > 1) {
-        for (const BatchTally &t : tallies)
-            std::printf("%s\n", qPrintable(t.line()));
+        for (const BatchTally &t : tallies) {
+            if (t.tested())
+                std::printf("%s\n", qPrintable(t.line()));
+        }
+        printLimitStatistics(verdicts);
         std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),
                     verdicts.size(), verdicts.size() - failed, failed, troubles.size());
     }

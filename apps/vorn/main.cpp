@@ -2,6 +2,7 @@
 
 #include "capture.h"
 #include "progress.h"
+#include "limitsreport.h"
 
 #include <algorithm>
 #include <charconv>
@@ -56,7 +57,23 @@ const char USAGE[] =
     "                         put the capture's first crossing of LEVEL, a value, on the golden\n"
     "                         crossing (edge default: rising); excludes --align\n"
     "      --jobs N           files checked at once (default: one per core)\n"
+    "      Measurement limits kept in the file (or REF.sr) are applied with the envelopes; a waveform\n"
+    "      with limits but no envelope is judged by its limits alone.\n"
     "      Exit status: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked.\n"
+    "\n"
+    "  vorn measure FILE.sr [NAME ...] [--from TIME] [--to TIME] [--json]\n"
+    "      Measures each waveform (every one without NAME): levels, amplitude, extremes, mean,\n"
+    "      rms, rise and fall time, pulse width, period, frequency, duty cycle, overshoot,\n"
+    "      undershoot and settling time; a measurement that does not apply says why.\n"
+    "      --from TIME        start of the span measured (default: the waveform's first sample)\n"
+    "      --to TIME          end of the span measured (default: its last sample)\n"
+    "      --json             the measurements as JSON, in SI units, null where one does not apply\n"
+    "\n"
+    "  vorn limits REF.sr NAME 'rise_time<=25us' 'overshoot<=12%' '1ms<=period<=2ms' ...\n"
+    "      Keeps measurement limits for waveform NAME in REF.sr beside its envelopes.\n"
+    "\n"
+    "  vorn limits REF.sr NAME --remove [MEASUREMENT ...]\n"
+    "      Takes NAME's limits (all, or the measurements named) out of REF.sr.\n"
     "\n"
     "Exit status: 1 for arguments that make no sense, 2 for a file that cannot be read or written.\n";
 
@@ -242,6 +259,10 @@ int run(const std::vector<std::string> &args)
     }
     if (command == "check")
         return checkCaptures(args);
+    if (command == "measure")
+        return measureCaptures(args);
+    if (command == "limits")
+        return setLimits(args);
     throw UsageError{};
 }
 

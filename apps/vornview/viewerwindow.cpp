@@ -2,6 +2,7 @@
 
 #include "checkagainst.h"
 #include "envelopetools.h"
+#include "measurementsdock.h"
 
 #include "vorngraph.h"
 #include "waveformwindow.h"
@@ -177,6 +178,7 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     m_filePath = path;
     extendDocumentMenus(document);
     new CheckAgainst(this, document);
+    new MeasurementsDock(this, document, path);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
     connect(document->graph(), &VornGraph::envelopeEditingStarted, this, &ViewerWindow::onEnvelopeEditingStarted);

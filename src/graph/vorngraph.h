@@ -171,6 +171,14 @@ public:
     QString hoverReadout() const;
     QString cursorReadout() const;
 
+    // The times the chart shows, first to last; and whether waveform index is shown.
+    QPair<double, double> visibleTimeRange() const;
+    bool isWaveformVisible(int index) const;
+    // Thin lines over waveform index marking where a measurement was taken: vertical ones at the
+    // times, horizontal ones at the levels (in the waveform's unit). Setting them replaces any.
+    void setMeasurementMarks(int index, const QVector<double> &times, const QVector<double> &levels);
+    void clearMeasurementMarks() { setMeasurementMarks(-1, {}, {}); }
+
 signals:
     void envelopeEditingStarted(int waveformIndex);
     void envelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope);
@@ -182,6 +190,8 @@ signals:
     void envelopeChecked(int waveformIndex);
     void stackedChanged(bool stacked);
     void cursorsVisibleChanged(bool visible);
+    // The visible time range or a cursor moved.
+    void viewChanged();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -404,6 +414,10 @@ private:
     bool m_cursorsVisible = false;
     double m_cursorTimes[2] = {0.0, 0.0};
     QGraphicsLineItem *m_cursorLines[2] = {nullptr, nullptr};
+    void updateMeasurementMarks(); // vorngraph_marks.cpp
+    int m_markedWaveform = -1;
+    QVector<double> m_markTimes, m_markLevels;
+    QList<QGraphicsLineItem *> m_markLines; // owned by the scene
     double m_hoverX = std::numeric_limits<double>::quiet_NaN(); // pointer over the chart, view pixels
     QLabel *m_hoverLabel = nullptr;
     QLabel *m_cursorLabel = nullptr;

@@ -149,7 +149,7 @@ void VornGraph::updateCursorLines()
         const double x = plot.left() + (m_cursorTimes[k] - m_axisX->min()) / span * plot.width();
         line->setLine(x, plot.top(), x, plot.bottom());
         line->setVisible(x >= plot.left() && x <= plot.right());
-    }
+    }    emit viewChanged();
 }
 
 QString VornGraph::valuesAt(double time) const

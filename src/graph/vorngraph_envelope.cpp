@@ -392,6 +392,7 @@ void VornGraph::followPlotChanges()
     }
     positionEditorOverlay();
     updateViolationMarks();
+    updateMeasurementMarks();
     updateCursorLines();
     updateReadouts();
 }

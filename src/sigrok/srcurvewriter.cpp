@@ -143,6 +143,8 @@ uint64_t unusedCurveNumber(std::set<uint64_t> &used)
     return number;
 }
 
+} // namespace
+
 // libzip rewrites the archive as it reads it. Where its reading differs from ours (a second end
 // record inside the comment, names from extra fields, members of equal names), the rewrite could
 // change what we never checked, so such an archive is left alone.
@@ -160,6 +162,8 @@ bool seenAlike(zip_t *zip, const std::vector<ZipEntry> &entries, std::string &er
         error = "the archive's directory can be read in more than one way; it is left as it is";
     return alike;
 }
+
+namespace {
 
 bool listed(const std::vector<std::string> &names, const std::string &name)
 {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+typedef struct zip zip_t;
+
 namespace vornsr {
 
 // A curve to store beside the capture; the samples are borrowed until the call returns.
@@ -35,6 +37,11 @@ struct CurveChange
 // replaces one of the same name keeps its place. Every member of the capture stays
 // byte-identical, and the file is replaced atomically or not at all. When nothing would change,
 // the file is not written.
+struct ZipEntry;
+// Whether libzip reads the archive's directory as we do; where it would not, a rewrite could
+// change what we never checked, so the archive is left alone (error says so).
+bool seenAlike(zip_t *zip, const std::vector<ZipEntry> &entries, std::string &error);
+
 bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
                    const std::vector<CurveData> &curves, std::string &error);
 bool replaceCurves(const std::string &path, const CurveChange &change, std::string &error);

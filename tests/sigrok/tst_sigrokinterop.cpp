@@ -138,8 +138,8 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("message"); // how stdout begins when it succeeds, else stderr
-        QTest::newRow("help") << QStringList{"--help"} << 0 << "usage: vorn list FILE.sr";
-        QTest::newRow("no command") << QStringList() << 1 << "usage: vorn list FILE.sr";
+        QTest::newRow("help") << QStringList{"--help"} << 0 << "usage: vorn COMMAND ARGUMENTS";
+        QTest::newRow("no command") << QStringList() << 1 << "usage: vorn COMMAND ARGUMENTS";
         QTest::newRow("unknown command") << QStringList{"show", "@capture"} << 1 << "usage:";
         QTest::newRow("count not a number") << QStringList{"dump", "@capture", "A0", "--count", "x"} << 1 << "usage:";
         QTest::newRow("one point") << QStringList{"envelope", "@capture", "A0", "--points", "1"} << 1 << "usage:";

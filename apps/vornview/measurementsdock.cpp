@@ -1,0 +1,185 @@
+#include "measurementsdock.h"
+
+#include "vorngraph.h"
+#include "waveformwindow.h"
+
+#include <QDockWidget>
+#include <QHeaderView>
+#include <QMainWindow>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+const QColor PASS_COLOUR(0, 128, 0);
+const QColor FAIL_COLOUR(200, 0, 0);
+constexpr int MEASURE_ROLE = Qt::UserRole;
+constexpr int WAVEFORM_ROLE = Qt::UserRole + 1;
+
+// The times and levels that show where measurement m was taken.
+void marksOf(const PulseMeasurements &p, Measure m, QVector<double> &times, QVector<double> &levels)
+{
+    const auto each = [&](auto pick) {
+        for (const Transition &t : p.transitions)
+            pick(t);
+    };
+    switch (m) {
+    case Measure::RiseTime: case Measure::FallTime:
+        each([&](const Transition &t) {
+            if (t.rising == (m == Measure::RiseTime))
+                times << t.startTime << t.endTime;
+        });
+        levels << p.lowRefLevel << p.highRefLevel;
+        break;
+    case Measure::PulseWidth: case Measure::Period: case Measure::Frequency: case Measure::DutyCycle:
+        each([&](const Transition &t) { times << t.midTime; });
+        levels << p.midRefLevel;
+        break;
+    case Measure::Overshoot: case Measure::Undershoot:
+        each([&](const Transition &t) { times << t.endTime << t.postEnd; });
+        levels << p.levels.low << p.levels.high;
+        break;
+    case Measure::SettlingTime:
+        each([&](const Transition &t) {
+            times << t.midTime;
+            if (t.settling.valid())
+                times << t.midTime + t.settling.value;
+        });
+        levels << p.levels.low << p.levels.high;
+        break;
+    case Measure::Min: case Measure::Max: case Measure::PeakToPeak:
+        levels << p[Measure::Min].value << p[Measure::Max].value;
+        break;
+    case Measure::Mean: case Measure::Rms:
+        levels << p[m].value;
+        break;
+    default:
+        levels << p.levels.low << p.levels.high;
+    }
+    times.erase(std::remove_if(times.begin(), times.end(), [](double t) { return !std::isfinite(t); }), times.end());
+    levels.erase(std::remove_if(levels.begin(), levels.end(), [](double v) { return !std::isfinite(v); }), levels.end());
+}
+
+} // namespace
+
+MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document, const QString &path)
+    : QObject(document), m_document(document), m_settle(new QTimer(this))
+{
+    QString error;
+    if (!loadLimits(path, m_limits, &error))
+        m_limits.clear(); // the capture still opens; its limits simply judge nothing here
+    m_dock = new QDockWidget(tr("Measurements"), window);
+    m_dock->setObjectName(QStringLiteral("measurementsDock"));
+    m_table = new QTreeWidget(m_dock);
+    m_table->setColumnCount(3);
+    m_table->setHeaderLabels({tr("Measurement"), tr("Value"), tr("Limit")});
+    m_table->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    m_dock->setWidget(m_table);
+    window->addDockWidget(Qt::RightDockWidgetArea, m_dock);
+    connect(document, &QObject::destroyed, m_dock, &QObject::deleteLater);
+
+    // A pan or a wheel step moves the view many times a second; measure once it rests.
+    m_settle->setSingleShot(true);
+    m_settle->setInterval(60);
+    connect(m_settle, &QTimer::timeout, this, &MeasurementsDock::refresh);
+    VornGraph *graph = document->graph();
+    const auto later = [this] { m_settle->start(); };
+    connect(graph, &VornGraph::viewChanged, this, later);
+    connect(graph, &VornGraph::waveformSelectionChanged, this, later);
+    connect(graph, &VornGraph::cursorsVisibleChanged, this, later);
+    connect(m_table, &QTreeWidget::currentItemChanged, this, &MeasurementsDock::onCurrentItemChanged);
+    refresh();
+}
+
+const MeasurementLimit *MeasurementsDock::limitFor(const QString &waveform, Measure measure) const
+{
+    const auto it = std::find_if(m_limits.begin(), m_limits.end(),
+                                 [&](const MeasurementLimit &l) { return l.waveform == waveform && l.measure == measure; });
+    return it == m_limits.end() ? nullptr : &*it;
+}
+
+void MeasurementsDock::refresh()
+{
+    m_settle->stop();
+    VornGraph *graph = m_document->graph();
+    const int selected = graph->selectedWaveformIndex();
+    double from = graph->visibleTimeRange().first, to = graph->visibleTimeRange().second;
+    if (graph->cursorsVisible()) {
+        from = std::min(graph->cursorTime(0), graph->cursorTime(1));
+        to = std::max(graph->cursorTime(0), graph->cursorTime(1));
+    }
+    // Keep the chosen row across the update, so that its marks follow the view.
+    QTreeWidgetItem *current = m_table->currentItem();
+    const QVariant currentMeasure = current ? current->data(0, MEASURE_ROLE) : QVariant();
+    const QVariant currentWaveform = current ? current->data(0, WAVEFORM_ROLE) : QVariant();
+    const QSignalBlocker blocker(m_table);
+    m_table->clear();
+    m_measured.clear();
+    for (int i = 0; i < graph->waveformCount(); ++i) {
+        if (selected >= 0 ? i == selected : graph->isWaveformVisible(i))
+            addWaveform(i, from, to);
+    }
+    for (int i = 0; i < m_table->topLevelItemCount(); ++i) {
+        QTreeWidgetItem *top = m_table->topLevelItem(i);
+        top->setExpanded(true);
+        for (int k = 0; k < top->childCount(); ++k) {
+            QTreeWidgetItem *row = top->child(k);
+            if (row->data(0, WAVEFORM_ROLE) == currentWaveform && row->data(0, MEASURE_ROLE) == currentMeasure)
+                m_table->setCurrentItem(row);
+        }
+    }
+    onCurrentItemChanged(m_table->currentItem());
+}
+
+void MeasurementsDock::addWaveform(int index, double from, double to)
+{
+    VornGraph *graph = m_document->graph();
+    WaveformData w = graph->waveformData(index);
+    // Measured where it is drawn: an aligned capture is shown moved back by its shift.
+    w.startTime -= graph->waveformShift(index);
+    m_measured.emplace_back(index, measurePulses(w, from, to));
+    const PulseMeasurements &p = m_measured.back().second;
+    auto *top = new QTreeWidgetItem(m_table, {w.name});
+    if (!p.levels.note.isEmpty())
+        top->setText(1, p.levels.note);
+    for (int k = 0; k < MEASURE_COUNT; ++k) {
+        const Measure m = static_cast<Measure>(k);
+        const MeasureValue &v = p[m];
+        const MeasurementLimit *limit = limitFor(w.name, m);
+        if (!v.valid() && !limit && v.reason == p[Measure::Low].reason && p.logic)
+            continue; // a logic probe has no levels, edges or aberrations to list
+        auto *row = new QTreeWidgetItem(top, {QLatin1String(measureKey(m)),
+                                              v.valid() ? formatMeasure(m, v.value, w.unit) : tr("none"),
+                                              limit ? describeLimit(*limit, w.unit) : QString()});
+        row->setData(0, MEASURE_ROLE, k);
+        row->setData(0, WAVEFORM_ROLE, index);
+        if (!v.valid())
+            row->setToolTip(1, v.reason);
+        if (limit) {
+            const bool passed = v.valid() && !(v.value > limit->max) && !(v.value < limit->min);
+            for (int c = 1; c < 3; ++c)
+                row->setForeground(c, passed ? PASS_COLOUR : FAIL_COLOUR);
+        }
+    }
+}
+
+void MeasurementsDock::onCurrentItemChanged(QTreeWidgetItem *item)
+{
+    VornGraph *graph = m_document->graph();
+    if (!item || !item->data(0, MEASURE_ROLE).isValid()) {
+        graph->clearMeasurementMarks();
+        return;
+    }
+    const int index = item->data(0, WAVEFORM_ROLE).toInt();
+    for (const auto &[measuredIndex, p] : m_measured) {
+        if (measuredIndex != index)
+            continue;
+        QVector<double> times, levels;
+        marksOf(p, static_cast<Measure>(item->data(0, MEASURE_ROLE).toInt()), times, levels);
+        // Marks are drawn at screen times; the waveform's shift was already taken into account.
+        graph->setMeasurementMarks(index, times, levels);
+    }
+}

@@ -1,0 +1,206 @@
+#include "samplescan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <thread>
+
+namespace vornmeasure {
+
+namespace {
+
+// Four interleaved histograms, so that a flat level, whose samples all land in one bin, does not
+// chain every increment on the one before.
+constexpr int WAYS = 4;
+
+struct Part
+{
+    double min = std::numeric_limits<double>::infinity();
+    double max = -std::numeric_limits<double>::infinity();
+    double sum = 0.0, sumSquares = 0.0;
+    std::vector<uint32_t> bins;
+};
+
+// The extremes and sums of one block, four lanes at a time in a vector of the compiler's, so
+// that no addition waits for the one before (the compiler may not reorder them itself).
+struct BlockSums
+{
+    double min = 0.0, max = 0.0, sum = 0.0, squares = 0.0;
+};
+
+typedef double Lanes __attribute__((vector_size(4 * sizeof(double))));
+
+BlockSums blockSums(const double *v, size_t n)
+{
+    Lanes mn = {v[0], v[0], v[0], v[0]}, mx = mn, s = {}, s2 = {};
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        Lanes x;
+        std::memcpy(&x, v + i, sizeof x);
+        mn = x < mn ? x : mn;
+        mx = x > mx ? x : mx;
+        s += x;
+        s2 += x * x;
+    }
+    BlockSums r{std::min(std::min(mn[0], mn[1]), std::min(mn[2], mn[3])), std::max(std::max(mx[0], mx[1]), std::max(mx[2], mx[3])),
+                (s[0] + s[1]) + (s[2] + s[3]), (s2[0] + s2[1]) + (s2[2] + s2[3])};
+    for (; i < n; ++i) {
+        r.min = v[i] < r.min ? v[i] : r.min;
+        r.max = v[i] > r.max ? v[i] : r.max;
+        r.sum += v[i];
+        r.squares += v[i] * v[i];
+    }
+    return r;
+}
+
+// Bin of each sample, clamped to the histogram; a NaN lands in the first bin.
+void binIndices(const double *v, size_t n, double low, double scale, int32_t *index)
+{
+    for (size_t i = 0; i < n; ++i) {
+        double bin = (v[i] - low) * scale;
+        bin = bin > 0.0 ? bin : 0.0;
+        bin = bin < HISTOGRAM_BINS - 1 ? bin : HISTOGRAM_BINS - 1;
+        index[i] = static_cast<int32_t>(bin);
+    }
+}
+
+// Blocks [firstBlock, lastBlock) of the span: statistics, block extremes and the histogram
+// over [low, low + HISTOGRAM_BINS / scale).
+void scanBlocks(const double *samples, size_t count, size_t firstBlock, size_t lastBlock, double low, double scale,
+                SampleScan &scan, Part &part)
+{
+    part.bins.assign(static_cast<size_t>(WAYS) * HISTOGRAM_BINS, 0);
+    uint32_t *bins = part.bins.data();
+    int32_t index[SCAN_BLOCK];
+    for (size_t b = firstBlock; b < lastBlock; ++b) {
+        const double *v = samples + b * SCAN_BLOCK;
+        const size_t n = std::min(SCAN_BLOCK, count - b * SCAN_BLOCK);
+        const BlockSums sums = blockSums(v, n);
+        binIndices(v, n, low, scale, index);
+        for (size_t i = 0; i < n; ++i)
+            bins[(i % WAYS) * HISTOGRAM_BINS + static_cast<size_t>(index[i])]++;
+        scan.blockMin[b] = sums.min;
+        scan.blockMax[b] = sums.max;
+        part.min = std::min(part.min, sums.min);
+        part.max = std::max(part.max, sums.max);
+        part.sum += sums.sum;
+        part.sumSquares += sums.squares;
+    }
+}
+
+// The histogram's range guessed from a spread of samples, before the pass gives the true one.
+void guessRange(const double *samples, size_t count, double &low, double &high)
+{
+    const size_t step = std::max<size_t>(1, count / 65521);
+    low = high = samples[0];
+    for (size_t i = 0; i < count; i += step) {
+        low = std::min(low, samples[i]);
+        high = std::max(high, samples[i]);
+    }
+    low = std::min(low, samples[count - 1]);
+    high = std::max(high, samples[count - 1]);
+    // Noise reaches further in all the samples than in the few looked at: room for it.
+    const double margin = (high - low) * 0.1;
+    low -= margin;
+    high += margin;
+}
+
+double binScale(double low, double high)
+{
+    return high > low ? HISTOGRAM_BINS / (high - low) : 0.0;
+}
+
+std::vector<Part> scanParts(const double *samples, size_t count, double low, double scale, SampleScan &scan)
+{
+    const size_t blocks = scan.blockMin.size();
+    // A second core pays once the span is long enough to outweigh starting a thread.
+    const size_t threads = count >= (size_t(1) << 22) ? 2 : 1;
+    std::vector<Part> parts(threads);
+    const size_t split = blocks / threads;
+    std::thread helper;
+    if (threads == 2)
+        helper = std::thread([&] { scanBlocks(samples, count, split, blocks, low, scale, scan, parts[1]); });
+    scanBlocks(samples, count, 0, split == 0 ? blocks : split, low, scale, scan, parts[0]);
+    if (helper.joinable())
+        helper.join();
+    return parts;
+}
+
+} // namespace
+
+SampleScan scanSamples(const double *samples, size_t count)
+{
+    SampleScan scan;
+    scan.samples = samples;
+    scan.count = count;
+    scan.histogram.assign(HISTOGRAM_BINS, 0);
+    if (count == 0)
+        return scan;
+    const size_t blocks = (count + SCAN_BLOCK - 1) / SCAN_BLOCK;
+    scan.blockMin.resize(blocks);
+    scan.blockMax.resize(blocks);
+    double low = 0.0, high = 0.0;
+    guessRange(samples, count, low, high);
+    std::vector<Part> parts = scanParts(samples, count, low, binScale(low, high), scan);
+
+    Part total;
+    for (const Part &p : parts) {
+        total.min = std::min(total.min, p.min);
+        total.max = std::max(total.max, p.max);
+        total.sum += p.sum;
+        total.sumSquares += p.sumSquares;
+    }
+    scan.min = total.min;
+    scan.max = total.max;
+    scan.sum = total.sum;
+    scan.sumSquares = total.sumSquares;
+    // More than a trace of the blocks reach beyond the guess: count again over the true range.
+    size_t outside = 0;
+    for (size_t b = 0; b < blocks; ++b)
+        outside += scan.blockMin[b] < low || scan.blockMax[b] >= high;
+    if (outside > blocks / 1000 || !(high > low)) {
+        low = scan.min;
+        high = scan.max;
+        const double scale = binScale(low, high);
+        parts.resize(1);
+        parts[0].bins.assign(HISTOGRAM_BINS, 0);
+        for (size_t i = 0; i < count && scale > 0.0; ++i) {
+            const double x = (samples[i] - low) * scale;
+            parts[0].bins[x >= 0.0 && x < HISTOGRAM_BINS ? static_cast<size_t>(x) : x >= HISTOGRAM_BINS ? HISTOGRAM_BINS - 1 : 0]++;
+        }
+    }
+    scan.histogramLow = low;
+    scan.histogramHigh = high;
+    for (const Part &p : parts) {
+        for (size_t i = 0; i < p.bins.size(); ++i)
+            scan.histogram[i % HISTOGRAM_BINS] += p.bins[i];
+    }
+    return scan;
+}
+
+double spanMax(const SampleScan &scan, size_t first, size_t last)
+{
+    double m = -std::numeric_limits<double>::infinity();
+    while (first < last && first % SCAN_BLOCK)
+        m = std::max(m, scan.samples[first++]);
+    for (; first + SCAN_BLOCK <= last; first += SCAN_BLOCK)
+        m = std::max(m, scan.blockMax[first / SCAN_BLOCK]);
+    for (; first < last; ++first)
+        m = std::max(m, scan.samples[first]);
+    return m;
+}
+
+double spanMin(const SampleScan &scan, size_t first, size_t last)
+{
+    double m = std::numeric_limits<double>::infinity();
+    while (first < last && first % SCAN_BLOCK)
+        m = std::min(m, scan.samples[first++]);
+    for (; first + SCAN_BLOCK <= last; first += SCAN_BLOCK)
+        m = std::min(m, scan.blockMin[first / SCAN_BLOCK]);
+    for (; first < last; ++first)
+        m = std::min(m, scan.samples[first]);
+    return m;
+}
+
+} // namespace vornmeasure
