@@ -13,6 +13,8 @@
 
 namespace vornsr {
 
+struct IniSection;
+
 // Names of our own members, which libsigrok never opens.
 extern const char *const CURVE_METADATA_MEMBER; // "vorngraph/metadata"
 std::string curveMemberName(uint64_t number);   // "vorngraph/curve-N"
@@ -48,6 +50,9 @@ public:
     static std::unique_ptr<SrArchive> open(const std::string &path, std::string &error);
 
     const std::vector<Channel> &channels() const { return m_channels; }
+    // Our envelope members that offer no curve, each with where and why: the metadata as a whole
+    // or one of its sections.
+    const std::vector<std::string> &unreadableCurves() const { return m_unreadableCurves; }
     // The members as the central directory lists them.
     const std::vector<ZipEntry> &entries() const { return m_entries; }
     // Reads the first count samples of channel index into out.
@@ -61,6 +66,7 @@ private:
                          std::string &error) const;
     bool loadDevice(std::string &error);
     void loadCurves();
+    std::string sectionDamage(const IniSection &section, Channel &channel) const;
     void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
     int m_fd = -1;
@@ -70,6 +76,7 @@ private:
     // Members named "<base>-<chunk number>", by base.
     std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
+    std::vector<std::string> m_unreadableCurves;
     double m_sampleInterval = 0.0;
 };
 
