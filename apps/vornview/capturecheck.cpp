@@ -6,22 +6,14 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 
-namespace {
-
-QString tr(const char *text)
-{
-    return QCoreApplication::translate("ViewerWindow", text);
-}
-
-} // namespace
-
 QString captureOpenProblem(const QString &path)
 {
     const QString file = QFileInfo(path).fileName();
     const QByteArray utf8 = path.toUtf8();
     int32_t count = 0;
     if (sigrok_read_waveform_count(utf8.constData(), &count) != 0)
-        return tr("Could not read %1: %2").arg(file, QString::fromUtf8(sigrok_get_last_error()));
+        return QCoreApplication::translate("ViewerWindow", "Could not read %1: %2")
+            .arg(file, QString::fromUtf8(sigrok_get_last_error()));
     // The window holds every waveform at once: their sum must fit, not just each one.
     uint64_t total = 0;
     QString largest;
@@ -37,7 +29,7 @@ QString captureOpenProblem(const QString &path)
         }
     }
     if (total > availableMemory() / sizeof(double))
-        return tr("Could not read %1: %2 holds the most samples; all waveforms together: %3")
+        return QCoreApplication::translate("ViewerWindow", "Could not read %1: %2 holds the most samples; all waveforms together: %3")
             .arg(file, largest, sampleMemoryShortfall(total));
     return QString();
 }

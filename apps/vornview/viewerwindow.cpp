@@ -164,18 +164,18 @@ bool ViewerWindow::loadFile(const QString &path)
         storeRecentFiles(recent);
         return false;
     }
-    const QString unreadable = unreadableCurvesOf(absolute);
-    if (!unreadable.isEmpty())
-        QMessageBox::warning(this, tr("Envelope curves not read"),
-                             tr("These envelope curves in %1 could not be read; their waveforms are shown "
-                                "without them:\n%2")
-                                 .arg(QFileInfo(absolute).fileName(), unreadable));
     // One band per waveform, so that a capture of several channels is readable at first sight.
     if (document->graph()->waveformCount() > 1)
         document->graph()->setStacked(true);
     recent.prepend(absolute);
     storeRecentFiles(recent);
     setDocument(document, absolute);
+    const QString unreadable = unreadableCurvesOf(absolute);
+    if (!unreadable.isEmpty())
+        QMessageBox::warning(this, tr("Envelope curves not read"),
+                             tr("These envelope curves in %1 could not be read; their waveforms are shown "
+                                "without them:\n%2")
+                                 .arg(QFileInfo(absolute).fileName(), unreadable));
     return true;
 }
 

@@ -83,7 +83,9 @@ QString envelopeDefect(const EnvelopeData &envelope, const WaveformData &wavefor
         defect = pairDefect(envelope.lower, envelope.upper, false);
     if (defect.isEmpty()) {
         // Shorter than one sample step of the capture, limits judge one sample at most.
-        const auto end = [](const WaveformData &c) { return c.startTime + static_cast<double>(c.samples->size() - 1) * c.sampleInterval; };
+        const auto end = [](const WaveformData &c) {
+            return c.startTime + static_cast<double>(c.samples->size() - 1) * c.sampleInterval;
+        };
         const double span = std::max(end(envelope.upper), end(envelope.lower))
                             - std::min(envelope.upper.startTime, envelope.lower.startTime);
         if (span < waveform.sampleInterval)

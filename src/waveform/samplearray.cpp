@@ -98,7 +98,8 @@ QString sampleMemoryShortfall(uint64_t count)
 {
     const auto gib = [](double bytes) { return QString::number(bytes / (1u << 30), 'f', 1) + QStringLiteral(" GiB"); };
     const uint64_t available = availableMemory();
+    const double spare = static_cast<double>(available - std::min(available, margin(available)));
     return QStringLiteral("%1 samples need %2, more than the %3 this machine can spare")
         .arg(count)
-        .arg(gib(static_cast<double>(count) * sizeof(double)), gib(static_cast<double>(available - std::min(available, margin(available)))));
+        .arg(gib(static_cast<double>(count) * sizeof(double)), gib(spare));
 }

@@ -77,7 +77,8 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
         std::vector<double> &samples = w.samples.writable();
         if (!allocateSamples(samples, info.sampleCount)) {
             progress.reset();
-            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(tr("%1: %2").arg(w.name, sampleMemoryShortfall(info.sampleCount))));
+            const QString reason = tr("%1: %2").arg(w.name, sampleMemoryShortfall(info.sampleCount));
+            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(reason));
             return;
         }
         const bool longRead = info.sampleCount >= BACKGROUND_SAMPLES;
