@@ -89,7 +89,7 @@ int main(int argc, char **argv)
     const size_t count = pulse ? 20000 : std::strtoull(argv[2], nullptr, 10);
     const int channels = pulse ? 1 : argc > 3 ? std::atoi(argv[3]) : 1;
     const unsigned long long rate = !pulse && argc > 4 ? std::strtoull(argv[4], nullptr, 10) : 1000000;
-    if (count == 0 || channels < 1 || channels > 4096 || rate == 0) {
+    if (count == 0 || channels < 1 || channels > 65536 || rate == 0) {
         std::fprintf(stderr, "vorn_gensr: bad arguments\n");
         return 1;
     }

@@ -49,6 +49,30 @@ for f in "$tmp"/chunks/[al][0-9]*; do
 done
 rezip "$tmp/chunks" "$(realpath "$out/srarchive")/chunks.sr" -0
 
+# device channels named like envelope curves beside curves of ours, one of them unreadable and
+# one with an infinite limit: none may ever act as A0's limits
+python3 - "$out/srarchive/posing.sr" <<'PY'
+import struct, sys, zipfile
+out = sys.argv[1]
+meta = ("[global]\nsigrok version=0.5.2\n\n[device 1]\ncapturefile=logic-1\ntotal probes=0\n"
+        "samplerate=1 kHz\ntotal analog=3\nanalog1=A0\nanalog2=A0 [upper]\nanalog3=A0 [lower]\nunitsize=1\n")
+curves = ("[curve 1]\nname=A0 [upper]\nunit=V\nsamples=4\nstart=0\ninterval=0.001\n"
+          "[curve 2]\nname=A0 [lower]\nunit=V\nsamples=4\nstart=0\ninterval=nan\n")
+with zipfile.ZipFile(out, "w", zipfile.ZIP_DEFLATED) as z:
+    def add(name, data):
+        info = zipfile.ZipInfo(name, (1980, 1, 1, 0, 0, 0))
+        info.compress_type = zipfile.ZIP_DEFLATED
+        z.writestr(info, data)
+    add("version", "2")
+    add("metadata", meta)
+    add("analog-1-1-1", struct.pack("<4f", 0, 204e3, 0, 1))
+    add("analog-1-2-1", struct.pack("<4f", *[1e6] * 4))
+    add("analog-1-3-1", struct.pack("<4f", *[-1e6] * 4))
+    add("vorngraph/metadata", curves)
+    add("vorngraph/curve-1", struct.pack("<4d", 1.5, 1.5, float("inf"), 1.5))
+    add("vorngraph/curve-2", struct.pack("<4d", -0.5, float("nan"), -0.5, -0.5))
+PY
+
 unzip -p "$out/srarchive/mixed.sr" metadata > "$out/srini/device.ini"
 unzip -p "$out/srarchive/curves.sr" vorngraph/metadata > "$out/srini/curves.ini"
 for f in "$out"/srarchive/*.sr; do "$vorn" list "$f" > /dev/null; done

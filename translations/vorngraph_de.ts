@@ -245,10 +245,6 @@ oben %4, unten %5</translation>
         <translation>Daten von Signal %1/%2 konnten nicht gelesen werden: %3</translation>
     </message>
     <message>
-        <source>not enough memory</source>
-        <translation>nicht genug Speicher</translation>
-    </message>
-    <message>
         <source>Reading %1 (%2 of %3)</source>
         <translation>Lese %1 (%2 von %3)</translation>
     </message>

@@ -372,6 +372,28 @@
         <source>Envelope Not Applied</source>
         <translation>Hüllkurve nicht übernommen</translation>
     </message>
+    <message>
+        <source>Reading waveform file failed</source>
+        <translation>Lesen der Signaldatei fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Envelope curves not read</source>
+        <translation>Hüllkurven nicht gelesen</translation>
+    </message>
+    <message>
+        <source>These envelope curves in %1 could not be read; their waveforms are shown without them:
+%2</source>
+        <translation>Diese Hüllkurven in %1 konnten nicht gelesen werden; ihre Signale werden ohne sie gezeigt:
+%2</translation>
+    </message>
+    <message>
+        <source>Could not read %1: %2</source>
+        <translation>%1 konnte nicht gelesen werden: %2</translation>
+    </message>
+    <message>
+        <source>Could not read %1: %2 holds the most samples; all waveforms together: %3</source>
+        <translation>%1 konnte nicht gelesen werden: %2 hat die meisten Abtastwerte; alle Signale zusammen: %3</translation>
+    </message>
 </context>
 <context>
     <name>vornview</name>

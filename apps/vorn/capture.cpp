@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -30,21 +31,32 @@ size_t utf8Sequence(const std::string &text, size_t i)
     return overlong || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF ? 0 : n;
 }
 
+// C0 controls, DEL and the C1 controls (U+0080 ... U+009F).
+bool isControl(const std::string &text, size_t i, size_t n)
+{
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
+    return (n == 1 && (byte(i) < 0x20 || byte(i) == 0x7F)) || (n == 2 && byte(i) == 0xC2 && byte(i + 1) < 0xA0);
+}
+
 } // namespace
 
 std::string printable(const std::string &text)
 {
     std::string out;
+    // Each byte of a control character is escaped too: a tab would split a column of vorn list,
+    // an escape sequence would reach the terminal.
     for (size_t i = 0; i < text.size();) {
         const size_t n = utf8Sequence(text, i);
-        if (n > 0) {
+        if (n > 0 && !isControl(text, i, n)) {
             out.append(text, i, n);
             i += n;
             continue;
         }
-        char escaped[5];
-        std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned char>(text[i++]));
-        out += escaped;
+        for (size_t k = 0; k < std::max<size_t>(n, 1); ++k) {
+            char escaped[5];
+            std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned char>(text[i++]));
+            out += escaped;
+        }
     }
     return out;
 }
@@ -81,7 +93,8 @@ WaveformData loadWaveformAt(const std::string &path, const std::vector<SigrokWav
     waveform.sampleInterval = info.sampleInterval;
     waveform.startTime = info.startTime;
     const uint64_t count = std::min(limit, info.sampleCount);
-    waveform.samples.writable().resize(count);
+    if (!allocateSamples(waveform.samples.writable(), count))
+        throw Failure{printable(info.name) + ": " + sampleMemoryShortfall(count).toStdString(), path};
     if (sigrok_read_waveform_data_by_index(path.c_str(), index, waveform.samples.writable().data(), count) != 0)
         failWithReaderError(path);
     return waveform;
@@ -95,28 +108,37 @@ WaveformData loadWaveform(const std::string &path, const std::string &name, uint
 
 std::vector<EnvelopedWaveform> envelopedWaveforms(const std::string &path, const std::vector<SigrokWaveformInfo> &infos)
 {
-    const auto endsWith = [](const std::string &s, const std::string &tail) {
-        return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
-    };
+    QStringList names;
+    for (const SigrokWaveformInfo &info : infos)
+        names << QString::fromUtf8(info.name);
     std::vector<EnvelopedWaveform> result;
-    for (size_t i = 0; i < infos.size(); ++i) {
-        const std::string name = infos[i].name;
-        if (endsWith(name, " [upper]") || endsWith(name, " [lower]"))
-            continue;
-        int32_t upper = -1, lower = -1;
-        for (size_t k = 0; k < infos.size(); ++k) {
-            if (name + " [upper]" == infos[k].name)
-                upper = static_cast<int32_t>(k);
-            if (name + " [lower]" == infos[k].name)
-                lower = static_cast<int32_t>(k);
-        }
-        EnvelopedWaveform w{name, static_cast<int32_t>(i), {}};
-        if (upper >= 0 && lower >= 0) {
-            w.envelope.upper = loadWaveformAt(path, infos, upper, UINT64_MAX);
-            w.envelope.lower = loadWaveformAt(path, infos, lower, UINT64_MAX);
-            loadEnvelopeReference(QString::fromStdString(path), QString::fromStdString(name), w.envelope);
+    for (const EnvelopePairing &pair : pairEnvelopeCurves(names)) {
+        EnvelopedWaveform w{infos[static_cast<size_t>(pair.waveform)].name, pair.waveform, {}, {}};
+        try {
+            if (pair.upper >= 0) {
+                w.envelope.upper = loadWaveformAt(path, infos, pair.upper, UINT64_MAX);
+                w.envelope.lower = loadWaveformAt(path, infos, pair.lower, UINT64_MAX);
+                loadEnvelopeReference(QString::fromStdString(path), QString::fromUtf8(w.name.c_str()), w.envelope);
+            }
+        } catch (const Failure &failure) {
+            w.envelope = EnvelopeData();
+            w.unreadable = "its envelope cannot be read: " + failure.reason;
         }
         result.push_back(std::move(w));
     }
     return result;
+}
+
+std::vector<std::string> unreadableCurves(const std::string &path)
+{
+    const char *text = sigrok_read_unreadable_curves(path.c_str());
+    if (!text)
+        failWithReaderError(path);
+    std::vector<std::string> lines;
+    for (const char *line = text; *line;) {
+        const char *end = std::strchr(line, '\n');
+        lines.emplace_back(line, end ? end : line + std::strlen(line));
+        line = end ? end + 1 : line + std::strlen(line);
+    }
+    return lines;
 }

@@ -25,14 +25,18 @@ WaveformData loadWaveformAt(const std::string &path, const std::vector<SigrokWav
 WaveformData loadWaveform(const std::string &path, const std::string &name, uint64_t limit);
 
 // A plain waveform of a capture and the envelope stored beside it, paired by name as the window
-// pairs them; the samples are loaded only when asked for.
+// pairs them; the waveform's own samples are loaded only when asked for.
 struct EnvelopedWaveform
 {
     std::string name;
     int32_t index = -1;
     EnvelopeData envelope;
+    std::string unreadable; // why its paired curves could not be read
 };
 std::vector<EnvelopedWaveform> envelopedWaveforms(const std::string &path, const std::vector<SigrokWaveformInfo> &infos);
+
+// Where and why each envelope curve stored in the capture could not be read.
+std::vector<std::string> unreadableCurves(const std::string &path);
 
 int checkCaptures(const std::vector<std::string> &args); // check.cpp
 

@@ -12,12 +12,15 @@
 #include <QXmlStreamWriter>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <climits>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -67,10 +70,11 @@ struct Trouble
 unsigned parseJobs(const std::string &text)
 {
     char *end = nullptr;
+    errno = 0;
     const unsigned long n = std::strtoul(text.c_str(), &end, 10);
-    if (text.empty() || *end || text[0] == '-' || n < 1 || n > 1024)
-        throw UsageError{};
-    return static_cast<unsigned>(n);
+    if (text.empty() || *end || !std::isdigit(static_cast<unsigned char>(text[0])) || n < 1 || errno == ERANGE)
+        badOption("--jobs needs a whole number of files to check at once, at least 1, not '" + text + "'");
+    return static_cast<unsigned>(std::min<unsigned long>(n, UINT_MAX));
 }
 
 double parseAlignment(const std::string &text)
@@ -295,7 +299,12 @@ struct Golden
 Golden referenceGolden(const std::string &path)
 {
     Golden golden;
+    const std::vector<std::string> unreadable = unreadableCurves(path);
+    if (!unreadable.empty())
+        throw Failure{unreadable.front(), path};
     for (EnvelopedWaveform &w : envelopedWaveforms(path, readInfos(path))) {
+        if (!w.unreadable.empty())
+            throw Failure{w.name + ": " + w.unreadable, path};
         if (!w.envelope.isEmpty())
             golden.envelopes[w.name] = std::move(w.envelope);
     }
@@ -303,6 +312,23 @@ Golden referenceGolden(const std::string &path)
     if (golden.envelopes.empty() && golden.limits.empty())
         throw Failure{path + ": the reference holds no envelope"};
     return golden;
+}
+
+// Why a check judged no sample, in plain words: every sample under the limits is NaN, or none
+// lies under them at all.
+std::string nothingJudged(const WaveformData &waveform, const EnvelopeData &envelope, const EnvelopeCheckResult &result)
+{
+    if (result.nanSamples > 0)
+        return "every one of the " + std::to_string(result.nanSamples) + " samples under its envelope is NaN";
+    const auto span = [](const WaveformData &w) {
+        const double last = w.samples->empty() ? w.startTime
+                                               : w.startTime + static_cast<double>(w.samples->size() - 1) * w.sampleInterval;
+        return (seconds(w.startTime) + " to " + seconds(last)).toStdString();
+    };
+    if (waveform.samples->empty())
+        return "the capture has no samples to judge against its envelope";
+    return "no sample lies under its envelope: the envelope spans " + span(envelope.upper) + ", the capture "
+           + span(waveform);
 }
 
 // What one file gave: its verdicts, or why it could not be checked, with the messages for stderr
@@ -319,15 +345,31 @@ struct Outcome
 // nothing: that waveform is in trouble, not passed.
 void checkFile(const std::string &path, const Golden *reference, const AlignmentOptions &align, Outcome &outcome)
 {
+    const auto troubled = [&](const std::string &reason) {
+        outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
+        outcome.troubles.push_back({path, reason});
+    };
     const auto infos = readInfos(path);
     const WaveformLimits ownLimits = reference ? WaveformLimits() : limitsOf(path);
     const WaveformLimits &limits = reference ? reference->limits : ownLimits;
     size_t checked = 0;
     const bool aligned = align.trigger || align.maxShift > 0.0;
+    // A limit that could not be read may be the one that fails this capture.
+    if (!reference) {
+        for (const std::string &line : unreadableCurves(path))
+            troubled(line);
+        checked += outcome.troubles.size();
+    }
     for (EnvelopedWaveform &w : envelopedWaveforms(path, infos)) {
         if (reference) {
             const auto it = reference->envelopes.find(w.name);
             w.envelope = it != reference->envelopes.end() ? it->second : EnvelopeData();
+            w.unreadable.clear();
+        }
+        if (!w.unreadable.empty()) {
+            ++checked;
+            troubled(w.name + ": " + w.unreadable);
+            continue;
         }
         const auto limited = limits.find(w.name);
         if (w.envelope.isEmpty() && limited == limits.end())
@@ -336,11 +378,14 @@ void checkFile(const std::string &path, const Golden *reference, const Alignment
         Verdict verdict{path, w.name, waveform.unit, {}, aligned, !w.envelope.isEmpty(), {}};
         ++checked;
         if (verdict.enveloped) {
+            const QString defect = envelopeDefect(w.envelope, waveform);
+            if (!defect.isEmpty()) {
+                troubled(w.name + ": " + defect.toStdString());
+                continue;
+            }
             verdict.result = checkAligned(waveform, w.envelope, align);
             if (verdict.result.checked == 0 && verdict.result.failure.isEmpty()) {
-                const std::string reason = w.name + ": no sample lies under its envelope";
-                outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
-                outcome.troubles.push_back({path, reason});
+                troubled(w.name + ": " + nothingJudged(waveform, w.envelope, verdict.result));
                 continue;
             }
         }
@@ -352,6 +397,18 @@ void checkFile(const std::string &path, const Golden *reference, const Alignment
         throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope"};
     if (checked == 0)
         throw Failure{reference ? "no waveform matches a name in the reference" : "no waveform has an envelope or limits"};
+}
+
+// More workers than cores only wait for each other, and each holds a capture: the count asked
+// for is kept within the cores and what the memory holds for a few captures each.
+unsigned usefulJobs(unsigned asked, size_t files)
+{
+    constexpr uint64_t MEMORY_PER_JOB = 256ull << 20;
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    const uint64_t memory = std::max<uint64_t>(1, availableMemory() / MEMORY_PER_JOB);
+    uint64_t jobs = asked ? asked : cores;
+    jobs = std::min<uint64_t>({jobs, cores, memory, std::max<size_t>(files, 1)});
+    return static_cast<unsigned>(std::max<uint64_t>(jobs, 1));
 }
 
 // Files are checked on every core, each worker holding one capture, and reported in the order
@@ -376,11 +433,14 @@ std::vector<Outcome> checkAll(const Options &options, const Golden *reference)
             progress.advance();
         }
     };
-    const unsigned jobs = std::max(1u, std::min<unsigned>(options.jobs ? options.jobs : std::thread::hardware_concurrency(),
-                                                          static_cast<unsigned>(outcomes.size())));
     std::vector<std::thread> workers;
-    for (unsigned j = 1; j < jobs; ++j)
-        workers.emplace_back(work);
+    for (unsigned j = 1; j < usefulJobs(options.jobs, outcomes.size()); ++j) {
+        try {
+            workers.emplace_back(work);
+        } catch (const std::system_error &) {
+            break; // the workers there are share the files
+        }
+    }
     work();
     for (std::thread &worker : workers)
         worker.join();
@@ -434,14 +494,14 @@ int checkCaptures(const std::vector<std::string> &args)
         if (options.json)
             array.append(toJson(v));
         else
-            std::printf("%s\n", qPrintable(describe(v)));
+            std::printf("%s\n", printable(describe(v).toStdString()).c_str());
     }
     if (options.json) {
         std::printf("%s", QJsonDocument(array).toJson(QJsonDocument::Indented).constData());
     } else if (options.files.size() > 1) {
         for (const BatchTally &t : tallies) {
             if (t.tested())
-                std::printf("%s\n", qPrintable(t.line()));
+                std::printf("%s\n", printable(t.line().toStdString()).c_str());
         }
         printLimitStatistics(verdicts);
         std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),

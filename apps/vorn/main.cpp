@@ -128,7 +128,10 @@ int list(const std::string &path)
                     static_cast<unsigned long long>(infos[i].sampleCount), shortest(infos[i].sampleInterval).c_str(),
                     shortest(infos[i].startTime).c_str(), printable(infos[i].unit).c_str());
     }
-    return 0;
+    const std::vector<std::string> unreadable = unreadableCurves(path);
+    for (const std::string &line : unreadable)
+        std::fprintf(stderr, "vorn: %s\n", printable(path + ": " + line).c_str());
+    return unreadable.empty() ? 0 : EXIT_FAILED;
 }
 
 int dump(const std::string &path, const std::string &name, uint64_t count)
@@ -185,9 +188,27 @@ double parseTolerance(const std::string &text, const QString &unit)
     return value;
 }
 
+// What keeps a capture from giving limits, or empty: infinite samples, or none with a value.
+std::string unusableCapture(const WaveformData &capture)
+{
+    const std::vector<double> &x = *capture.samples;
+    const auto infinite = std::find_if(x.begin(), x.end(), [](double v) { return std::isinf(v); });
+    if (infinite != x.end()) {
+        const double t = static_cast<double>(infinite - x.begin()) * capture.sampleInterval + capture.startTime;
+        return "holds an infinite sample at " + ValueFormatter::formatWithUnit(t, QStringLiteral("s")).toStdString()
+               + "; limits around it would judge nothing";
+    }
+    if (std::all_of(x.begin(), x.end(), [](double v) { return std::isnan(v); }))
+        return x.empty() ? "has no samples" : "has no sample with a value (all " + std::to_string(x.size()) + " are NaN)";
+    return std::string();
+}
+
 // Makes NAME's envelope from the captures (FILE itself without --from) and stores it in FILE.
 int makeEnvelope(const std::string &path, const std::string &name, const EnvelopeOptions &options)
 {
+    if (isEnvelopeCurveName(QString::fromStdString(name)))
+        throw Failure{"'" + name + "' is named like an envelope curve; envelopes are made for waveforms, and a "
+                      "device channel named so is offered as '" + name + " (channel)'", path};
     const auto infos = readInfos(path);
     const SigrokWaveformInfo &target = infos[static_cast<size_t>(findWaveform(infos, name, path))];
     const std::vector<std::string> sources = options.from.empty() ? std::vector<std::string>{path} : options.from;
@@ -206,6 +227,9 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
             || capture.startTime != target.startTime)
             throw Failure{good + ": '" + name + "' differs from the one in " + path + " in length, sample rate or start"};
         unit = capture.unit;
+        const std::string unusable = unusableCapture(capture);
+        if (!unusable.empty())
+            throw Failure{"'" + name + "' " + unusable, good};
         QString error;
         if (!hull.add(capture, &error))
             throw Failure{good + ": " + error.toStdString()};
@@ -220,7 +244,12 @@ int makeEnvelope(const std::string &path, const std::string &name, const Envelop
     QString error;
     const EnvelopeData envelope = hull.build(build, &report, &error);
     if (envelope.isEmpty())
-        throw Failure{error.toStdString()};
+        throw Failure{error.toStdString(), path};
+    WaveformData model;
+    model.sampleInterval = target.sampleInterval;
+    const QString defect = envelopeDefect(envelope, model);
+    if (!defect.isEmpty())
+        throw Failure{"'" + name + "': " + defect.toStdString() + "; nothing was stored", path};
     if (!saveEnvelope(QString::fromStdString(path), QString::fromStdString(name), envelope))
         throw Failure{lastEnvelopeFileError().toStdString(), path};
     std::printf("%s: %d knots, %llu samples per limit, dx %s, dy %s, from %d capture%s\n", name.c_str(), report.knots,

@@ -1,5 +1,6 @@
 #include "viewerwindow.h"
 
+#include "capturecheck.h"
 #include "checkagainst.h"
 #include "envelopetools.h"
 #include "measurementsdock.h"
@@ -151,11 +152,15 @@ bool ViewerWindow::openFile(const QString &path)
 bool ViewerWindow::loadFile(const QString &path)
 {
     const QString absolute = QFileInfo(path).absoluteFilePath();
-    // The window tells the user itself why a file cannot be read, and then holds no waveform.
-    auto *document = new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this);
     QStringList recent = recentFiles();
     recent.removeAll(absolute);
-    if (document->graph()->waveformCount() == 0) {
+    // What the viewer can tell before reading is said with the file's name; the window tells the
+    // rest itself, and then holds no waveform.
+    const QString problem = captureOpenProblem(absolute);
+    if (!problem.isEmpty())
+        QMessageBox::critical(this, tr("Reading waveform file failed"), problem, QMessageBox::Ok);
+    auto *document = problem.isEmpty() ? new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this) : nullptr;
+    if (!document || document->graph()->waveformCount() == 0) {
         delete document;
         storeRecentFiles(recent);
         return false;
@@ -168,6 +173,12 @@ bool ViewerWindow::loadFile(const QString &path)
     recent.prepend(absolute);
     storeRecentFiles(recent);
     setDocument(document, absolute);
+    const QString unreadable = unreadableCurvesOf(absolute);
+    if (!unreadable.isEmpty())
+        QMessageBox::warning(this, tr("Envelope curves not read"),
+                             tr("These envelope curves in %1 could not be read; their waveforms are shown "
+                                "without them:\n%2")
+                                 .arg(QFileInfo(absolute).fileName(), unreadable));
     return true;
 }
 

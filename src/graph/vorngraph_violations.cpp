@@ -51,7 +51,13 @@ void VornGraph::checkEnvelopeOf(int index)
     if (m_violationMasks.size() <= static_cast<size_t>(index))
         m_violationMasks.resize(static_cast<size_t>(index) + 1);
     ViolationMask &mask = m_violationMasks[static_cast<size_t>(index)];
-    if (hasEnvelope(index)) {
+    const QString defect = hasEnvelope(index) ? envelopeDefect(m_envelopes.at(index), m_waveforms.at(index)) : QString();
+    if (!defect.isEmpty()) {
+        // Limits that cannot judge never show a pass.
+        m_checkResults[index] = EnvelopeCheckResult();
+        m_checkResults[index].failure = defect;
+        mask = ViolationMask();
+    } else if (hasEnvelope(index)) {
         m_checkResults[index] = checkShifted(waveformData(index), m_envelopes.at(index), waveformShift(index), &mask);
     } else {
         m_checkResults[index] = EnvelopeCheckResult();

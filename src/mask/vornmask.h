@@ -99,6 +99,13 @@ EnvelopeCheckResult checkShifted(const WaveformData &waveform, const EnvelopeDat
 // gaps, a sample rate other than the envelope's. Empty when there is nothing to say.
 QString checkNotes(const EnvelopeCheckResult &result, int maxSpans = 3);
 
+// Why limits cannot judge a waveform, or empty when they can: a time base that does not advance,
+// an infinite limit, a limit that sets no bound anywhere, a NaN on one side where the other has a
+// value, an upper limit below the lower one at any time, or a span shorter than one of the
+// waveform's sample intervals. Such limits would pass what they should fail, so they are refused
+// before any check.
+QString envelopeDefect(const EnvelopeData &envelope, const WaveformData &waveform);
+
 enum class TriggerEdge { Rising, Falling };
 
 // How a capture is aligned to its envelope before it is judged: a search for the best shift

@@ -4,6 +4,7 @@
 #include "srmemberreader.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +35,7 @@ namespace {
 
 constexpr uint64_t MAX_METADATA_BYTES = 1 << 20;
 constexpr uint64_t MAX_CHANNELS = 65536;
+constexpr uint64_t MAX_INFLATE_RATIO = 1032; // what deflate can make of a byte at most
 constexpr unsigned MAX_UNIT_SIZE = 64;
 constexpr uint64_t PARALLEL_BYTES = 1 << 20; // below this a second thread costs more than it saves
 constexpr unsigned MAX_THREADS = 8;
@@ -88,6 +90,11 @@ bool parseChunkNumber(std::string_view text, uint64_t &number)
         number = number * 10 + static_cast<uint64_t>(c - '0');
     }
     return true;
+}
+
+bool isUtf8(const std::string &text)
+{
+    return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
 }
 
 bool startsWith(const std::string &text, const char *prefix)
@@ -311,27 +318,88 @@ void SrArchive::collectChunks(const std::string &prefix, uint64_t sampleBytes, C
     channel.sampleCount = channel.damage.empty() ? bytes / sampleBytes : 0;
 }
 
-// Our curves never cost the capture: metadata or a section that cannot be read offers no
-// curve, and a curve whose member is missing or of the wrong size fails its own reads.
+// Why one section of our metadata offers no curve, or empty when it is a curve's.
+std::string SrArchive::sectionDamage(const IniSection &section, Channel &channel) const
+{
+    const std::string *name = section.value("name");
+    const std::string *samples = section.value("samples");
+    const std::string *start = section.value("start");
+    const std::string *interval = section.value("interval");
+    if (!section.unreadable.empty()) {
+        const std::string where = "[" + section.name + "] ";
+        return section.unreadable.compare(0, where.size(), where) == 0 ? section.unreadable.substr(where.size())
+                                                                        : section.unreadable;
+    }
+    if (!name || name->empty())
+        return "no name";
+    if (!isUtf8(*name))
+        return "its name is not UTF-8 text";
+    if (!samples || !parseUnsigned(*samples, channel.sampleCount))
+        return "samples '" + (samples ? *samples : std::string()) + "' is no count";
+    // The bytes of the archive bound what its member can hold, whatever the section claims.
+    if (channel.sampleCount > m_dataEnd * MAX_INFLATE_RATIO / sizeof(double))
+        return "samples " + *samples + " is more than the archive can hold";
+    if (!start || !parseDouble(*start, channel.startTime) || !std::isfinite(channel.startTime))
+        return "start '" + (start ? *start : std::string()) + "' is no finite number";
+    if (!interval || !parseDouble(*interval, channel.sampleInterval) || !std::isfinite(channel.sampleInterval))
+        return "interval '" + (interval ? *interval : std::string()) + "' is no finite number";
+    return std::string();
+}
+
+// Our curves never cost the capture: metadata or a section that cannot be read offers no curve
+// and is noted with its reason, and a curve whose member is missing or of the wrong size fails
+// its own reads.
 void SrArchive::loadCurves()
 {
     if (!m_members.count(CURVE_METADATA_MEMBER))
         return;
-    std::string text, ignored;
+    std::string text, error;
     std::vector<IniSection> sections;
-    if (!readSmallMember(CURVE_METADATA_MEMBER, MAX_METADATA_BYTES, text, ignored) || !parseIni(text, sections, ignored))
+    if (!readSmallMember(CURVE_METADATA_MEMBER, MAX_METADATA_BYTES, text, error) || !parseIni(text, sections, error)) {
+        m_unreadableCurves.push_back(std::string(CURVE_METADATA_MEMBER) + ": " + error + ", so no envelope curve was read");
         return;
+    }
     for (const IniSection &section : sections) {
+        // References are read as curves are, but never offered as waveforms.
+        Channel reference;
+        if (parseCurveSection(section, "reference ", reference)) {
+            m_references.push_back(std::move(reference));
+            continue;
+        }
+        uint64_t number = 0;
+        if (!startsWith(section.name, "curve ") || !parseChunkNumber(section.name.substr(6), number))
+            continue;
         Channel channel;
-        if (parseCurveSection(section, "curve ", channel))
-            m_channels.push_back(std::move(channel));
-        else if (parseCurveSection(section, "reference ", channel))
-            m_references.push_back(std::move(channel));
+        channel.kind = Channel::Curve;
+        channel.curveNumber = number;
+        const std::string why = sectionDamage(section, channel);
+        if (!why.empty()) {
+            const std::string *name = section.value("name");
+            m_unreadableCurves.push_back("[" + section.name + "]"
+                                         + (name && isUtf8(*name) && !name->empty() ? " '" + *name + "'" : std::string())
+                                         + " in " + CURVE_METADATA_MEMBER + ": " + why);
+            continue;
+        }
+        const std::string *unit = section.value("unit");
+        channel.name = *section.value("name");
+        channel.unit = unit ? *unit : std::string();
+        const auto member = m_members.find(curveMemberName(number));
+        if (member == m_members.end())
+            channel.damage = "member " + curveMemberName(number) + " missing";
+        else if (member->second->size != channel.sampleCount * sizeof(double))
+            channel.damage = "member " + member->second->name + " size does not match its samples count";
+        else
+            channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
+        if (channel.damage.empty())
+            channel.members.push_back(member->second);
+        else
+            channel.sampleCount = 0;
+        m_channels.push_back(std::move(channel));
     }
 }
 
-// A [curve N] or [reference N] section and its member; false when the section is not one of
-// that kind or cannot be read.
+// A [reference N] section (or one of another prefix) and its member; false when the section is
+// not one of that kind or cannot be read.
 bool SrArchive::parseCurveSection(const IniSection &section, const char *prefix, Channel &channel) const
 {
     uint64_t number = 0;

@@ -56,6 +56,9 @@ public:
     // offered as waveforms.
     const std::vector<Channel> &references() const { return m_references; }
     bool readReference(size_t index, double *out, std::string &error) const;
+    // Our envelope members that offer no curve, each with where and why: the metadata as a whole
+    // or one of its sections.
+    const std::vector<std::string> &unreadableCurves() const { return m_unreadableCurves; }
     // The members as the central directory lists them.
     const std::vector<ZipEntry> &entries() const { return m_entries; }
     // Reads the first count samples of channel index into out.
@@ -70,6 +73,7 @@ private:
     bool loadDevice(std::string &error);
     void loadCurves();
     bool parseCurveSection(const IniSection &section, const char *prefix, Channel &channel) const;
+    std::string sectionDamage(const IniSection &section, Channel &channel) const;
     void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
     int m_fd = -1;
@@ -80,6 +84,7 @@ private:
     std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
     std::vector<Channel> m_references;
+    std::vector<std::string> m_unreadableCurves;
     double m_sampleInterval = 0.0;
 };
 

@@ -10,6 +10,8 @@ namespace {
 constexpr size_t NAME_BYTES = 127; // the info record's name field, less its NUL
 const char *const SUFFIXES[] = {" [upper]", " [lower]"};
 constexpr size_t SUFFIX_BYTES = 8;
+// Behind a device channel whose name would end like a curve's, so that it never poses as a limit.
+const std::string CHANNEL_TAG = " (channel)";
 
 // The longest prefix of at most limit bytes that ends on a character boundary.
 std::string cutUtf8(const std::string &text, size_t limit)
@@ -26,6 +28,11 @@ bool endsWith(const std::string &text, const char *suffix)
 {
     const size_t n = std::strlen(suffix);
     return text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
+
+bool endsLikeCurve(const std::string &text)
+{
+    return endsWith(text, SUFFIXES[0]) || endsWith(text, SUFFIXES[1]);
 }
 
 } // namespace
@@ -49,6 +56,10 @@ std::vector<std::string> offeredNames(const std::vector<Channel> &channels)
             }
         }
         std::string name = cutUtf8(base, room) + suffix;
+        if (channel.kind != Channel::Curve && endsLikeCurve(name)) {
+            base = cutUtf8(base, room - CHANNEL_TAG.size()) + CHANNEL_TAG;
+            name = base;
+        }
         for (unsigned n = 2; taken.count(name); ++n) {
             const std::string tag = " (" + std::to_string(n) + ")";
             name = cutUtf8(base, room - tag.size()) + tag + suffix;

@@ -102,6 +102,25 @@ int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *
     return 0;
 }
 
+const char *sigrok_read_unreadable_curves(const char *path)
+{
+    static thread_local std::string text;
+    if (!path) {
+        fail("invalid argument");
+        return nullptr;
+    }
+    std::string error;
+    const auto archive = vornsr::cachedArchive(path, error);
+    if (!archive) {
+        fail(error);
+        return nullptr;
+    }
+    text.clear();
+    for (const std::string &line : archive->unreadableCurves())
+        text += line + "\n";
+    return text.c_str();
+}
+
 const char *sigrok_get_last_error(void)
 {
     return lastError.c_str();

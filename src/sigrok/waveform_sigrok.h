@@ -27,6 +27,10 @@ int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWa
 /* Fills samples[0 .. sampleCount-1]; sampleCount may be less than the waveform's. */
 int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *samples,
                                        uint64_t sampleCount);
+/* The envelope curves stored in the file that could not be read, one line each saying where
+ * and why; an empty text when every curve was read, NULL when the file cannot be opened.
+ * Valid until the next call in this thread. */
+const char *sigrok_read_unreadable_curves(const char *path);
 /* Reason of the last failure in this thread; valid until the next call. */
 const char *sigrok_get_last_error(void);
 

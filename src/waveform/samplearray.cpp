@@ -1,6 +1,10 @@
 #include "vornwaveform.h"
 
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include <cstdio>
 #include <new>
@@ -15,24 +19,25 @@ namespace {
 // Below this the pages are faulted in by the resize itself.
 constexpr uint64_t PARALLEL_SAMPLES = 4'000'000;
 
-// Memory the system can give without swapping, or the most a 64-bit number holds when it does
-// not say: a claim the archive allows is still refused before the allocation would take the
-// machine down.
-uint64_t availableMemory()
+// What the kernel reports in one line of a /proc file, in its unit; UINT64_MAX when it does not.
+uint64_t procValue(const char *file, const char *format)
 {
-    uint64_t kib = UINT64_MAX / 1024;
-    if (std::FILE *info = std::fopen("/proc/meminfo", "r")) {
+    unsigned long long value = UINT64_MAX;
+    if (std::FILE *info = std::fopen(file, "r")) {
         char line[128];
         while (std::fgets(line, sizeof line, info)) {
-            unsigned long long value = 0;
-            if (std::sscanf(line, "MemAvailable: %llu kB", &value) == 1) {
-                kib = value;
+            if (std::sscanf(line, format, &value) == 1)
                 break;
-            }
         }
         std::fclose(info);
     }
-    return kib * 1024;
+    return value;
+}
+
+// Left free beside a long array: the rest of the process and the system need some too.
+uint64_t margin(uint64_t available)
+{
+    return available / 8 + (64ull << 20);
 }
 
 // Faults the pages in, which the kernel zeroes: in one call where the kernel can, else by one
@@ -50,12 +55,28 @@ void touchPages(double *first, double *last)
 
 } // namespace
 
+uint64_t availableMemory()
+{
+    const uint64_t kib = procValue("/proc/meminfo", "MemAvailable: %llu kB");
+    uint64_t available = kib == UINT64_MAX ? UINT64_MAX : kib * 1024;
+    // A limit on the address space (ulimit -v) bounds what this process may take, whatever the
+    // system has free.
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+        const uint64_t pages = procValue("/proc/self/statm", "%llu");
+        const uint64_t used = pages == UINT64_MAX ? 0 : pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+        available = std::min<uint64_t>(available, limit.rlim_cur > used ? limit.rlim_cur - used : 0);
+    }
+    return available;
+}
+
 // The first write to fresh memory costs a page fault per page, most of the time of zeroing a long
 // array: the two halves are faulted in on two cores first.
 
 bool allocateSamples(std::vector<double> &samples, uint64_t count)
 {
-    if (count > availableMemory() / sizeof(double))
+    const uint64_t available = availableMemory();
+    if (count > (available - std::min(available, margin(available))) / sizeof(double))
         return false;
     try {
         samples.reserve(count);
@@ -71,4 +92,14 @@ bool allocateSamples(std::vector<double> &samples, uint64_t count)
         return false;
     }
     return true;
+}
+
+QString sampleMemoryShortfall(uint64_t count)
+{
+    const auto gib = [](double bytes) { return QString::number(bytes / (1u << 30), 'f', 1) + QStringLiteral(" GiB"); };
+    const uint64_t available = availableMemory();
+    const double spare = static_cast<double>(available - std::min(available, margin(available)));
+    return QStringLiteral("%1 samples need %2, more than the %3 this machine can spare")
+        .arg(count)
+        .arg(gib(static_cast<double>(count) * sizeof(double)), gib(spare));
 }

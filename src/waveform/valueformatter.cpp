@@ -1,6 +1,8 @@
 #include "decimal.h"
 #include "vornwaveform.h"
 
+#include <QLocale>
+
 #include <cmath>
 
 namespace {
@@ -90,6 +92,9 @@ QString ValueFormatter::formatWithUnit(double value, const QString &unit)
         return joinUnit(QStringLiteral("0"), QString(), unit);
     if (!std::isfinite(value))
         return joinUnit(QString::number(value), QString(), unit);
+    // Beyond the prefixes a fixed-point mantissa would run to hundreds of digits.
+    if (std::fabs(value) >= 1e18 || std::fabs(value) < 1e-18)
+        return joinUnit(QString::number(value, 'g', QLocale::FloatingPointShortest), QString(), unit);
 
     int index = FORMAT_PREFIX_COUNT - 1;
     for (int i = 0; i < FORMAT_PREFIX_COUNT; ++i) {

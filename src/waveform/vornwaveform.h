@@ -2,6 +2,7 @@
 #define VORNWAVEFORM_H
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 #include <cstdint>
@@ -121,8 +122,31 @@ bool loadEnvelopeReference(const QString &path, const QString &waveformName, Env
 // Why the last saveEnvelope() or removeEnvelope() of this thread failed.
 QString lastEnvelopeFileError();
 
-// Resizes samples to count zeros when the system has the memory for them (false otherwise, or
-// when the allocation fails), faulting a long array's pages in on two cores.
+// Whether a name offered by the reader is that of an envelope curve (" [upper]" or " [lower]"
+// behind its waveform's name). The reader offers only curves our writer stored so.
+bool isEnvelopeCurveName(const QString &name);
+
+// A plain waveform of a capture, by its index among the names the reader offered, and the two
+// curves of its envelope (-1 for both when it has none).
+struct EnvelopePairing
+{
+    int waveform = -1;
+    int upper = -1;
+    int lower = -1;
+};
+// Every plain waveform in order with its envelope curves: the ones named after it with the two
+// suffixes, the last of equal names winning; a lone curve, or a pair without its waveform, pairs
+// nothing. The one rule by which the window, Check Against and the command pair limits.
+QVector<EnvelopePairing> pairEnvelopeCurves(const QStringList &names);
+
+// Bytes the system can still give without swapping, within this process's address-space limit.
+uint64_t availableMemory();
+
+// Resizes samples to count zeros when the system has the memory for them with some to spare
+// (false otherwise, or when the allocation fails), faulting a long array's pages in on two cores.
 bool allocateSamples(std::vector<double> &samples, uint64_t count);
+// Why count samples were refused: "268435456 samples need 2.0 GiB, more than the 1.3 GiB this
+// machine can spare".
+QString sampleMemoryShortfall(uint64_t count);
 
 #endif

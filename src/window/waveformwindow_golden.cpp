@@ -3,7 +3,9 @@
 #include "vorngraph.h"
 #include "waveform_sigrok.h"
 
+#include <algorithm>
 #include <map>
+#include <vector>
 
 namespace {
 
@@ -18,23 +20,32 @@ bool readCurve(const QByteArray &path, int32_t index, const SigrokWaveformInfo &
         && sigrok_read_waveform_data_by_index(path.constData(), index, samples.data(), samples.size()) == 0;
 }
 
-// The envelopes a capture holds, by the name of their waveform; only the curves are read.
+// The envelopes a capture holds, by the name of their waveform, paired as loading pairs them;
+// only the curves are read. A curve the reader could not read fails the whole reference, so that
+// no waveform goes unjudged for want of its limits.
 bool readEnvelopes(const QString &file, std::map<QString, EnvelopeData> &envelopes, QString &error)
 {
     const QByteArray path = file.toUtf8();
+    const char *unreadable = sigrok_read_unreadable_curves(path.constData());
+    if (unreadable && *unreadable) {
+        error = QString::fromUtf8(unreadable).section(QLatin1Char('\n'), 0, 0);
+        return false;
+    }
     int32_t count = 0;
-    bool ok = sigrok_read_waveform_count(path.constData(), &count) == 0;
+    bool ok = unreadable && sigrok_read_waveform_count(path.constData(), &count) == 0;
+    std::vector<SigrokWaveformInfo> infos(static_cast<size_t>(std::max(count, 0)));
+    QStringList names;
     for (int32_t i = 0; ok && i < count; ++i) {
-        SigrokWaveformInfo info;
-        ok = sigrok_read_waveform_info_by_index(path.constData(), i, &info) == 0;
-        const QString name = ok ? QString::fromUtf8(info.name) : QString();
-        for (const bool upper : {true, false}) {
-            const QString suffix = upper ? QStringLiteral(" [upper]") : QStringLiteral(" [lower]");
-            if (ok && name.endsWith(suffix)) {
-                EnvelopeData &e = envelopes[name.chopped(suffix.size())];
-                ok = readCurve(path, i, info, upper ? e.upper : e.lower);
-            }
-        }
+        ok = sigrok_read_waveform_info_by_index(path.constData(), i, &infos[static_cast<size_t>(i)]) == 0;
+        names << QString::fromUtf8(infos[static_cast<size_t>(i)].name);
+    }
+    const QVector<EnvelopePairing> pairs = ok ? pairEnvelopeCurves(names) : QVector<EnvelopePairing>();
+    for (const EnvelopePairing &pair : pairs) {
+        if (!ok || pair.upper < 0)
+            continue;
+        EnvelopeData &e = envelopes[names[pair.waveform]];
+        ok = readCurve(path, pair.upper, infos[static_cast<size_t>(pair.upper)], e.upper)
+             && readCurve(path, pair.lower, infos[static_cast<size_t>(pair.lower)], e.lower);
     }
     if (!ok)
         error = QString::fromUtf8(sigrok_get_last_error());
@@ -55,6 +66,11 @@ QStringList WaveformWindow::checkAgainst(const QString &goldenPath, const Alignm
             const auto it = golden.find(m_graph->waveformName(i));
             if (it == golden.end() || it->second.isEmpty())
                 continue;
+            const QString defect = envelopeDefect(it->second, m_graph->waveformData(i));
+            if (!defect.isEmpty()) {
+                lines << tr("%1: %2").arg(it->first, defect);
+                continue;
+            }
             const EnvelopeCheckResult r = checkAligned(m_graph->waveformData(i), it->second, options);
             m_graph->setWaveformShift(i, r.shift);
             m_graph->setEnvelope(i, it->second);

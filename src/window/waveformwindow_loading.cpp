@@ -14,9 +14,6 @@
 
 namespace {
 
-const QString UPPER_SUFFIX = QStringLiteral(" [upper]");
-const QString LOWER_SUFFIX = QStringLiteral(" [lower]");
-
 // Shorter reads are over before a progress dialog could be seen.
 constexpr uint64_t BACKGROUND_SAMPLES = 4'000'000;
 
@@ -80,7 +77,8 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
         std::vector<double> &samples = w.samples.writable();
         if (!allocateSamples(samples, info.sampleCount)) {
             progress.reset();
-            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(tr("not enough memory")));
+            const QString reason = tr("%1: %2").arg(w.name, sampleMemoryShortfall(info.sampleCount));
+            showError(tr("Could not read data of waveform %1/%2: %3").arg(i + 1).arg(count).arg(reason));
             return;
         }
         const bool longRead = info.sampleCount >= BACKGROUND_SAMPLES;
@@ -108,26 +106,18 @@ void WaveformWindow::loadWaveforms(const QString &filePath)
 
 void WaveformWindow::processWaveformsAndEnvelopes(QVector<WaveformData> &waveforms)
 {
-    for (const WaveformData &w : qAsConst(waveforms)) {
-        if (w.name.endsWith(UPPER_SUFFIX) || w.name.endsWith(LOWER_SUFFIX))
-            continue;
-        const int graphIndex = m_graph->addWaveform(w);
-        const QString upperName = w.name + UPPER_SUFFIX;
-        const QString lowerName = w.name + LOWER_SUFFIX;
-        const WaveformData *upper = nullptr;
-        const WaveformData *lower = nullptr;
-        for (const WaveformData &candidate : qAsConst(waveforms)) {
-            if (candidate.name == upperName)
-                upper = &candidate;
-            if (candidate.name == lowerName)
-                lower = &candidate;
-        }
-        if (upper && lower) {
+    QStringList names;
+    names.reserve(waveforms.size());
+    for (const WaveformData &w : qAsConst(waveforms))
+        names << w.name;
+    for (const EnvelopePairing &pair : pairEnvelopeCurves(names)) {
+        const int graphIndex = m_graph->addWaveform(waveforms.at(pair.waveform));
+        if (pair.upper >= 0) {
             EnvelopeData envelope;
-            envelope.upper = *upper;
-            envelope.lower = *lower;
+            envelope.upper = waveforms.at(pair.upper);
+            envelope.lower = waveforms.at(pair.lower);
             // Kept with the envelope so that saving it again does not drop it.
-            loadEnvelopeReference(m_filePath, w.name, envelope);
+            loadEnvelopeReference(m_filePath, waveforms.at(pair.waveform).name, envelope);
             m_graph->setEnvelope(graphIndex, envelope);
         }
     }

@@ -134,6 +134,41 @@ std::vector<ZipMember> sampleCapture()
     };
 }
 
+std::vector<ZipMember> analogCapture(const QList<QPair<QByteArray, QList<float>>> &channels)
+{
+    QByteArray metadata = "[global]\nsigrok version=0.5.2\n\n[device 1]\ncapturefile=logic-1\ntotal probes=0\n"
+                          "samplerate=1 kHz\ntotal analog=" + QByteArray::number(channels.size()) + "\n";
+    std::vector<ZipMember> members{{"version", "2"}, {"metadata", {}}};
+    for (int i = 0; i < channels.size(); ++i) {
+        metadata += "analog" + QByteArray::number(i + 1) + "=" + channels[i].first + "\n";
+        QByteArray data;
+        for (float v : channels[i].second)
+            data.append(reinterpret_cast<const char *>(&v), sizeof v);
+        members.push_back({"analog-1-" + QByteArray::number(i + 1) + "-1", data, true});
+    }
+    members[1].data = metadata + "unitsize=1\n";
+    return members;
+}
+
+std::vector<ZipMember> withCurves(const std::vector<ZipMember> &members, const QList<StoredCurve> &curves)
+{
+    std::vector<ZipMember> out = members;
+    QByteArray metadata;
+    for (int i = 0; i < curves.size(); ++i) {
+        const StoredCurve &c = curves[i];
+        const QByteArray n = QByteArray::number(i + 1);
+        metadata += "[curve " + n + "]\nname=" + c.name + "\nunit=V\nsamples="
+                    + (c.count.isEmpty() ? QByteArray::number(c.samples.size()) : c.count) + "\nstart=" + c.start
+                    + "\ninterval=" + c.interval + "\n";
+        QByteArray data;
+        for (double v : c.samples)
+            data.append(reinterpret_cast<const char *>(&v), sizeof v);
+        out.push_back({"vorngraph/curve-" + n, data, true});
+    }
+    out.push_back({"vorngraph/metadata", metadata, true});
+    return out;
+}
+
 QList<QPair<QString, QByteArray>> readWaveforms(const QString &path)
 {
     QList<QPair<QString, QByteArray>> out;

@@ -43,6 +43,21 @@ std::map<QByteArray, QByteArray> storedMembers(const QString &path);
 std::vector<ZipMember> sampleCapture();
 QByteArray floats(std::initializer_list<float> values);
 
+// A 1 kHz capture of analog channels, in order, each named and holding its samples.
+std::vector<ZipMember> analogCapture(const QList<QPair<QByteArray, QList<float>>> &channels);
+// One of our curves as its metadata section states it: any text in name, samples, start and
+// interval, so that damaged sections can be written too; the samples are stored as they are.
+struct StoredCurve
+{
+    QByteArray name;
+    QList<double> samples;
+    QByteArray interval = "0.001";
+    QByteArray start = "0";
+    QByteArray count = QByteArray(); // the samples key; empty: the number of samples
+};
+// The members with our metadata and curve members for the curves added.
+std::vector<ZipMember> withCurves(const std::vector<ZipMember> &members, const QList<StoredCurve> &curves);
+
 // Every waveform the reader offers in the capture, in order, by name and description; and their names.
 QList<QPair<QString, QByteArray>> readWaveforms(const QString &path);
 QStringList offeredNames(const QString &path);

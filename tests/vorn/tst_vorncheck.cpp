@@ -83,7 +83,7 @@ private slots:
         }
         std::fill_n(tight.upper.samples.writable().begin(), 9, 100.0);
         std::fill_n(tight.upper.samples.writable().begin() + 10, 10, -100.0);
-        tight.upper.samples.writable()[9] = std::nan("");
+        tight.upper.samples.writable()[9] = tight.lower.samples.writable()[9] = std::nan("");
         QVERIFY(QFile::copy(path("bare.sr"), path("tight.sr")));
         QVERIFY(saveEnvelope(path("tight.sr"), "A1", tight));
         // Samples at 1 us: the first one at or after point 10.
@@ -130,12 +130,13 @@ private slots:
                                   QString::number(r["first_violation"].toDouble(-1)),
                                   QString::number(r["worst_above"]["excess"].toDouble() > 90),
                                   QString::number(r["worst_below"].isNull())}),
-                     QStringList({results[i], "20000", QString::number(fail),
+                     // tight.sr's gap, from point 8 to point 10, leaves 2105 samples unjudged.
+                     QStringList({results[i], fail ? "17895" : "20000", QString::number(fail),
                                   QString::number(fail ? m_firstViolation : -1), QString::number(fail), "1"}));
         }
     }
 
-    // A capture that ends early fails; an envelope with no sample under it judges nothing.
+    // A capture that ends early fails.
     void uncoveredEnvelopesDoNotPass()
     {
         Run run = vorn({"check", "--json", path("short.sr"), "--reference", path("good.sr")});
@@ -143,18 +144,6 @@ private slots:
         const QJsonObject r = QJsonDocument::fromJson(run.out).array().at(0).toObject();
         QCOMPARE(r["result"].toString(), "fail");
         QCOMPARE(r["uncovered"].toDouble(), 10000e-6);
-
-        QVERIFY(QFile::copy(path("bare.sr"), path("later.sr")));
-        EnvelopeData later;
-        for (WaveformData *curve : {&later.upper, &later.lower}) {
-            curve->startTime = 1.0;
-            curve->sampleInterval = 1e-3;
-            curve->samples.writable().assign(5, curve == &later.upper ? 10.0 : -10.0);
-        }
-        QVERIFY(saveEnvelope(path("later.sr"), "A1", later));
-        run = vorn({"check", path("later.sr")});
-        QCOMPARE(run.exitCode, 2);
-        QVERIFY2(run.err.contains("A1: no sample lies under its envelope"), run.err.constData());
     }
 
     // A capture that leaves its envelope only below the lower limit, beside a hole in the limits:
@@ -203,7 +192,7 @@ private slots:
                 seen << xml.name().toString() + ":" + attribute("message").section(' ', 0, 1);
         }
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
-        QCOMPARE(seen, (QStringList{"3/1/1", "good.sr:A1", "tight.sr:A1", "failure:worst violation",
+        QCOMPARE(seen, (QStringList{"3/1/1", "good.sr:A1", "tight.sr:A1", "failure:worst violation", "system-out:",
                                     "missing.sr:missing.sr", "error:file not"}));
     }
 

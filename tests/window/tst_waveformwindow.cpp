@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cmath>
+
 class TstWaveformWindow : public QObject
 {
     Q_OBJECT
@@ -41,6 +43,34 @@ private slots:
             names << graph->waveformName(i) + (graph->hasEnvelope(i) ? " with envelope" : "");
         QCOMPARE(names, (QStringList{"A0 with envelope", "A1", "D0", "D2", "A1 [Upper]"}));
         QCOMPARE(described(graph->envelope(0)), described(envelopeOf(20)));
+    }
+
+    // Device channels named like limits are waveforms of their own: A0 is judged by the limits we
+    // stored for it, and limits that cannot judge fail it with their reason.
+    void judgesOnlyByStoredLimits_data()
+    {
+        QTest::addColumn<QByteArray>("posing"); // the suffix of two device channels beside A0
+        QTest::addColumn<double>("upper");      // A0's stored upper limit; the lower one is -1
+        QTest::addColumn<QString>("summary");
+        QTest::newRow("channels named as limits") << QByteArray(" [upper]") << 1.5 << "A0: fail, 1 violations, first at 1 ms";
+        QTest::newRow("infinite limit") << QByteArray(" x") << double(-INFINITY)
+                                        << "A0: fail, its envelope cannot judge: the upper limit is infinite at 0 s";
+    }
+    void judgesOnlyByStoredLimits()
+    {
+        QFETCH(QByteArray, posing);
+        QFETCH(double, upper);
+        QFETCH(QString, summary);
+        const QList<float> hot{0.0f, 204e3f, 0.0f}, wide{1e6f, 1e6f, 1e6f};
+        const auto members = withCurves(analogCapture({{"A0", hot}, {"A0" + posing, wide}, {"A0 [lower]", {-1e6f, -1e6f, -1e6f}}}),
+                                        {{"A0 [upper]", {upper, upper, upper}}, {"A0 [lower]", {-1, -1, -1}}});
+        QVERIFY(writeZip(m_capture, members));
+        WaveformWindow window(m_capture, "t");
+        QStringList names;
+        for (int i = 0; i < window.graph()->waveformCount(); ++i)
+            names << window.graph()->waveformName(i);
+        QCOMPARE(names, (QStringList{"A0", "A0" + posing.replace(" [upper]", " [upper] (channel)"), "A0 [lower] (channel)"}));
+        QCOMPARE(window.envelopeCheckSummary(), summary);
     }
 
     // An envelope another program stored meanwhile, or a curve the window cannot show, stays;
