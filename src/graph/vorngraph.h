@@ -327,6 +327,7 @@ private:
 
     // vorngraph_violations.cpp: the envelope check and its marks
     void checkEnvelopeOf(int index);
+    void releaseLegendItems();
     void updateViolationMarks();
     void addViolationMarks(int index, QPainterPath &path) const;
     bool centreOnViolation(int index, bool forward);

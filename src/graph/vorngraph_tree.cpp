@@ -24,6 +24,18 @@ QTreeWidgetItem *addRow(QTreeWidgetItem *parent, const QString &name, const QStr
     return row;
 }
 
+// Past a few dozen waveforms, placing each control would walk all the rows above it on every
+// layout, which grows with the square of the rows: rows of one height are placed at once. That
+// height is the first row's, so it is given the controls' height.
+void fitRowHeights(QTreeWidget *tree, const QWidget *control, int waveforms)
+{
+    constexpr int UNIFORM_ABOVE = 32;
+    const bool uniform = waveforms > UNIFORM_ABOVE;
+    if (QTreeWidgetItem *first = tree->topLevelItem(0))
+        first->setSizeHint(1, uniform ? QSize(1, control->sizeHint().height()) : QSize());
+    tree->setUniformRowHeights(uniform);
+}
+
 } // namespace
 
 void VornGraph::updateInfoTree()
@@ -38,6 +50,7 @@ void VornGraph::updateInfoTree()
     addTimeRows();
     for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
         addWaveformRows(i);
+    fitRowHeights(m_infoTree, m_timeDivisionSpinBox, m_waveforms.size());
     m_infoTree->resizeColumnToContents(0);
     m_infoTree->resizeColumnToContents(1);
 }
