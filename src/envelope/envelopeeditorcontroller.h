@@ -93,9 +93,8 @@ public:
     /// runs.
     void cancelEditing();
 
-    /// Points of a new envelope (at least 2); while points are shown, regenerates them over the
-    /// region,
-    /// dropping the user's drags. No effect on a knot edit.
+    /// Points of a new envelope (at least 2). While points are shown, regenerates them over the
+    /// region, dropping the user's drags; no effect on a knot edit.
     void setPointCount(int count);
     /// Points a new envelope gets over its region.
     int pointCount() const { return m_pointCount; }

@@ -147,8 +147,7 @@ QVector<EnvelopePoint> sampleEnvelopeToPoints(const EnvelopeData &envelope, int 
 /// unchanged because it could not be written.
 bool saveEnvelope(const QString &path, const QString &waveformName, const EnvelopeData &envelope);
 /// Removes waveformName's envelope curves from the capture at path; false if the file was left
-/// unchanged
-/// because it could not be written.
+/// unchanged because it could not be written.
 bool removeEnvelope(const QString &path, const QString &waveformName);
 /// The reference stored with waveformName's envelope into envelope.reference and sourceInterval;
 /// false, leaving them as they were, where the capture holds none.
