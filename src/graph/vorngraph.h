@@ -128,6 +128,7 @@ public:
     /// Points a new envelope starts with (at least 2); regenerates the points of a running point
     /// edit.
     void setEnvelopeEditorPointCount(int count);
+    /// Whether an existing envelope is edited by its knots or by its points.
     /// Off by default. On, an existing envelope is edited by its knots rather than one point per
     /// sample (EnvelopeEditorController::startEditingKnots).
     void setEnvelopeEditingByKnots(bool byKnots);
@@ -141,11 +142,13 @@ public:
     /// addEnvelopeRegion) and stores it in place of the old one.
     void startEnvelopeRegionEditing(int index);
 
+    /// Draws envelopes in a colour of their own.
     /// Off by default. On, envelopes are drawn as a translucent band between solid limit lines in
     /// a colour of their own, apart from the trace's colour.
     void setDistinctEnvelopeStyle(bool distinct);
     /// Whether envelopes have a colour of their own.
     bool distinctEnvelopeStyle() const { return m_distinctEnvelopeStyle; }
+    /// Draws envelopes through the waveforms' min/max reduction.
     /// Off by default. On, envelopes are drawn like waveforms: the visible part only, through the
     /// min/max reduction, without point markers, so that a dense envelope pans and zooms freely.
     void setEnvelopeReduction(bool reduced);

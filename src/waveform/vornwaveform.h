@@ -73,7 +73,7 @@ struct EnvelopeData
 /// One point of an envelope being edited: a time and the limits there.
 struct EnvelopePoint
 {
-    /// Seconds.
+    /// The point's time in seconds.
     double time = 0.0;
     /// The upper limit in the waveform's unit.
     double upperValue = 0.0;

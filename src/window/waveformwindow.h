@@ -35,7 +35,8 @@ public:
     /// Shows the window application-modal and returns once it was closed.
     void execModal();
 
-    /// On by default. Off, the window is a viewer: no Save, no Envelope menu, no edit, and no
+    /// Allows envelope edits, the default. Off, the window is a viewer: no Save, no Envelope menu,
+    /// no edit, and no
     /// question on closing.
     void setEnvelopeEditingEnabled(bool enabled);
     /// Points a new envelope starts with (at least 2).
