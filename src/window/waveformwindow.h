@@ -36,8 +36,7 @@ public:
     void execModal();
 
     /// Allows envelope edits, the default. Off, the window is a viewer: no Save, no Envelope menu,
-    /// no edit, and no
-    /// question on closing.
+    /// no edit, and no question on closing.
     void setEnvelopeEditingEnabled(bool enabled);
     /// Points a new envelope starts with (at least 2).
     void setEnvelopeEditorPointCount(int count);
