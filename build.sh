@@ -19,7 +19,7 @@ PACKAGES=(
     libbenchmark-dev
     sigrok-cli unzip zip
     xvfb xauth fonts-dejavu-core desktop-file-utils
-    help2man dpkg-dev file bash-completion
+    help2man dpkg-dev file bash-completion doxygen graphviz
 )
 
 install_missing() {

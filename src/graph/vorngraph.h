@@ -46,129 +46,195 @@ class QTreeWidget;
 class QTreeWidgetItem;
 class QValueAxis;
 
-// An oscilloscope-like screen: every waveform on its own vertical scale of Y_DIVISIONS
-// divisions, all on one time base with square divisions. Fill it with addWaveform(), then call
-// displayGraph() once.
+/// An oscilloscope-like screen: every waveform on its own vertical scale of Y_DIVISIONS
+/// divisions, all on one time base with square divisions. Fill it with addWaveform(), then call
+/// displayGraph() once.
 class VORNGRAPH_EXPORT VornGraph : public QWidget
 {
     Q_OBJECT
 
 public:
+    /// Vertical divisions of every waveform's scale (10).
     static const int Y_DIVISIONS;
+    /// Points a trace is drawn with at most; longer views are reduced to their minima and maxima.
     static const int MAX_DISPLAY_POINTS;
+    /// Division width in pixels below which the time labels turn vertical.
     static const double MIN_HORIZONTAL_LABEL_PIXEL;
 
+    /// The samples a view draws, first to last index inclusive.
     using VisibleRange = ::VisibleRange;
 
+    /// An empty chart with its information tree; add waveforms, then call displayGraph().
     explicit VornGraph(QWidget *parent = nullptr);
+    /// Takes a running edit's markers out of the scene while the scene still exists.
     ~VornGraph() override;
 
+    /// Adds waveform (its samples shared, not copied) and returns its index; shown from the next
+    /// displayGraph().
     int addWaveform(const WaveformData &waveform);
+    /// Lays out every added waveform on the time base that shows the whole capture.
+    /// A waveform without a valid sample interval (at least 1 ps) shows a message instead of the
+    /// chart.
     void displayGraph();
 
+    /// Waveforms added so far.
     int waveformCount() const;
+    /// Waveform index's name; empty for an invalid index.
     QString waveformName(int index) const;
+    /// Shows or hides waveform index and its envelope, as the tree's box does; an invalid index is
+    /// ignored.
     void setWaveformVisible(int index, bool visible);
+    /// The waveform selected in the tree, else 0; -1 when there is none.
     int selectedWaveformIndex() const;
 
-    // Kept for hosts that set it; the traces are drawn by the graph's own item, so the series
-    // never ask for OpenGL (its widget made the whole window compose through OpenGL, which cost
-    // far more per step than it saved).
+    /// Kept for hosts that set it; the traces are drawn by the graph's own item, so the series
+    /// never ask for OpenGL (its widget made the whole window compose through OpenGL, which cost
+    /// far more per step than it saved).
     void setUseOpenGL(bool useOpenGL);
+    /// What setUseOpenGL() was given; true by default.
     bool useOpenGL() const;
 
+    /// Draws envelope around waveform index and checks the waveform against it; an invalid index is
+    /// ignored.
     void setEnvelope(int index, const EnvelopeData &envelope);
+    /// Waveform index's envelope; an empty one for an invalid index or a waveform without.
     const EnvelopeData &envelope(int index) const;
+    /// Whether waveform index has a non-empty envelope; false for an invalid index.
     bool hasEnvelope(int index) const;
+    /// Removes waveform index's envelope and its check; ignored when it has none.
     void clearEnvelope(int index);
+    /// Shows or hides waveform index's envelope curves; an invalid index is ignored.
     void setEnvelopeVisible(int index, bool visible);
 
-    // Callers check that editing is enabled and that no edit runs yet.
+    /// Starts editing waveform index's envelope: by its points (or knots) when it has one, else a
+    /// new one over a region the user drags out. An invalid index is ignored.
+    /// Callers check that editing is enabled and that no edit runs yet.
     void startEnvelopeEditing(int index);
+    /// Apply: stores the edited envelope and emits envelopeEditingFinished(); ignored when no edit
+    /// runs.
     void finishEnvelopeEditing();
+    /// Ends the edit and drops it, showing the stored envelope again; emits
+    /// envelopeEditingCancelled().
     void cancelEnvelopeEditing();
+    /// Whether an envelope edit runs.
     bool isEnvelopeEditing() const;
+    /// Whether Apply would deliver an envelope now.
     bool canFinishEnvelopeEditing() const;
+    /// Where the running edit stands.
     EnvelopeEditorController::State envelopeEditorState() const;
-    // Only decides whether the tree's context menu is offered.
+    /// On by default; off, the tree offers no envelope menu.
+    /// Only decides whether the tree's context menu is offered.
     void setEnvelopeEditingEnabled(bool enabled);
+    /// Points a new envelope starts with (at least 2); regenerates the points of a running point
+    /// edit.
     void setEnvelopeEditorPointCount(int count);
-    // Off by default. On, an existing envelope is edited by its knots rather than one point per
-    // sample (EnvelopeEditorController::startEditingKnots).
+    /// Whether an existing envelope is edited by its knots or by its points.
+    /// Off by default. On, an existing envelope is edited by its knots rather than one point per
+    /// sample (EnvelopeEditorController::startEditingKnots).
     void setEnvelopeEditingByKnots(bool byKnots);
+    /// Whether existing envelopes are edited by their knots.
     bool envelopeEditingByKnots() const { return m_editByKnots; }
+    /// The controller of the graph's envelope edits, owned by the graph (for knot commands and
+    /// undo).
     EnvelopeEditorController *envelopeEditor() const { return m_envelopeEditor; }
-    // Starts a new envelope by region selection even when the waveform has one, which stays
-    // shown; Apply delivers the region's envelope alone (the host merges it, see
-    // addEnvelopeRegion) and stores it in place of the old one.
+    /// Starts a new envelope by region selection even when the waveform has one, which stays
+    /// shown; Apply delivers the region's envelope alone (the host merges it, see
+    /// addEnvelopeRegion) and stores it in place of the old one.
     void startEnvelopeRegionEditing(int index);
 
-    // Off by default. On, envelopes are drawn as a translucent band between solid limit lines in
-    // a colour of their own, apart from the trace's colour.
+    /// Draws envelopes in a colour of their own.
+    /// Off by default. On, envelopes are drawn as a translucent band between solid limit lines in
+    /// a colour of their own, apart from the trace's colour.
     void setDistinctEnvelopeStyle(bool distinct);
+    /// Whether envelopes have a colour of their own.
     bool distinctEnvelopeStyle() const { return m_distinctEnvelopeStyle; }
-    // Off by default. On, envelopes are drawn like waveforms: the visible part only, through the
-    // min/max reduction, without point markers, so that a dense envelope pans and zooms freely.
+    /// Draws envelopes through the waveforms' min/max reduction.
+    /// Off by default. On, envelopes are drawn like waveforms: the visible part only, through the
+    /// min/max reduction, without point markers, so that a dense envelope pans and zooms freely.
     void setEnvelopeReduction(bool reduced);
+    /// Whether envelopes are drawn reduced, like waveforms.
     bool envelopeReduction() const { return m_envelopeReduction; }
+    /// The envelopes' colour in the distinct style.
     static const QColor ENVELOPE_LIMIT_COLOR;
 
-    // Good captures of waveform index drawn faintly behind it, so that many of them read as a
-    // persistence image; each is kept as a min/max index of bounded size, however long it is.
+    /// Good captures of waveform index drawn faintly behind it, so that many of them read as a
+    /// persistence image; each is kept as a min/max index of bounded size, however long it is.
     void addBackgroundCapture(int index, const WaveformData &capture);
+    /// Removes every capture behind waveform index; an invalid index is ignored.
     void clearBackgroundCaptures(int index);
+    /// Captures behind waveform index; 0 for an invalid index.
     int backgroundCaptureCount(int index) const;
-    // The captures behind index as kept (each its min/max points in time and value), to be put
-    // back later by setBackgroundCaptures, which replaces whatever is behind index then.
+    /// The captures behind index as kept (each its min/max points in time and value), to be put
+    /// back later by setBackgroundCaptures, which replaces whatever is behind index then.
     QList<QVector<QPointF>> backgroundCaptures(int index) const;
+    /// Puts back captures as backgroundCaptures() returned them, replacing those behind index.
     void setBackgroundCaptures(int index, const QList<QVector<QPointF>> &captures);
 
-    // How waveform index fares against its envelope; checked whenever the envelope is set or
-    // cleared. Empty (nothing checked) without an envelope.
+    /// How waveform index fares against its envelope; checked whenever the envelope is set or
+    /// cleared. Empty (nothing checked) without an envelope.
     EnvelopeCheckResult envelopeCheckResult(int index) const;
-    // Centre the time base on the start of the next (previous) run of samples outside the
-    // envelope, counted from the centre of the screen; false when there is none.
+    /// Centre the time base on the start of the next (previous) run of samples outside the
+    /// envelope, counted from the centre of the screen; false when there is none.
     bool showNextViolation(int index);
+    /// Centres the time base on the previous run of samples outside the envelope; false when there
+    /// is none.
     bool showPreviousViolation(int index);
-    // The runs of samples outside the envelope, in time order (vorngraph_alignment.cpp).
+    /// The runs of samples outside the envelope, in time order.
     std::vector<ViolationRun> violationRuns(int index) const;
-    // Draws and checks waveform index moved back by shift seconds, as aligned to its envelope.
+    /// Draws and checks waveform index moved back by shift seconds, as aligned to its envelope.
     void setWaveformShift(int index, double shift);
+    /// The shift in seconds waveform index is drawn at; 0 for an invalid index.
     double waveformShift(int index) const;
-    // Waveform index as it was added, unshifted; its samples are shared, not copied.
+    /// Waveform index as it was added, unshifted; its samples are shared, not copied.
     WaveformData waveformData(int index) const;
-    // Centres the time base on first ... last and picks the 1-2-5 time per division at which that
-    // span fills about a third of the screen.
+    /// Centres the time base on first ... last and picks the 1-2-5 time per division at which that
+    /// span fills about a third of the screen.
     void showTimeSpan(double first, double last);
-    // Navigation as the chart's wheel, drag and keys do it; the tree's boxes follow.
+    /// The time per division in seconds.
+    /// Navigation as the chart's wheel, drag and keys do it; the tree's boxes follow.
     double timePerDivision() const { return m_timePerDivision; }
+    /// The time offset in seconds: the screen's centre shows time -timeOffset().
     double timeOffset() const { return m_timeOffset; }
+    /// Waveform index's division size in its unit per division; 0 for an invalid index.
     double divisionSize(int index) const;
+    /// Waveform index's offset in its unit (positive moves the trace up); 0 for an invalid index.
     double offset(int index) const;
-    // Steps the time per division through the 1-2-5 values (positive: longer), keeping time
-    // where it is on the screen.
+    /// Steps the time per division through the 1-2-5 values (positive: longer), keeping time
+    /// where it is on the screen.
     void zoomTime(int steps, double anchorTime);
-    // Moves the view by a number of divisions (positive: towards later times).
+    /// Moves the view by a number of divisions (positive: towards later times).
     void panTime(double divisions);
+    /// The time base that shows every waveform whole, centred on a whole division.
     void showWholeCapture();
+    /// Steps waveform index's division size through the 1-2-5 values; the trace keeps its place.
+    /// Invalid index: ignored.
     void stepDivisionSize(int index, int steps);
+    /// Moves waveform index by a number of divisions (positive: up); an invalid index is ignored.
     void stepOffset(int index, int divisions);
 
-    // Divisions narrower than MIN_HORIZONTAL_LABEL_PIXEL turn the time labels upright; with this
-    // on they stay horizontal instead, on every other grid line (or fewer where that would
-    // crowd them). Off by default.
+    /// Divisions narrower than MIN_HORIZONTAL_LABEL_PIXEL turn the time labels upright; with this
+    /// on they stay horizontal instead, on every other grid line (or fewer where that would
+    /// crowd them). Off by default.
     void setHorizontalTimeLabels(bool horizontal);
 
-    // Every visible waveform in its own band of the screen, or all of them over its full height.
+    /// Every visible waveform in its own band of the screen, or all of them over its full height.
     void setStacked(bool stacked);
+    /// Whether the waveforms are stacked.
     bool isStacked() const { return m_stacked; }
 
-    // Two time cursors with their readouts; the hover readout follows the pointer.
+    /// Shows or hides the time cursors; cursors outside the view come back inside it.
+    /// Two time cursors with their readouts; the hover readout follows the pointer.
     void setCursorsVisible(bool visible);
+    /// Whether the time cursors are shown.
     bool cursorsVisible() const { return m_cursorsVisible; }
+    /// Places the two cursors at these times in seconds.
     void setCursorTimes(double first, double second);
+    /// Cursor 0's or 1's time in seconds (other values pick by their lowest bit).
     double cursorTime(int cursor) const { return m_cursorTimes[cursor & 1]; }
+    /// "t = ..." and every shown waveform's value at the pointer, as the status line shows it.
     QString hoverReadout() const;
+    /// Both cursors' times, their difference and its inverse, and the values there; empty while
+    /// hidden.
     QString cursorReadout() const;
 
     // The times the chart shows, first to last; and whether waveform index is shown.
@@ -180,22 +246,35 @@ public:
     void clearMeasurementMarks() { setMeasurementMarks(-1, {}, {}); }
 
 signals:
+    /// An envelope edit of waveformIndex began.
     void envelopeEditingStarted(int waveformIndex);
+    /// Apply stored envelope for waveformIndex (the host saves it where it wants).
     void envelopeEditingFinished(int waveformIndex, const EnvelopeData &envelope);
+    /// The running edit ended without an envelope.
     void envelopeEditingCancelled();
+    /// An edit started, moved on to its points, or ended.
     void envelopeEditorStateChanged();
+    /// The user chose Edit Envelope on waveformIndex in the tree; the host starts the edit.
     void editEnvelopeRequested(int waveformIndex);
+    /// The user chose Delete Envelope on waveformIndex in the tree; the host asks and clears it.
     void deleteEnvelopeRequested(int waveformIndex);
+    /// The tree's selection moved to waveformIndex (as selectedWaveformIndex() tells).
     void waveformSelectionChanged(int waveformIndex);
+    /// waveformIndex was checked against its envelope anew; envelopeCheckResult() has the outcome.
     void envelopeChecked(int waveformIndex);
+    /// setStacked() laid the waveforms out stacked or overlaid.
     void stackedChanged(bool stacked);
+    /// The time cursors were shown or hidden.
     void cursorsVisibleChanged(bool visible);
     // The visible time range or a cursor moved.
     void viewChanged();
 
 protected:
+    /// The chart's wheel, drag, keys and hover, and the tree boxes' keys.
     bool eventFilter(QObject *watched, QEvent *event) override;
+    /// Keeps the divisions square at the new size.
     void resizeEvent(QResizeEvent *event) override;
+    /// Lays the divisions out once the widget has its size.
     void showEvent(QShowEvent *event) override;
 
 private slots:

@@ -1,6 +1,10 @@
 #ifndef VORNWAVEFORM_H
 #define VORNWAVEFORM_H
 
+/// \file
+/// The records a host hands to the chart and the window (waveforms, envelopes, edit points), and
+/// the helpers around them: value texts, envelope points, envelope curves in a capture file.
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -10,140 +14,170 @@
 #include <memory>
 #include <vector>
 
-// Owning handle to a waveform's sample array. Copies share one array, so the loader, the graph
-// and the editor hold one long capture at the cost of one. Reading never copies; writable()
-// first gives this handle its own array if another one shares it.
+/// Owning handle to a waveform's sample array. Copies share one array, so the loader, the graph
+/// and the editor hold one long capture at the cost of one. Reading never copies; writable()
+/// first gives this handle its own array if another one shares it.
 class SampleArray
 {
 public:
+    /// An empty array of its own.
     SampleArray();
 
+    /// The samples, read-only and shared.
     const std::vector<double> &operator*() const { return *m_data; }
+    /// The samples, read-only and shared.
     const std::vector<double> *operator->() const { return m_data.get(); }
+    /// The samples to change; copies them first when another handle shares them.
     std::vector<double> &writable();
 
+    /// Whether both handles read the same array.
     bool sharesStorageWith(const SampleArray &other) const { return m_data == other.m_data; }
 
 private:
     std::shared_ptr<std::vector<double>> m_data;
 };
 
+/// One uniformly sampled waveform: its samples in unit, sample k at startTime + k * sampleInterval.
 struct WaveformData
 {
+    /// The channel's name, as the capture and the chart show it.
     QString name;
+    /// The samples' unit ("V", "A", ...); empty for a unitless waveform.
     QString unit;
+    /// The sample values in unit, shared between copies.
     SampleArray samples;
+    /// Time between two samples in seconds.
     double sampleInterval = 0.0; // seconds
+    /// Time of sample 0 in seconds.
     double startTime = 0.0;      // seconds, time of sample 0
 };
 
-// Upper and lower limit curves, read sample by sample in step; NaN in either is a gap.
+/// Upper and lower limit curves, read sample by sample in step; NaN in either is a gap.
 struct EnvelopeData
 {
+    /// The upper limit curve, in the waveform's unit.
     WaveformData upper;
+    /// The lower limit curve, on the same time grid as upper.
     WaveformData lower;
-    // What the envelope was made from, for trigger alignment: the sources' mean on the envelope's
-    // grid, and the sample interval they were captured at. Empty and NaN where it is not known (a
-    // hand-drawn envelope, or one stored without them).
+    /// What the envelope was made from, for trigger alignment: the sources' mean on the envelope's
+    /// grid, and the sample interval they were captured at. Empty and NaN where it is not known (a
+    /// hand-drawn envelope, or one stored without them).
     WaveformData reference;
+    /// The sample interval in seconds of the captures the envelope was made from; NaN when not
+    /// known.
     double sourceInterval = std::numeric_limits<double>::quiet_NaN();
 
-    // An envelope needs both limits: without samples in either curve there is none.
+    /// An envelope needs both limits: without samples in either curve there is none.
     bool isEmpty() const;
 };
 
+/// One point of an envelope being edited: a time and the limits there.
 struct EnvelopePoint
 {
+    /// The point's time in seconds.
     double time = 0.0;
+    /// The upper limit in the waveform's unit.
     double upperValue = 0.0;
+    /// The lower limit in the waveform's unit.
     double lowerValue = 0.0;
+    /// A disabled point makes a gap in the envelope.
     bool enabled = true;
 };
 
+/// The points of one envelope edit and the region they span.
 struct EnvelopeEditData
 {
+    /// The edited waveform, -1 for none.
     int waveformIndex = -1;
+    /// Start of the edited region in seconds.
     double startTime = 0.0;
+    /// End of the edited region in seconds.
     double endTime = 0.0;
+    /// Time step in seconds of the envelope the points make.
     double sampleInterval = 0.0;
+    /// The points in time order.
     QVector<EnvelopePoint> points;
 
+    /// Back to no edit: no waveform, no region, no points.
     void clear();
 };
 
-// Steps through 1, 2, 5, 10, 20, 50, ... Every result is the double nearest to its decimal value,
-// so stepping up and back down returns exactly to where it started.
+/// Steps through 1, 2, 5, 10, 20, 50, ... Every result is the double nearest to its decimal value,
+/// so stepping up and back down returns exactly to where it started.
 class Scale125
 {
 public:
-    // The smallest series value above value; 0 for a value that is not positive.
+    /// The smallest series value above value; 0 for a value that is not positive.
     static double nextUp(double value);
-    // The largest series value below value; 0 for a value that is not positive.
+    /// The largest series value below value; 0 for a value that is not positive.
     static double nextDown(double value);
 };
 
+/// Values as the chart, the tree and the readouts write them.
 class ValueFormatter
 {
 public:
-    // "2 ms", "500 mV", "1.5 kV", "-20 μA": an engineering prefix and as few digits as the value
-    // needs (at most six significant), in a text that parseScaledValue() reads back exactly.
+    /// "2 ms", "500 mV", "1.5 kV", "-20 μA": an engineering prefix and as few digits as the value
+    /// needs (at most six significant), in a text that parseScaledValue() reads back exactly.
     static QString formatWithUnit(double value, const QString &unit);
 };
 
-// Reads "2 ms", "2ms", "5 k" or "0.25" with an optional SI prefix and the unit; NaN when the text
-// is no number. "." is the decimal point whatever the locale.
+/// Reads "2 ms", "2ms", "5 k" or "0.25" with an optional SI prefix and the unit; NaN when the text
+/// is no number. "." is the decimal point whatever the locale.
 double parseScaledValue(const QString &text, const QString &unit);
-// What a command line takes: the same texts, and "2µs" with the micro sign (U+00B5) that
-// keyboards type, which the spin boxes deliberately refuse.
+/// What a command line takes: the same texts, and "2µs" with the micro sign (U+00B5) that
+/// keyboards type, which the spin boxes deliberately refuse.
 double parseCommandLineValue(const QString &text, const QString &unit);
 
-// The time of the sample nearest to t.
+/// The time of the sample nearest to t.
 double snapToSampleGrid(double t, double sampleInterval, double startTime);
 
-// count points evenly spaced from start to end. Each point's limits are the largest and smallest
-// sample between its two neighbouring points, widened by 5 % of the y range, so that the straight
-// limits between points contain every sample; where no sample lies, the limits sit at 90 % and
-// 10 % of the y range.
+/// count points evenly spaced from start to end. Each point's limits are the largest and smallest
+/// sample between its two neighbouring points, widened by 5 % of the y range, so that the straight
+/// limits between points contain every sample; where no sample lies, the limits sit at 90 % and
+/// 10 % of the y range.
 QVector<EnvelopePoint> generateEnvelopePoints(const WaveformData &waveform, double start, double end,
                                               int count, double yMin, double yMax);
 
-// count points over the envelope's time span, interpolated between its samples; a point that
-// touches a gap is disabled and holds NaN limits.
+/// count points over the envelope's time span, interpolated between its samples; a point that
+/// touches a gap is disabled and holds NaN limits.
 QVector<EnvelopePoint> sampleEnvelopeToPoints(const EnvelopeData &envelope, int count);
 
-// Stores the envelope's curves as "<name> [upper]" and "<name> [lower]" in the capture at path,
-// replacing curves of those names; an empty envelope removes them. False if the file was left
-// unchanged because it could not be written.
+/// Stores the envelope's curves as "<name> [upper]" and "<name> [lower]" in the capture at path,
+/// replacing curves of those names; an empty envelope removes them. False if the file was left
+/// unchanged because it could not be written.
 bool saveEnvelope(const QString &path, const QString &waveformName, const EnvelopeData &envelope);
+/// Removes waveformName's envelope curves from the capture at path; false if the file was left
+/// unchanged because it could not be written.
 bool removeEnvelope(const QString &path, const QString &waveformName);
-// The reference stored with waveformName's envelope into envelope.reference and sourceInterval;
-// false, leaving them as they were, where the capture holds none.
+/// The reference stored with waveformName's envelope into envelope.reference and sourceInterval;
+/// false, leaving them as they were, where the capture holds none.
 bool loadEnvelopeReference(const QString &path, const QString &waveformName, EnvelopeData &envelope);
-// Why the last saveEnvelope() or removeEnvelope() of this thread failed.
+/// Why the last saveEnvelope() or removeEnvelope() of this thread failed.
 QString lastEnvelopeFileError();
 
-// Whether a name offered by the reader is that of an envelope curve (" [upper]" or " [lower]"
-// behind its waveform's name). The reader offers only curves our writer stored so.
+/// Whether a name offered by the reader is that of an envelope curve (" [upper]" or " [lower]"
+/// behind its waveform's name). The reader offers only curves our writer stored so.
 bool isEnvelopeCurveName(const QString &name);
 
-// A plain waveform of a capture, by its index among the names the reader offered, and the two
-// curves of its envelope (-1 for both when it has none).
+/// A plain waveform of a capture, by its index among the names the reader offered, and the two
+/// curves of its envelope (-1 for both when it has none).
 struct EnvelopePairing
 {
     int waveform = -1;
     int upper = -1;
     int lower = -1;
 };
-// Every plain waveform in order with its envelope curves: the ones named after it with the two
-// suffixes, the last of equal names winning; a lone curve, or a pair without its waveform, pairs
-// nothing. The one rule by which the window, Check Against and the command pair limits.
+/// Every plain waveform in order with its envelope curves: the ones named after it with the two
+/// suffixes, the last of equal names winning; a lone curve, or a pair without its waveform, pairs
+/// nothing. The one rule by which the window, Check Against and the command pair limits.
 QVector<EnvelopePairing> pairEnvelopeCurves(const QStringList &names);
 
-// Bytes the system can still give without swapping, within this process's address-space limit.
+/// Bytes the system can still give without swapping, within this process's address-space limit.
 uint64_t availableMemory();
 
-// Resizes samples to count zeros when the system has the memory for them with some to spare
-// (false otherwise, or when the allocation fails), faulting a long array's pages in on two cores.
+/// Resizes samples to count zeros when the system has the memory for them with some to spare
+/// (false otherwise, or when the allocation fails), faulting a long array's pages in on two cores.
 bool allocateSamples(std::vector<double> &samples, uint64_t count);
 // Why count samples were refused: "268435456 samples need 2.0 GiB, more than the 1.3 GiB this
 // machine can spare".
