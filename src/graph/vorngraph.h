@@ -237,12 +237,14 @@ public:
     /// hidden.
     QString cursorReadout() const;
 
-    // The times the chart shows, first to last; and whether waveform index is shown.
+    /// The times the chart shows, first to last, in seconds.
     QPair<double, double> visibleTimeRange() const;
+    /// Whether waveform index is shown; false for an invalid index.
     bool isWaveformVisible(int index) const;
-    // Thin lines over waveform index marking where a measurement was taken: vertical ones at the
-    // times, horizontal ones at the levels (in the waveform's unit). Setting them replaces any.
+    /// Thin lines over waveform index marking where a measurement was taken: vertical ones at the
+    /// times, horizontal ones at the levels (in the waveform's unit). Setting them replaces any.
     void setMeasurementMarks(int index, const QVector<double> &times, const QVector<double> &levels);
+    /// Takes every measurement mark away.
     void clearMeasurementMarks() { setMeasurementMarks(-1, {}, {}); }
 
 signals:
@@ -266,7 +268,7 @@ signals:
     void stackedChanged(bool stacked);
     /// The time cursors were shown or hidden.
     void cursorsVisibleChanged(bool visible);
-    // The visible time range or a cursor moved.
+    /// The visible time range or a cursor moved.
     void viewChanged();
 
 protected:

@@ -61,13 +61,15 @@ public:
     void setPlotClip(const QRectF &plot);
     /// The part of line inside rect; false, line untouched, when none of it is.
     static bool clipLine(QLineF &line, const QRectF &rect);
-    // The knot edit's look: handles never cover each other (where the band is narrower than a
-    // handle they sit beside it, the upper above, the lower below) and an enabled knot shows no
-    // toggle, which would cover both; a disabled one shows it as the knot's only mark.
+    /// The knot edit's look: handles never cover each other (where the band is narrower than a
+    /// handle they sit beside it, the upper above, the lower below) and an enabled knot shows no
+    /// toggle, which would cover both; a disabled one shows it as the knot's only mark.
     void setKnotStyle(bool knotStyle);
+    /// Whether createMarkers() made the scene items.
     bool hasSceneItems() const { return m_upperHandle != nullptr; }
-    // Scene centres of the two handles; null points before createMarkers().
+    /// Scene centre of the upper handle; a null point before createMarkers().
     QPointF upperHandlePos() const;
+    /// Scene centre of the lower handle; a null point before createMarkers().
     QPointF lowerHandlePos() const;
 
     /// Whether scenePos lies within tolerance scene pixels of the upper handle, inside the plot

@@ -164,9 +164,9 @@ bool isEnvelopeCurveName(const QString &name);
 /// curves of its envelope (-1 for both when it has none).
 struct EnvelopePairing
 {
-    int waveform = -1;
-    int upper = -1;
-    int lower = -1;
+    int waveform = -1; ///< the plain waveform's index
+    int upper = -1;    ///< its upper curve's index, -1 without an envelope
+    int lower = -1;    ///< its lower curve's index, -1 without an envelope
 };
 /// Every plain waveform in order with its envelope curves: the ones named after it with the two
 /// suffixes, the last of equal names winning; a lone curve, or a pair without its waveform, pairs
@@ -179,8 +179,8 @@ uint64_t availableMemory();
 /// Resizes samples to count zeros when the system has the memory for them with some to spare
 /// (false otherwise, or when the allocation fails), faulting a long array's pages in on two cores.
 bool allocateSamples(std::vector<double> &samples, uint64_t count);
-// Why count samples were refused: "268435456 samples need 2.0 GiB, more than the 1.3 GiB this
-// machine can spare".
+/// Why count samples were refused: "268435456 samples need 2.0 GiB, more than the 1.3 GiB this
+/// machine can spare".
 QString sampleMemoryShortfall(uint64_t count);
 
 #endif
