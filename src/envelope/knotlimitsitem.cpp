@@ -119,6 +119,24 @@ void KnotLimitsItem::fillRun(QPainter *painter, int first, int last, double left
     const QVector<EnvelopePoint> &knots = *m_knots;
     const double from = std::max(sceneX(knots.at(first).time), left);
     const double to = std::min(sceneX(knots.at(last - 1).time), right);
+    // Where knots lie two pixels apart or more, one quadrilateral per segment; where they crowd,
+    // one rectangle per pixel column from the highest to the lowest limit in it.
+    constexpr double SPARSE = 2.0;
+    for (int k = first; k + 1 < last; ++k) {
+        const EnvelopePoint &a = knots.at(k);
+        const EnvelopePoint &b = knots.at(k + 1);
+        const double xa = sceneX(a.time), xb = sceneX(b.time);
+        if (xb - xa < SPARSE || xb < from || xa > to)
+            continue;
+        // Cut to the repainted stretch: a segment of a deeply zoomed view reaches far beyond it.
+        const auto at = [&](double x, double lowValue, double highValue) {
+            return sceneY(lowValue + (x - xa) / (xb - xa) * (highValue - lowValue));
+        };
+        const double x0 = std::max(xa, from), x1 = std::min(xb, to);
+        const QPointF quad[4] = {{x0, at(x0, a.upperValue, b.upperValue)}, {x1, at(x1, a.upperValue, b.upperValue)},
+                                 {x1, at(x1, a.lowerValue, b.lowerValue)}, {x0, at(x0, a.lowerValue, b.lowerValue)}};
+        painter->drawPolygon(quad, 4, Qt::WindingFill);
+    }
     QVector<QRectF> columns;
     int segment = first; // the knots segment, segment + 1 hold the column's middle between them
     int inside = first;  // the first knot not left of the column
@@ -129,6 +147,8 @@ void KnotLimitsItem::fillRun(QPainter *painter, int first, int last, double left
         const EnvelopePoint &a = knots.at(segment);
         const EnvelopePoint &b = knots.at(segment + 1);
         const double xa = sceneX(a.time), xb = sceneX(b.time);
+        if (xb - xa >= SPARSE)
+            continue;
         const double f = xb > xa ? std::clamp((middle - xa) / (xb - xa), 0.0, 1.0) : 0.0;
         double top = sceneY(a.upperValue + f * (b.upperValue - a.upperValue));
         double bottom = sceneY(a.lowerValue + f * (b.lowerValue - a.lowerValue));
