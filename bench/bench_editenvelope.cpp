@@ -169,7 +169,11 @@ EditEnvelopeFigure editEnvelopeFigures()
     figure.dragMs = dragMilliseconds(manyKnots(500));
     SourceHull periodicHull;
     periodicHull.add(periodic());
-    const EnvelopeData dense = periodicHull.build({});
+    // Tight tolerances, as `vorn envelope --dx 1us --dy 10mV` gives them on sigrok's demo.
+    EnvelopeBuildOptions tight;
+    tight.dx = DT;
+    tight.dy = 0.01;
+    const EnvelopeData dense = periodicHull.build(tight);
     figure.denseKnots = int(recoverKnots(dense).size());
     figure.denseStartMs = startMilliseconds(dense, periodic());
     figure.denseDragMs = dragMilliseconds(dense, periodic());

@@ -114,13 +114,69 @@ void KnotLimitsItem::updateAround(int knot)
     update(QRectF(QPointF(left - 2.0, m_plot.top()), QPointF(right + 2.0, m_plot.bottom())) & m_plot);
 }
 
+void KnotLimitsItem::fillRun(QPainter *painter, int first, int last, double left, double right) const
+{
+    const QVector<EnvelopePoint> &knots = *m_knots;
+    const double from = std::max(sceneX(knots.at(first).time), left);
+    const double to = std::min(sceneX(knots.at(last - 1).time), right);
+    // Where knots lie two pixels apart or more, one quadrilateral per segment; where they crowd,
+    // one rectangle per pixel column from the highest to the lowest limit in it.
+    constexpr double SPARSE = 2.0;
+    for (int k = first; k + 1 < last; ++k) {
+        const EnvelopePoint &a = knots.at(k);
+        const EnvelopePoint &b = knots.at(k + 1);
+        const double xa = sceneX(a.time), xb = sceneX(b.time);
+        if (xb - xa < SPARSE || xb < from || xa > to)
+            continue;
+        // Cut to the repainted stretch: a segment of a deeply zoomed view reaches far beyond it.
+        const auto at = [&](double x, double lowValue, double highValue) {
+            return sceneY(lowValue + (x - xa) / (xb - xa) * (highValue - lowValue));
+        };
+        const double x0 = std::max(xa, from), x1 = std::min(xb, to);
+        const QPointF quad[4] = {{x0, at(x0, a.upperValue, b.upperValue)}, {x1, at(x1, a.upperValue, b.upperValue)},
+                                 {x1, at(x1, a.lowerValue, b.lowerValue)}, {x0, at(x0, a.lowerValue, b.lowerValue)}};
+        painter->drawPolygon(quad, 4, Qt::WindingFill);
+    }
+    QVector<QRectF> columns;
+    int segment = first; // the knots segment, segment + 1 hold the column's middle between them
+    int inside = first;  // the first knot not left of the column
+    for (double c = std::floor(from); c < to; c += 1.0) {
+        const double middle = std::clamp(c + 0.5, from, to);
+        while (segment + 2 < last && sceneX(knots.at(segment + 1).time) < middle)
+            ++segment;
+        const EnvelopePoint &a = knots.at(segment);
+        const EnvelopePoint &b = knots.at(segment + 1);
+        const double xa = sceneX(a.time), xb = sceneX(b.time);
+        if (xb - xa >= SPARSE)
+            continue;
+        const double f = xb > xa ? std::clamp((middle - xa) / (xb - xa), 0.0, 1.0) : 0.0;
+        double top = sceneY(a.upperValue + f * (b.upperValue - a.upperValue));
+        double bottom = sceneY(a.lowerValue + f * (b.lowerValue - a.lowerValue));
+        if (top > bottom)
+            std::swap(top, bottom);
+        while (inside < last && sceneX(knots.at(inside).time) < c)
+            ++inside;
+        for (int k = inside; k < last && sceneX(knots.at(k).time) < c + 1.0; ++k) {
+            const double upper = sceneY(knots.at(k).upperValue), lower = sceneY(knots.at(k).lowerValue);
+            top = std::min({top, upper, lower});
+            bottom = std::max({bottom, upper, lower});
+        }
+        top = std::max(top, m_plot.top() - 1.0);
+        bottom = std::min(bottom, m_plot.bottom() + 1.0);
+        if (bottom > top)
+            columns.append(QRectF(c, top, 1.0, bottom - top));
+    }
+    painter->drawRects(columns);
+}
+
 void KnotLimitsItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *option, QWidget *)
 {
     const QRectF exposed = option->exposedRect & m_plot;
     if (exposed.isEmpty() || !(m_yScale > 0.0))
         return;
     // Whole pixel columns on both sides, so that a partial repaint draws what a full one does.
-    const auto [first, last] = knotsBetween(exposed.left() - 2.0, exposed.right() + 2.0);
+    const double left = exposed.left() - 2.0, right = exposed.right() + 2.0;
+    const auto [first, last] = knotsBetween(left, right);
     painter->save();
     painter->setClipRect(m_plot, Qt::IntersectClip);
     QColor fill = m_color;
@@ -128,14 +184,18 @@ void KnotLimitsItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *op
     const QPen upperPen = limitPen(m_color.lighter(120));
     const QPen lowerPen = limitPen(m_color.darker(120));
     QPolygonF upper, lower;
-    const auto drawRun = [&] {
-        if (upper.size() >= 2) {
-            QPolygonF band = upper;
-            for (auto p = lower.crbegin(); p != lower.crend(); ++p)
-                band << *p;
+    ColumnReducer upperColumns(upper), lowerColumns(lower);
+    int runStart = first;
+    // A run of two or more enabled knots is drawn; a knot that is off ends it.
+    const auto drawRun = [&](int runEnd) {
+        upperColumns.flush();
+        lowerColumns.flush();
+        if (runEnd - runStart >= 2) {
+            // Column by column: a polygon through thousands of zigzagging knots takes the raster
+            // engine a second to fill.
             painter->setPen(Qt::NoPen);
             painter->setBrush(fill);
-            painter->drawPolygon(clipPolygon(band, m_plot), Qt::WindingFill);
+            fillRun(painter, runStart, runEnd, left, right);
             painter->setBrush(Qt::NoBrush);
             painter->setPen(upperPen);
             painter->drawPolyline(upper);
@@ -145,63 +205,17 @@ void KnotLimitsItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *op
         upper.clear();
         lower.clear();
     };
-    ColumnReducer upperColumns(upper), lowerColumns(lower);
-    int runLength = 0;
     for (int i = first; i < last; ++i) {
         const EnvelopePoint &k = m_knots->at(i);
         if (!k.enabled) {
-            upperColumns.flush();
-            lowerColumns.flush();
-            // A single enabled knot has no stretch to draw, as in the point edit.
-            if (runLength >= 2)
-                drawRun();
-            upper.clear();
-            lower.clear();
-            runLength = 0;
+            drawRun(i);
+            runStart = i + 1;
             continue;
         }
         const double x = sceneX(k.time);
         upperColumns.add(x, sceneY(k.upperValue));
         lowerColumns.add(x, sceneY(k.lowerValue));
-        ++runLength;
     }
-    upperColumns.flush();
-    lowerColumns.flush();
-    if (runLength >= 2)
-        drawRun();
+    drawRun(last);
     painter->restore();
-}
-
-QPolygonF KnotLimitsItem::clipPolygon(const QPolygonF &polygon, const QRectF &rect)
-{
-    if (rect.contains(polygon.boundingRect()))
-        return polygon;
-    QPolygonF result = polygon;
-    // Against each border in turn: keep what lies inside, add the crossings.
-    const auto clipAgainst = [&result](auto inside, auto cross) {
-        QPolygonF input;
-        input.swap(result);
-        for (int i = 0; i < input.size(); ++i) {
-            const QPointF &a = input.at(i);
-            const QPointF &b = input.at((i + 1) % input.size());
-            if (inside(a)) {
-                result << a;
-                if (!inside(b))
-                    result << cross(a, b);
-            } else if (inside(b)) {
-                result << cross(a, b);
-            }
-        }
-    };
-    const auto atX = [](double x) {
-        return [x](const QPointF &a, const QPointF &b) { return QPointF(x, a.y() + (b.y() - a.y()) * (x - a.x()) / (b.x() - a.x())); };
-    };
-    const auto atY = [](double y) {
-        return [y](const QPointF &a, const QPointF &b) { return QPointF(a.x() + (b.x() - a.x()) * (y - a.y()) / (b.y() - a.y()), y); };
-    };
-    clipAgainst([&](const QPointF &p) { return p.x() >= rect.left(); }, atX(rect.left()));
-    clipAgainst([&](const QPointF &p) { return p.x() <= rect.right(); }, atX(rect.right()));
-    clipAgainst([&](const QPointF &p) { return p.y() >= rect.top(); }, atY(rect.top()));
-    clipAgainst([&](const QPointF &p) { return p.y() <= rect.bottom(); }, atY(rect.bottom()));
-    return result;
 }

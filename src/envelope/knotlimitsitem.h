@@ -37,10 +37,10 @@ public:
     // exists, so the lines run on to the border.
     std::pair<int, int> knotsBetween(double left, double right) const;
 
-    // The polygon clipped to rect (Sutherland-Hodgman); both limits' fill stays off the axes.
-    static QPolygonF clipPolygon(const QPolygonF &polygon, const QRectF &rect);
-
 private:
+    // The band between the limits of knots [first, last), all enabled, over [left, right].
+    void fillRun(QPainter *painter, int first, int last, double left, double right) const;
+
     const QVector<EnvelopePoint> *m_knots;
     QColor m_color;
     QRectF m_plot;
