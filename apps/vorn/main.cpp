@@ -22,6 +22,7 @@ const char USAGE[] =
     "       vorn envelope FILE.sr NAME --remove\n"
     "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
     "                  [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--jobs N]\n"
+    "                  [--report OUT.html] [--report-dir DIR]\n"
     "envelope: limits around every sample of NAME in the good captures (FILE itself without\n"
     "  --from), widened by --dx in time and --dy in value (chosen from the captures' timing and\n"
     "  noise when not given), with at most N knots where the limits bend. --sigma K puts them at\n"
@@ -29,6 +30,8 @@ const char USAGE[] =
     "check: --align moves each capture by the shift within +-MAXSHIFT (such as 1ms) at which it\n"
     "  fits its envelope best, --trigger puts its first crossing of LEVEL on the envelope middle's;\n"
     "  the shift is reported. Files are checked N at a time (--jobs, one per core by default).\n"
+    "  --report writes one HTML file with every verdict and pictures of the first failures;\n"
+    "  --report-dir writes a picture of each failing waveform there and names it in --junit.\n"
     "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
 
 constexpr int EXIT_USAGE = 1;
