@@ -23,6 +23,9 @@ public:
     QAction *action() const { return m_action; }
     ViolationList *violationList() const { return m_list; }
 
+signals:
+    void checkedAgainst(const QString &goldenPath);
+
 private:
     void onTriggered();
 

@@ -1,6 +1,7 @@
 #include "viewerwindow.h"
 
 #include "checkagainst.h"
+#include "exportactions.h"
 #include "envelopetools.h"
 
 #include "vorngraph.h"
@@ -174,7 +175,9 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     m_document = document;
     m_filePath = path;
     extendDocumentMenus(document);
-    new CheckAgainst(this, document);
+    auto *check = new CheckAgainst(this, document);
+    auto *exporter = new ExportActions(this, document, path);
+    connect(check, &CheckAgainst::checkedAgainst, exporter, &ExportActions::setReference);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
     connect(document->graph(), &VornGraph::envelopeEditingStarted, this, &ViewerWindow::onEnvelopeEditingStarted);
