@@ -95,6 +95,8 @@ bool exportChartImage(QChartView *view, const QString &path, const QSize &size, 
         svg.setOutputDevice(&file);
         svg.setSize(size);
         svg.setViewBox(QRect(QPoint(), size));
+        // CSS pixels, so that a browser shows the picture at the size asked.
+        svg.setResolution(96);
         svg.setTitle(QFileInfo(path).completeBaseName());
         QPainter painter;
         painted = painter.begin(&svg);
