@@ -13,7 +13,7 @@ cd "$here"
 
 PACKAGES=(
     g++ cmake ninja-build pkg-config ccache
-    qt6-base-dev qt6-charts-dev qt6-qpa-plugins libgl-dev
+    qt6-base-dev qt6-charts-dev qt6-svg-dev qt6-qpa-plugins libgl-dev
     qt6-tools-dev qt6-l10n-tools qt6-translations-l10n
     libzip-dev zlib1g-dev libdeflate-dev libglib2.0-dev
     libbenchmark-dev

@@ -46,6 +46,9 @@ struct EditEnvelopeFigure
 };
 EditEnvelopeFigure editEnvelopeFigures();
 
+// Prints the report 200 files line (bench_report.cpp).
+void printReport();
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif

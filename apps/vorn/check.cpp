@@ -4,11 +4,17 @@
 #include "capture.h"
 #include "progress.h"
 #include "limitsreport.h"
+#include "report.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFileInfo>
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QXmlStreamWriter>
 
 #include <algorithm>
@@ -33,6 +39,8 @@ struct Options
     std::vector<std::string> files;
     std::string reference;
     std::string junit;
+    std::string report;    // HTML
+    std::string reportDir; // a picture per failing waveform, named in the JUnit report
     bool json = false;
     AlignmentOptions align;
     unsigned jobs = 0; // 0: one per core
@@ -104,8 +112,8 @@ Options parseOptions(const std::vector<std::string> &args)
         const std::string &a = args[i];
         if (a == "--json")
             o.json = true;
-        else if ((a == "--reference" || a == "--junit") && i + 1 < args.size())
-            (a == "--reference" ? o.reference : o.junit) = args[++i];
+        else if ((a == "--reference" || a == "--junit" || a == "--report" || a == "--report-dir") && i + 1 < args.size())
+            (a == "--reference" ? o.reference : a == "--junit" ? o.junit : a == "--report" ? o.report : o.reportDir) = args[++i];
         else if (a == "--align" && i + 1 < args.size())
             o.align.maxShift = parseAlignment(args[++i]);
         else if (a == "--trigger" && i + 1 < args.size())
@@ -242,7 +250,9 @@ QString worstViolation(const Verdict &v)
 }
 
 // One testcase per file and waveform; a file that could not be checked is a testcase in error.
-bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, const std::vector<Trouble> &troubles)
+// A failing testcase names its picture the two ways CI servers look for attachments.
+bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, const std::vector<Trouble> &troubles,
+                const std::vector<QString> &attachments)
 {
     QFile file(QString::fromStdString(path));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -259,10 +269,20 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
     xml.writeAttribute("tests", QString::number(verdicts.size() + troubles.size()));
     xml.writeAttribute("failures", QString::number(failures));
     xml.writeAttribute("errors", QString::number(troubles.size()));
-    for (const Verdict &v : verdicts) {
+    for (size_t i = 0; i < verdicts.size(); ++i) {
+        const Verdict &v = verdicts[i];
+        const QString attachment = i < attachments.size() ? attachments[i] : QString();
         xml.writeStartElement("testcase");
         xml.writeAttribute("classname", QString::fromStdString(v.file));
         xml.writeAttribute("name", QString::fromStdString(v.waveform));
+        if (!attachment.isEmpty()) {
+            xml.writeStartElement("properties");
+            xml.writeStartElement("property");
+            xml.writeAttribute("name", "attachment");
+            xml.writeAttribute("value", attachment);
+            xml.writeEndElement();
+            xml.writeEndElement();
+        }
         if (!passed(v)) {
             xml.writeStartElement("failure");
             xml.writeAttribute("message", worstViolation(v));
@@ -271,9 +291,11 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
             xml.writeEndElement();
         }
         // A pass says what it did not judge, too.
-        const QString notes = checkNotes(v.result, INT_MAX);
-        if (!notes.isEmpty())
-            xml.writeTextElement("system-out", notes);
+        QString out = checkNotes(v.result, INT_MAX);
+        if (!attachment.isEmpty())
+            out += (out.isEmpty() ? "" : "\n") + QStringLiteral("[[ATTACHMENT|%1]]").arg(attachment);
+        if (!out.isEmpty())
+            xml.writeTextElement("system-out", out);
         xml.writeEndElement();
     }
     for (const Trouble &t : troubles) {
@@ -463,6 +485,87 @@ void printLimitStatistics(const std::vector<Verdict> &verdicts)
         std::printf("%s\n", qPrintable(statisticsLine(row, units[row.waveform])));
 }
 
+// A file name part made of what every file system and CI server takes.
+QString fileNamePart(const QString &text)
+{
+    QString part = text;
+    part.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9._-]+")), QStringLiteral("_"));
+    return part;
+}
+
+// The HTML report and the pictures of --report-dir, drawn offscreen by the graph from the files
+// read again (only failing waveforms, a bounded number of them). Gives the picture of each
+// verdict that has one in the folder.
+std::vector<QString> writeReports(const Options &options, const std::vector<std::string> &args,
+                                  const std::vector<Verdict> &verdicts, const std::vector<Trouble> &troubles,
+                                  const std::map<std::string, EnvelopeData> &reference)
+{
+    const auto application = startOffscreenPictures();
+    std::vector<ReportRow> rows;
+    for (const Verdict &v : verdicts)
+        rows.push_back({QString::fromStdString(v.file), QString::fromStdString(v.waveform), v.unit, v.result, describe(v)});
+    std::vector<ReportTrouble> notJudged;
+    for (const Trouble &t : troubles)
+        notJudged.push_back({QString::fromStdString(t.file), QString::fromStdString(t.reason)});
+    const ReportSource source = [&](const ReportRow &row, WaveformData &waveform, EnvelopeData &envelope) {
+        try {
+            const std::string file = row.file.toStdString();
+            const std::string name = row.waveform.toStdString();
+            waveform = loadWaveform(file, name, UINT64_MAX);
+            if (!options.reference.empty()) {
+                envelope = reference.at(name);
+                return true;
+            }
+            for (EnvelopedWaveform &w : envelopedWaveforms(file, readInfos(file))) {
+                if (w.name == name) {
+                    envelope = std::move(w.envelope);
+                    return true;
+                }
+            }
+            return false;
+        } catch (const Failure &) {
+            return false;
+        } catch (const std::out_of_range &) {
+            return false;
+        }
+    };
+    const int limit = options.reportDir.empty() ? REPORT_PICTURE_LIMIT : 10 * REPORT_PICTURE_LIMIT;
+    std::vector<FailurePictures> pictures = drawFailures(rows, source, limit);
+    std::vector<QString> attachments(rows.size());
+    if (!options.reportDir.empty()) {
+        const QDir dir(QString::fromStdString(options.reportDir));
+        if (!dir.mkpath(QStringLiteral(".")))
+            throw Failure{"cannot make the folder " + options.reportDir};
+        for (size_t i = 0; i < rows.size(); ++i) {
+            if (pictures[i].whole.isEmpty())
+                continue;
+            const QString name = QStringLiteral("%1-%2-%3.png").arg(i + 1, 4, 10, QLatin1Char('0'))
+                                     .arg(fileNamePart(QFileInfo(rows[i].file).completeBaseName()), fileNamePart(rows[i].waveform));
+            QString error;
+            if (!writeReportFile(dir.filePath(name), pictures[i].whole, &error))
+                throw Failure{"cannot write " + dir.filePath(name).toStdString() + ": " + error.toStdString()};
+            attachments[i] = dir.absoluteFilePath(name);
+        }
+    }
+    if (!options.report.empty()) {
+        // The file stays of a reasonable size: the first failures are drawn, the rest listed.
+        int drawn = 0;
+        for (FailurePictures &p : pictures) {
+            if (!p.whole.isEmpty() && ++drawn > REPORT_PICTURE_LIMIT)
+                p = {};
+        }
+        ReportInfo info;
+        info.command = "vorn";
+        for (const std::string &a : args)
+            info.command += " " + QString::fromStdString(a);
+        info.reference = QString::fromStdString(options.reference);
+        QString error;
+        if (!writeReportFile(QString::fromStdString(options.report), reportHtml(rows, notJudged, pictures, info), &error))
+            throw Failure{"cannot write " + options.report + ": " + error.toStdString()};
+    }
+    return attachments;
+}
+
 } // namespace
 
 int checkCaptures(const std::vector<std::string> &args)
@@ -507,7 +610,10 @@ int checkCaptures(const std::vector<std::string> &args)
         std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),
                     verdicts.size(), verdicts.size() - failed, failed, troubles.size());
     }
-    if (!options.junit.empty() && !writeJUnit(options.junit, verdicts, troubles))
+    std::vector<QString> attachments;
+    if (!options.report.empty() || !options.reportDir.empty())
+        attachments = writeReports(options, args, verdicts, troubles, reference.envelopes);
+    if (!options.junit.empty() && !writeJUnit(options.junit, verdicts, troubles, attachments))
         throw Failure{"cannot write " + options.junit};
     if (!troubles.empty())
         return EXIT_READ_FAILED;

@@ -135,5 +135,6 @@ void CheckAgainst::onTriggered()
     m_shifts->setText(lines.join(QLatin1Char('\n')));
     m_shifts->show();
     m_dock->show();
+    emit checkedAgainst(golden);
     m_window->statusBar()->showMessage(lines.join(QStringLiteral("; ")), 8000);
 }

@@ -27,6 +27,9 @@ public:
     // next capture must lay itself out in the room the dock leaves.
     void removeDock();
 
+signals:
+    void checkedAgainst(const QString &goldenPath);
+
 private:
     void onTriggered();
 

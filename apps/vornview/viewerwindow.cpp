@@ -2,6 +2,7 @@
 
 #include "capturecheck.h"
 #include "checkagainst.h"
+#include "exportactions.h"
 #include "envelopetools.h"
 #include "measurementsdock.h"
 
@@ -188,8 +189,10 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     m_document = document;
     m_filePath = path;
     extendDocumentMenus(document);
-    new CheckAgainst(this, document);
+    auto *check = new CheckAgainst(this, document);
     new MeasurementsDock(this, document, path);
+    auto *exporter = new ExportActions(this, document, path);
+    connect(check, &CheckAgainst::checkedAgainst, exporter, &ExportActions::setReference);
     document->installEventFilter(this);
     connect(document, &WaveformWindow::saveFailed, this, &ViewerWindow::onSaveFailed);
     connect(document->graph(), &VornGraph::envelopeEditingStarted, this, &ViewerWindow::onEnvelopeEditingStarted);

@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -194,6 +195,54 @@ private slots:
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
         QCOMPARE(seen, (QStringList{"3/1/1", "good.sr:A1", "tight.sr:A1", "failure:worst violation", "system-out:",
                                     "missing.sr:missing.sr", "error:file not"}));
+    }
+
+    // A batch with a failure and a file that cannot be read: a verdict row per waveform and one for
+    // the file, the failure drawn twice (whole and zoomed), every picture inline, and the JUnit
+    // report naming the picture written to the folder.
+    void reportOfABatch()
+    {
+        const QString html = path("report.html");
+        const QString xmlPath = path("pictured.xml");
+        vorn({"check", path("good.sr"), path("tight.sr"), path("missing.sr"), "--report", html, "--report-dir",
+              path("pictures"), "--junit", xmlPath});
+        QFile file(html);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QXmlStreamReader xml(&file);
+        int tables = 0;
+        QStringList rows;
+        QStringList images;
+        while (!xml.atEnd()) {
+            if (xml.readNext() != QXmlStreamReader::StartElement)
+                continue;
+            for (const char *reference : {"src", "href"}) {
+                const QString target = xml.attributes().value(QLatin1String(reference)).toString();
+                QVERIFY2(target.isEmpty() || target.startsWith("data:image/png;base64,"), qPrintable(target.left(80)));
+            }
+            QVERIFY(xml.name() != QLatin1String("script") && xml.name() != QLatin1String("link"));
+            tables += xml.name() == QLatin1String("table");
+            if (xml.name() == QLatin1String("tr") && tables == 2)
+                rows << xml.readElementText(QXmlStreamReader::IncludeChildElements).simplified().section(' ', 0, 2);
+            if (xml.name() == QLatin1String("img"))
+                images << (QImage::fromData(QByteArray::fromBase64(xml.attributes().value(QLatin1String("src")).toLatin1().mid(22)))
+                                   .width() > 1000 ? "chart" : "no chart");
+        }
+        QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
+        QCOMPARE(rows, (QStringList{"Capture Waveform Verdict", path("good.sr") + " A1 pass", path("tight.sr") + " A1 fail",
+                                    path("missing.sr") + " not judged"}));
+        QCOMPARE(images, (QStringList{"chart", "chart"}));
+
+        QFile junit(xmlPath);
+        QVERIFY(junit.open(QIODevice::ReadOnly));
+        QXmlStreamReader cases(&junit);
+        QStringList attachments;
+        while (!cases.atEnd()) {
+            if (cases.readNext() == QXmlStreamReader::StartElement && cases.name() == QLatin1String("property"))
+                attachments << cases.attributes().value(QLatin1String("value")).toString();
+        }
+        QCOMPARE(attachments.size(), 1);
+        QVERIFY2(attachments[0].contains("tight") && !QImage(attachments[0]).isNull(), qPrintable(attachments[0]));
+        QVERIFY(junit.seek(0) && junit.readAll().contains("[[ATTACHMENT|" + attachments[0].toUtf8() + "]]"));
     }
 
     // Captures of a production line started up to 0.8 ms earlier than the golden one: they pass once

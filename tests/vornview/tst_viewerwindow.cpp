@@ -1,5 +1,6 @@
 #include "../window/messageboxanswerer.h"
 #include "envelopetools.h"
+#include "exportactions.h"
 #include "translators.h"
 #include "viewerwindow.h"
 #include "vorngraph.h"
@@ -10,6 +11,8 @@
 
 #include <QAction>
 #include <QDockWidget>
+#include <QChartView>
+#include <QLineSeries>
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QMenuBar>
@@ -196,6 +199,75 @@ private slots:
         QVERIFY(view != menus.end());
         (*view)->menu()->actions().value(3)->trigger(); // View ▸ Cursors
         QVERIFY(viewer.document()->graph()->cursorsVisible());
+    }
+
+    // The chart exported as SVG at the size asked holds a trace of every waveform in its colour,
+    // as PNG it has that size; the report of the window's failing check holds both its pictures.
+    void exportsTheChartAndTheReportOfItsCheck()
+    {
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(capture("export.sr")));
+        viewer.resize(1200, 700);
+        viewer.show();
+        VornGraph *graph = viewer.document()->graph();
+        auto *view = graph->findChild<QChartView *>();
+        QVERIFY(QTest::qWaitFor([view] { return view->chart()->plotArea().width() > 100; }));
+        EnvelopeData tight; // A0 (0.5, -1.25, 3, 7) leaves it at its last two samples
+        for (WaveformData *curve : {&tight.upper, &tight.lower}) {
+            curve->sampleInterval = 3e-3;
+            curve->samples.writable().assign(2, curve == &tight.upper ? 1.0 : -2.0);
+        }
+        graph->setEnvelope(0, tight);
+
+        QVERIFY(exportChartImage(view, m_dir.filePath("chart.png"), QSize(640, 320)));
+        QCOMPARE(QImage(m_dir.filePath("chart.png")).size(), QSize(640, 320));
+        QVERIFY(exportChartImage(view, m_dir.filePath("chart.svg"), QSize(900, 400)));
+        QFile svg(m_dir.filePath("chart.svg"));
+        QVERIFY(svg.open(QIODevice::ReadOnly));
+        QXmlStreamReader xml(&svg);
+        QStringList strokes{QString()}; // of the groups around the element read
+        QSet<QString> traced;
+        QString viewBox;
+        while (!xml.atEnd()) {
+            const QXmlStreamReader::TokenType token = xml.readNext();
+            const QString stroke = xml.attributes().value(QLatin1String("stroke")).toString();
+            if (token == QXmlStreamReader::StartElement && xml.name() == QLatin1String("svg"))
+                viewBox = xml.attributes().value(QLatin1String("viewBox")).toString();
+            else if (token == QXmlStreamReader::StartElement && xml.name() == QLatin1String("g"))
+                strokes << (stroke.isEmpty() ? strokes.last() : stroke);
+            else if (token == QXmlStreamReader::EndElement && xml.name() == QLatin1String("g"))
+                strokes.removeLast();
+            else if (token == QXmlStreamReader::StartElement && xml.name() == QLatin1String("polyline"))
+                traced << strokes.last();
+        }
+        QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
+        QCOMPARE(viewBox, "0 0 900 400");
+        // Each waveform's series holds its samples as they are (too few to reduce) and lends the
+        // trace its colour.
+        for (int i = 0; i < graph->waveformCount(); ++i) {
+            QList<QPointF> expected;
+            const WaveformData w = graph->waveformData(i);
+            for (size_t k = 0; k < w.samples->size(); ++k)
+                expected << QPointF(w.startTime + double(k) * w.sampleInterval, (*w.samples)[k]);
+            int matched = 0;
+            for (QAbstractSeries *series : view->chart()->series()) {
+                auto *line = qobject_cast<QLineSeries *>(series);
+                if (line && line->points() == expected && ++matched)
+                    QVERIFY2(traced.contains(line->color().name()), qPrintable(w.name));
+            }
+            QVERIFY2(matched, qPrintable(w.name));
+        }
+
+        auto *exporter = viewer.document()->findChild<ExportActions *>();
+        QVERIFY(exporter && exporter->exportReport(m_dir.filePath("report.html")));
+        QFile report(m_dir.filePath("report.html"));
+        QVERIFY(report.open(QIODevice::ReadOnly));
+        QXmlStreamReader html(&report);
+        int pictures = 0;
+        while (!html.atEnd())
+            pictures += html.readNext() == QXmlStreamReader::StartElement && html.name() == QLatin1String("img");
+        QVERIFY2(!html.hasError(), qPrintable(html.errorString()));
+        QCOMPARE(pictures, 2);
     }
 
     // Run by CTest with LANG=de_DE.UTF-8 as its own test: the window's and the viewer's menus, and
