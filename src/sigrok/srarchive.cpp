@@ -383,17 +383,7 @@ void SrArchive::loadCurves()
         const std::string *unit = section.value("unit");
         channel.name = *section.value("name");
         channel.unit = unit ? *unit : std::string();
-        const auto member = m_members.find(curveMemberName(number));
-        if (member == m_members.end())
-            channel.damage = "member " + curveMemberName(number) + " missing";
-        else if (member->second->size != channel.sampleCount * sizeof(double))
-            channel.damage = "member " + member->second->name + " size does not match its samples count";
-        else
-            channel.damage = memberDamage(*member->second, m_dataEnd, sizeof(double));
-        if (channel.damage.empty())
-            channel.members.push_back(member->second);
-        else
-            channel.sampleCount = 0;
+        attachCurveMember(curveMemberName(number), channel);
         m_channels.push_back(std::move(channel));
     }
 }
@@ -424,7 +414,13 @@ bool SrArchive::parseCurveSection(const IniSection &section, const char *prefix,
         return false;
     channel.name = *name;
     channel.unit = unit ? *unit : std::string();
-    const std::string memberName = reference ? referenceMemberName(number) : curveMemberName(number);
+    attachCurveMember(reference ? referenceMemberName(number) : curveMemberName(number), channel);
+    return true;
+}
+
+// A curve's doubles live in one member of its own; a missing or damaged one fails only its reads.
+void SrArchive::attachCurveMember(const std::string &memberName, Channel &channel) const
+{
     const auto member = m_members.find(memberName);
     if (member == m_members.end())
         channel.damage = "member " + memberName + " missing";
@@ -436,7 +432,6 @@ bool SrArchive::parseCurveSection(const IniSection &section, const char *prefix,
         channel.members.push_back(member->second);
     else
         channel.sampleCount = 0;
-    return true;
 }
 
 bool SrArchive::readReference(size_t index, double *out, std::string &error) const

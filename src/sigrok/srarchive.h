@@ -73,6 +73,7 @@ private:
     bool loadDevice(std::string &error);
     void loadCurves();
     bool parseCurveSection(const IniSection &section, const char *prefix, Channel &channel) const;
+    void attachCurveMember(const std::string &memberName, Channel &channel) const;
     std::string sectionDamage(const IniSection &section, Channel &channel) const;
     void collectChunks(const std::string &prefix, uint64_t sampleBytes, Channel &channel) const;
 
