@@ -311,7 +311,9 @@ struct Search
                 const double l = fits[top - 1].spread, m = fits[top].spread, r = fits[top + 1].spread;
                 const double curve = l - 2 * m + r;
                 if (curve > 0.0) {
-                    const double offset = std::clamp((l - r) / (2 * curve), -0.5, 0.5);
+                    // A vertex within a thousandth of a sample is the sample itself, not noise to report.
+                    double offset = std::clamp((l - r) / (2 * curve), -0.5, 0.5);
+                    offset = std::fabs(offset) < 1e-3 ? 0.0 : offset;
                     const Fit between = fitAt(active, shift + offset);
                     if (between.violations == 0) {
                         shift += offset;
