@@ -1,7 +1,7 @@
 // vorn check: judges captures against envelopes, for people (one line per waveform), scripts
 // (--json) and CI systems (--junit).
 
-#include "capture.h"
+#include "judging.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -30,22 +30,6 @@ struct Options
     bool json = false;
     AlignmentOptions align;
     unsigned jobs = 0; // 0: one per core
-};
-
-struct Verdict
-{
-    std::string file;
-    std::string waveform;
-    QString unit;
-    EnvelopeCheckResult result;
-    bool aligned = false;
-};
-
-// A file that could not be checked, and why.
-struct Trouble
-{
-    std::string file;
-    std::string reason;
 };
 
 [[noreturn]] void badOption(const std::string &why)
@@ -83,6 +67,21 @@ void parseTrigger(const std::string &text, AlignmentOptions &align)
     align.edge = edge == "rising" ? TriggerEdge::Rising : TriggerEdge::Falling;
 }
 
+} // namespace
+
+bool parseAlignmentArgument(const std::vector<std::string> &args, size_t &i, AlignmentOptions &align)
+{
+    if ((args[i] != "--align" && args[i] != "--trigger") || i + 1 >= args.size())
+        return false;
+    if (args[i] == "--align")
+        align.maxShift = parseAlignment(args[++i]);
+    else
+        parseTrigger(args[++i], align);
+    return true;
+}
+
+namespace {
+
 Options parseOptions(const std::vector<std::string> &args)
 {
     Options o;
@@ -92,10 +91,8 @@ Options parseOptions(const std::vector<std::string> &args)
             o.json = true;
         else if ((a == "--reference" || a == "--junit") && i + 1 < args.size())
             (a == "--reference" ? o.reference : o.junit) = args[++i];
-        else if (a == "--align" && i + 1 < args.size())
-            o.align.maxShift = parseAlignment(args[++i]);
-        else if (a == "--trigger" && i + 1 < args.size())
-            parseTrigger(args[++i], o.align);
+        else if (parseAlignmentArgument(args, i, o.align))
+            continue;
         else if (a == "--jobs" && i + 1 < args.size())
             o.jobs = parseJobs(args[++i]);
         else if (a.rfind("--", 0) == 0)
@@ -112,6 +109,8 @@ QString seconds(double t)
 {
     return ValueFormatter::formatWithUnit(t, QStringLiteral("s"));
 }
+
+} // namespace
 
 QString describe(const Verdict &v)
 {
@@ -142,6 +141,8 @@ QString describe(const Verdict &v)
     return line;
 }
 
+namespace {
+
 QJsonValue orNull(double value)
 {
     return std::isnan(value) ? QJsonValue() : QJsonValue(value);
@@ -153,6 +154,8 @@ QJsonValue excess(const EnvelopeCheckResult::Excess &e)
         return QJsonValue();
     return QJsonObject{{"time", e.time}, {"excess", e.excess}};
 }
+
+} // namespace
 
 QJsonObject toJson(const Verdict &v)
 {
@@ -255,6 +258,19 @@ std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
     return envelopes;
 }
 
+bool judgeWaveform(const WaveformData &waveform, const EnvelopeData &envelope, const AlignmentOptions &align,
+                   EnvelopeCheckResult &result, std::string &trouble)
+{
+    result = checkAligned(waveform, envelope, align);
+    if (result.checked == 0 && result.failure.isEmpty()) {
+        trouble = waveform.name.toStdString() + ": no sample lies under its envelope";
+        return false;
+    }
+    return true;
+}
+
+namespace {
+
 // What one file gave: its verdicts, or why it could not be checked, with the messages for stderr
 // kept until the files before it are reported.
 struct Outcome
@@ -281,10 +297,10 @@ void checkFile(const std::string &path, const std::map<std::string, EnvelopeData
         if (w.envelope.isEmpty())
             continue;
         const WaveformData waveform = loadWaveformAt(path, infos, w.index, UINT64_MAX);
-        const EnvelopeCheckResult result = checkAligned(waveform, w.envelope, align);
+        EnvelopeCheckResult result;
+        std::string reason;
         ++checked;
-        if (result.checked == 0 && result.failure.isEmpty()) {
-            const std::string reason = w.name + ": no sample lies under its envelope";
+        if (!judgeWaveform(waveform, w.envelope, align, result, reason)) {
             outcome.messages += "vorn: " + printable(path + ": " + reason) + "\n";
             outcome.troubles.push_back({path, reason});
             continue;
