@@ -54,6 +54,7 @@ std::vector<Line> limitLines(const WaveformData &curve, const TimeBase &samples)
         || y.size() < 2)
         return lines;
     const TimeBase time{curve.sampleInterval, curve.startTime, y.size()};
+    lines.reserve(y.size() - 1);
     for (uint64_t k = 0; k + 1 < y.size(); ++k) {
         if (std::isnan(y[k]) || std::isnan(y[k + 1]))
             continue;
