@@ -1,6 +1,7 @@
 // vorn: lists, dumps, makes envelopes of and checks the waveforms in sigrok session files.
 
 #include "capture.h"
+#include "live.h"
 
 #include <algorithm>
 #include <charconv>
@@ -22,6 +23,11 @@ const char USAGE[] =
     "       vorn envelope FILE.sr NAME --remove\n"
     "       vorn check FILE.sr [FILE.sr ...] [--reference REF.sr] [--json] [--junit OUT.xml]\n"
     "                  [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--jobs N]\n"
+    "       vorn scan [DRIVER]\n"
+    "       vorn acquire DRIVER [DEVICE OPTIONS] [--count K] -o OUT.sr\n"
+    "       vorn run DRIVER [DEVICE OPTIONS] --reference REF.sr [--count K | --duration TIME]\n"
+    "                [--stop-on-fail] [--save-failures DIR] [--save-all DIR]\n"
+    "                [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--json] [--junit OUT.xml]\n"
     "envelope: limits around every sample of NAME in the good captures (FILE itself without\n"
     "  --from), widened by --dx in time and --dy in value (chosen from the captures' timing and\n"
     "  noise when not given), with at most N knots where the limits bend. --sigma K puts them at\n"
@@ -29,7 +35,13 @@ const char USAGE[] =
     "check: --align moves each capture by the shift within +-MAXSHIFT (such as 1ms) at which it\n"
     "  fits its envelope best, --trigger puts its first crossing of LEVEL on the envelope middle's;\n"
     "  the shift is reported. Files are checked N at a time (--jobs, one per core by default).\n"
-    "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n";
+    "device options, as sigrok-cli takes them: DRIVER such as demo or rigol-ds:conn=usb,\n"
+    "  --config KEY=VALUE[:KEY=VALUE...] (after --channel-group NAME: for that group),\n"
+    "  --channels A1,D0, and the length of each acquisition: --samples N, --frames N or --time T\n"
+    "run: acquires again and again (forever without --count or --duration; Ctrl+C ends it), judges\n"
+    "  each acquisition against REF's envelopes as check does and prints the tally at the end.\n"
+    "exit status of check: 0 all pass, 3 a waveform fails, 2 a file cannot be read or checked\n"
+    "exit status of run: 0 all pass, 3 an acquisition fails, 2 a device error\n";
 
 constexpr int EXIT_USAGE = 1;
 constexpr int EXIT_FAILED = 2;
@@ -172,6 +184,8 @@ int removeEnvelopeOf(const std::string &path, const std::string &name)
 
 int run(const std::vector<std::string> &args)
 {
+    if (!args.empty() && args[0] == "scan")
+        return scanCommand(args);
     if (args.size() < 2)
         throw UsageError{};
     const std::string &command = args[0];
@@ -189,6 +203,10 @@ int run(const std::vector<std::string> &args)
     }
     if (command == "check")
         return checkCaptures(args);
+    if (command == "acquire")
+        return acquireCommand(args);
+    if (command == "run")
+        return runCommand(args);
     throw UsageError{};
 }
 
