@@ -68,6 +68,10 @@ public:
 
     int waveformCount() const;
     QString waveformName(int index) const;
+    // After displayGraph(): gives waveform index new samples (same name; any length, interval and
+    // start), keeping the time base, divisions, selection, cursors and envelope, and checks and
+    // redraws it. False, changing nothing, for another name, a bad interval or during an edit.
+    bool replaceWaveformSamples(int index, const WaveformData &waveform);
     void setWaveformVisible(int index, bool visible);
     int selectedWaveformIndex() const;
 
