@@ -326,6 +326,9 @@ void LiveRun::onMakeFromTriggered()
     if (!ok)
         return;
     m_hulls.clear();
+    // What is drawn behind the trace then is what the envelopes are made from.
+    for (int i = 0; i < m_document->graph()->waveformCount(); ++i)
+        m_document->graph()->clearBackgroundCaptures(i);
     m_toGather = n;
     start(uint64_t(n));
     if (!m_live->isRunning())
