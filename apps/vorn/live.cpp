@@ -11,6 +11,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <stdexcept>
 #include <thread>
 #include <malloc.h>
@@ -26,6 +27,15 @@ using Clock = std::chrono::steady_clock;
 double since(Clock::time_point start)
 {
     return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Seconds this thread has run on a processor: on a busy machine, what judging costs apart from
+// the time it waited for a core.
+double threadSeconds()
+{
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
 }
 
 std::string join(const std::vector<std::string> &items, const char *separator)
@@ -187,6 +197,7 @@ private:
     uint64_t m_judged = 0;
     uint64_t m_failed = 0;
     double m_judging = 0.0; // seconds
+    double m_judgingCpu = 0.0;
     std::string m_lastFailure;
 };
 
@@ -204,6 +215,7 @@ BatchTally &Run::tally(const std::string &name)
 bool Run::judge(uint64_t n, double time, const Acquisition &acquisition)
 {
     const auto start = Clock::now();
+    const double startCpu = threadSeconds();
     const std::string label = "acquisition " + std::to_string(n);
     std::vector<Verdict> verdicts;
     const bool aligned = m_options.align.trigger || m_options.align.maxShift > 0.0;
@@ -218,6 +230,7 @@ bool Run::judge(uint64_t n, double time, const Acquisition &acquisition)
         verdicts.push_back(std::move(v));
     }
     m_judging += since(start);
+    m_judgingCpu += threadSeconds() - startCpu;
     if (verdicts.empty())
         return false;
     ++m_judged;
@@ -273,10 +286,11 @@ void Run::summary(double seconds, double acquiring) const
                  static_cast<unsigned long long>(m_judged), seconds,
                  static_cast<unsigned long long>(m_judged - m_failed), static_cast<unsigned long long>(m_failed),
                  m_lastFailure.empty() ? "" : ", last failure ", m_lastFailure.c_str());
-    std::fprintf(out, "%.1f acquisitions/s judged, %.2f %% of the time judging (%.3f ms per acquisition), "
-                      "%.1f %% acquiring\n",
+    const double per = m_judged ? 1000.0 / double(m_judged) : 0.0;
+    std::fprintf(out, "%.1f acquisitions/s judged, %.2f %% of the time judging (%.3f ms per acquisition, %.3f ms "
+                      "of it on a processor), %.1f %% acquiring\n",
                  seconds > 0 ? double(m_judged) / seconds : 0.0, seconds > 0 ? 100.0 * m_judging / seconds : 0.0,
-                 m_judged ? 1000.0 * m_judging / double(m_judged) : 0.0, seconds > 0 ? 100.0 * acquiring / seconds : 0.0);
+                 per * m_judging, per * m_judgingCpu, seconds > 0 ? 100.0 * acquiring / seconds : 0.0);
 }
 
 int Run::exec()
