@@ -228,6 +228,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printEnvelopeBuild();
     if (want("check 200 files"))
         printBatch();
+    if (want("run demo"))
+        printRunDemo();
     if (want("load"))
         printLoad();
     if (want("open"))

@@ -40,6 +40,9 @@ struct EditEnvelopeFigure
 };
 EditEnvelopeFigure editEnvelopeFigures();
 
+// Prints the run demo line (bench_run.cpp).
+void printRunDemo();
+
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 
 #endif
