@@ -16,7 +16,7 @@ PACKAGES=(
     qt6-base-dev qt6-charts-dev qt6-svg-dev qt6-qpa-plugins libgl-dev
     qt6-tools-dev qt6-l10n-tools qt6-translations-l10n
     libzip-dev zlib1g-dev libdeflate-dev libglib2.0-dev
-    libbenchmark-dev
+    libbenchmark-dev libsigrok-dev
     sigrok-cli unzip zip
     xvfb xauth fonts-dejavu-core desktop-file-utils
     help2man dpkg-dev file bash-completion doxygen graphviz

@@ -246,6 +246,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printBatch();
     if (want("report"))
         printReport();
+    if (want("run demo"))
+        printRunDemo();
     if (want("load"))
         printLoad();
     if (want("open"))

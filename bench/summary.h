@@ -48,6 +48,8 @@ EditEnvelopeFigure editEnvelopeFigures();
 
 // Prints the report 200 files line (bench_report.cpp).
 void printReport();
+// Prints the run demo line (bench_run.cpp).
+void printRunDemo();
 
 void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSamples);
 

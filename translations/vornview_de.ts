@@ -2,6 +2,97 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE">
 <context>
+    <name>LiveRun</name>
+    <message>
+        <source>Acquire</source>
+        <translation>Erfassen</translation>
+    </message>
+    <message>
+        <source>Device…</source>
+        <translation>Gerät…</translation>
+    </message>
+    <message>
+        <source>Run</source>
+        <translation>Laufen</translation>
+    </message>
+    <message>
+        <source>Single</source>
+        <translation>Einzeln</translation>
+    </message>
+    <message>
+        <source>Stop</source>
+        <translation>Stopp</translation>
+    </message>
+    <message>
+        <source>Stop on Failure</source>
+        <translation>Bei Fehler anhalten</translation>
+    </message>
+    <message>
+        <source>Save Failures</source>
+        <translation>Fehler speichern</translation>
+    </message>
+    <message>
+        <source>Beep on Failure</source>
+        <translation>Bei Fehler piepen</translation>
+    </message>
+    <message>
+        <source>Make From Acquisitions…</source>
+        <translation>Aus Erfassungen erstellen…</translation>
+    </message>
+    <message>
+        <source>Open Last Failure</source>
+        <translation>Letzten Fehler öffnen</translation>
+    </message>
+    <message>
+        <source>Device</source>
+        <translation>Gerät</translation>
+    </message>
+    <message>
+        <source>Driver:</source>
+        <translation>Treiber:</translation>
+    </message>
+    <message>
+        <source>Connection:</source>
+        <translation>Verbindung:</translation>
+    </message>
+    <message>
+        <source>Scan</source>
+        <translation>Suchen</translation>
+    </message>
+    <message>
+        <source>Channels:</source>
+        <translation>Kanäle:</translation>
+    </message>
+    <message>
+        <source>Sample rate:</source>
+        <translation>Abtastrate:</translation>
+    </message>
+    <message>
+        <source>Samples:</source>
+        <translation>Abtastwerte:</translation>
+    </message>
+    <message>
+        <source>Options:</source>
+        <translation>Optionen:</translation>
+    </message>
+    <message>
+        <source>Save failures to:</source>
+        <translation>Fehler speichern in:</translation>
+    </message>
+    <message>
+        <source>No device found.</source>
+        <translation>Kein Gerät gefunden.</translation>
+    </message>
+    <message>
+        <source>Make From Acquisitions</source>
+        <translation>Aus Erfassungen erstellen</translation>
+    </message>
+    <message>
+        <source>Acquisitions:</source>
+        <translation>Erfassungen:</translation>
+    </message>
+</context>
+<context>
     <name>CheckAgainst</name>
     <message>
         <source>Check Against…</source>

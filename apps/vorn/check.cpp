@@ -1,7 +1,7 @@
 // vorn check: judges captures against envelopes, for people (one line per waveform), scripts
 // (--json) and CI systems (--junit).
 
-#include "capture.h"
+#include "judging.h"
 #include "progress.h"
 #include "limitsreport.h"
 #include "report.h"
@@ -46,28 +46,10 @@ struct Options
     unsigned jobs = 0; // 0: one per core
 };
 
-struct Verdict
-{
-    std::string file;
-    std::string waveform;
-    QString unit;
-    EnvelopeCheckResult result;
-    bool aligned = false;
-    bool enveloped = true; // false: judged by its measurement limits alone
-    LimitVerdict limits;
-};
-
 bool passed(const Verdict &v)
 {
     return (!v.enveloped || v.result.passed()) && v.limits.passed();
 }
-
-// A file that could not be checked, and why.
-struct Trouble
-{
-    std::string file;
-    std::string reason;
-};
 
 [[noreturn]] void badOption(const std::string &why)
 {
@@ -137,6 +119,8 @@ QString seconds(double t)
     return ValueFormatter::formatWithUnit(t, QStringLiteral("s"));
 }
 
+} // namespace
+
 QString describe(const Verdict &v)
 {
     const EnvelopeCheckResult &r = v.result;
@@ -173,6 +157,8 @@ QString describe(const Verdict &v)
     return line;
 }
 
+namespace {
+
 QJsonValue orNull(double value)
 {
     return std::isnan(value) ? QJsonValue() : QJsonValue(value);
@@ -184,6 +170,8 @@ QJsonValue excess(const EnvelopeCheckResult::Excess &e)
         return QJsonValue();
     return QJsonObject{{"time", e.time}, {"excess", e.excess}};
 }
+
+} // namespace
 
 QJsonObject toJson(const Verdict &v)
 {
@@ -311,6 +299,19 @@ bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, c
     return !xml.hasError() && file.flush();
 }
 
+bool parseAlignmentArgument(const std::vector<std::string> &args, size_t &i, AlignmentOptions &align)
+{
+    if ((args[i] != "--align" && args[i] != "--trigger") || i + 1 >= args.size())
+        return false;
+    if (args[i] == "--align")
+        align.maxShift = parseAlignment(args[++i]);
+    else
+        parseTrigger(args[++i], align);
+    return true;
+}
+
+namespace {
+
 // What a golden capture judges with: its envelopes and its measurement limits.
 struct Golden
 {
@@ -352,6 +353,34 @@ std::string nothingJudged(const WaveformData &waveform, const EnvelopeData &enve
     return "no sample lies under its envelope: the envelope spans " + span(envelope.upper) + ", the capture "
            + span(waveform);
 }
+
+} // namespace
+
+std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
+{
+    std::map<std::string, EnvelopeData> envelopes = referenceGolden(path).envelopes;
+    if (envelopes.empty())
+        throw Failure{path + ": the reference holds no envelope"};
+    return envelopes;
+}
+
+bool judgeWaveform(const WaveformData &waveform, const EnvelopeData &envelope, const AlignmentOptions &align,
+                   EnvelopeCheckResult &result, std::string &trouble)
+{
+    const QString defect = envelopeDefect(envelope, waveform);
+    if (!defect.isEmpty()) {
+        trouble = waveform.name.toStdString() + ": " + defect.toStdString();
+        return false;
+    }
+    result = checkAligned(waveform, envelope, align);
+    if (result.checked == 0 && result.failure.isEmpty()) {
+        trouble = waveform.name.toStdString() + ": " + nothingJudged(waveform, envelope, result);
+        return false;
+    }
+    return true;
+}
+
+namespace {
 
 // What one file gave: its verdicts, or why it could not be checked, with the messages for stderr
 // kept until the files before it are reported.
@@ -400,14 +429,9 @@ void checkFile(const std::string &path, const Golden *reference, const Alignment
         Verdict verdict{path, w.name, waveform.unit, {}, aligned, !w.envelope.isEmpty(), {}};
         ++checked;
         if (verdict.enveloped) {
-            const QString defect = envelopeDefect(w.envelope, waveform);
-            if (!defect.isEmpty()) {
-                troubled(w.name + ": " + defect.toStdString());
-                continue;
-            }
-            verdict.result = checkAligned(waveform, w.envelope, align);
-            if (verdict.result.checked == 0 && verdict.result.failure.isEmpty()) {
-                troubled(w.name + ": " + nothingJudged(waveform, w.envelope, verdict.result));
+            std::string trouble;
+            if (!judgeWaveform(waveform, w.envelope, align, verdict.result, trouble)) {
+                troubled(trouble);
                 continue;
             }
         }

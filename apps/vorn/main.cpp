@@ -3,6 +3,7 @@
 #include "capture.h"
 #include "progress.h"
 #include "limitsreport.h"
+#include "live.h"
 
 #include <algorithm>
 #include <charconv>
@@ -79,6 +80,33 @@ const char USAGE[] =
     "\n"
     "  vorn limits REF.sr NAME --remove [MEASUREMENT ...]\n"
     "      Takes NAME's limits (all, or the measurements named) out of REF.sr.\n"
+    "\n"
+    "  vorn scan [DRIVER]\n"
+    "      Lists the sigrok devices found (of DRIVER only, such as demo) and their channels.\n"
+    "\n"
+    "  vorn acquire DRIVER [DEVICE OPTIONS] [--count K] -o OUT.sr\n"
+    "      Records K acquisitions as .sr files (OUT-001.sr ... when K > 1): a golden set.\n"
+    "      --count K          acquisitions (default: 1)\n"
+    "      -o OUT.sr          where to write them\n"
+    "\n"
+    "  vorn run DRIVER [DEVICE OPTIONS] --reference REF.sr [--count K | --duration TIME]\n"
+    "           [--stop-on-fail] [--save-failures DIR] [--save-all DIR]\n"
+    "           [--align MAXSHIFT | --trigger LEVEL[:rising|:falling]] [--json] [--junit OUT.xml]\n"
+    "      Acquires again and again, judges each acquisition against REF's envelopes as check\n"
+    "      judges a file, prints a line per acquisition and the tally at the end or on Ctrl+C.\n"
+    "      --reference REF.sr the golden capture whose envelopes judge\n"
+    "      --count K          stop after K acquisitions (default: forever)\n"
+    "      --duration TIME    stop after TIME (default: forever)\n"
+    "      --stop-on-fail     stop at the first failing acquisition\n"
+    "      --save-failures DIR  every failing acquisition as .sr in DIR, with REF's envelopes\n"
+    "      --save-all DIR     every acquisition as .sr in DIR\n"
+    "      --align, --trigger, --json, --junit as for check\n"
+    "      Exit status: 0 all pass, 3 an acquisition fails, 2 a device error.\n"
+    "\n"
+    "  Device options, as sigrok-cli takes them: DRIVER such as demo or rigol-ds:conn=usb;\n"
+    "      --config KEY=VALUE[:KEY=VALUE...] (after --channel-group NAME: for that group);\n"
+    "      --channels A1,D0; the length of each acquisition: --samples N, --frames N or --time T\n"
+    "      (default: the device's own).\n"
     "\n"
     "Exit status: 1 for arguments that make no sense, 2 for a file that cannot be read or written.\n";
 
@@ -276,6 +304,8 @@ int removeEnvelopeOf(const std::string &path, const std::string &name)
 
 int run(const std::vector<std::string> &args)
 {
+    if (!args.empty() && args[0] == "scan")
+        return scanCommand(args);
     if (args.size() < 2)
         throw UsageError{};
     const std::string &command = args[0];
@@ -297,6 +327,10 @@ int run(const std::vector<std::string> &args)
         return measureCaptures(args);
     if (command == "limits")
         return setLimits(args);
+    if (command == "acquire")
+        return acquireCommand(args);
+    if (command == "run")
+        return runCommand(args);
     throw UsageError{};
 }
 

@@ -3,6 +3,7 @@
 #include "capturecheck.h"
 #include "checkagainst.h"
 #include "exportactions.h"
+#include "liverun.h"
 #include "envelopetools.h"
 #include "measurementsdock.h"
 
@@ -200,6 +201,7 @@ void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)
     // The mark follows the undo history of the capture's envelopes.
     m_envelopeTools = new EnvelopeTools(document, this);
     connect(m_envelopeTools, &EnvelopeTools::modificationChanged, this, &QWidget::setWindowModified);
+    new LiveRun(this, document);
     m_stack->addWidget(document);
     m_stack->setCurrentWidget(document);
     menuBar()->hide();

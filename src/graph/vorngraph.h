@@ -81,6 +81,10 @@ public:
     int waveformCount() const;
     /// Waveform index's name; empty for an invalid index.
     QString waveformName(int index) const;
+    /// After displayGraph(): gives waveform index new samples (same name; any length, interval and
+    /// start), keeping the time base, divisions, selection, cursors and envelope, and checks and
+    /// redraws it. False, changing nothing, for another name, a bad interval or during an edit.
+    bool replaceWaveformSamples(int index, const WaveformData &waveform);
     /// Shows or hides waveform index and its envelope, as the tree's box does; an invalid index is
     /// ignored.
     void setWaveformVisible(int index, bool visible);

@@ -7,6 +7,8 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <deque>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -57,6 +59,7 @@ std::vector<Line> limitLines(const WaveformData &curve, const TimeBase &samples)
         || y.size() < 2)
         return lines;
     const TimeBase time{curve.sampleInterval, curve.startTime, y.size()};
+    lines.reserve(y.size() - 1);
     for (uint64_t k = 0; k + 1 < y.size(); ++k) {
         if (std::isnan(y[k]) || std::isnan(y[k + 1]))
             continue;
@@ -67,6 +70,30 @@ std::vector<Line> limitLines(const WaveformData &curve, const TimeBase &samples)
             lines.push_back({first, last, y[k], (y[k + 1] - y[k]) / (time.at(k + 1) - time.at(k)), time.at(k)});
     }
     return lines;
+}
+
+// The lines of the same curve on the same time base, as a live run asks for them acquisition
+// after acquisition. An entry holds a copy of the curve, whose shared samples can then neither
+// change nor go: the same storage means the same values.
+std::shared_ptr<const std::vector<Line>> cachedLimitLines(const WaveformData &curve, const TimeBase &samples)
+{
+    struct Entry
+    {
+        WaveformData curve;
+        TimeBase time;
+        std::shared_ptr<const std::vector<Line>> lines;
+    };
+    thread_local std::deque<Entry> cache;
+    for (const Entry &e : cache) {
+        if (e.curve.samples.sharesStorageWith(curve.samples) && e.curve.sampleInterval == curve.sampleInterval
+            && e.curve.startTime == curve.startTime && e.time.interval == samples.interval
+            && e.time.start == samples.start && e.time.count == samples.count)
+            return e.lines;
+    }
+    if (cache.size() == 16)
+        cache.pop_front();
+    cache.push_back({curve, samples, std::make_shared<const std::vector<Line>>(limitLines(curve, samples))});
+    return cache.back().lines;
 }
 
 // The time span over which a curve sets limits: from the first to the last curve sample that
@@ -480,8 +507,10 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
     EnvelopeCheckResult result;
     if (!(time.interval > 0.0) || !std::isfinite(time.interval) || !std::isfinite(time.start) || samples.empty())
         return result;
-    const std::vector<Line> upper = limitLines(envelope.upper, time);
-    const std::vector<Line> lower = limitLines(envelope.lower, time);
+    const auto upperLines = cachedLimitLines(envelope.upper, time);
+    const auto lowerLines = cachedLimitLines(envelope.lower, time);
+    const std::vector<Line> &upper = *upperLines;
+    const std::vector<Line> &lower = *lowerLines;
 
     Partial total;
     if (samples.size() < SPLIT_ABOVE) {

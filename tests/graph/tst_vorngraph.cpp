@@ -199,6 +199,51 @@ private slots:
         QCOMPARE(box.value(), 0.0005);
     }
 
+    // A live host's new acquisition: the view, scales, cursors and envelope stay, the series stay
+    // the same objects, and the check and the drawn points follow the new samples.
+    void replacedSamplesKeepTheViewAndAreChecked_data()
+    {
+        QTest::addColumn<double>("amplitude");
+        QTest::addColumn<int>("samples");
+        QTest::addColumn<bool>("passes");
+        QTest::newRow("same length, inside") << 0.9 << 1000 << true;
+        QTest::newRow("same length, above") << 1.3 << 1000 << false;
+        QTest::newRow("longer, inside") << 0.9 << 30000 << true;
+        QTest::newRow("shorter leaves envelope uncovered") << 0.9 << 500 << false;
+    }
+    void replacedSamplesKeepTheViewAndAreChecked()
+    {
+        QFETCH(double, amplitude);
+        QFETCH(int, samples);
+        QFETCH(bool, passes);
+        VornGraph *g = shownGraph({sine(), makeWaveform(QStringLiteral("other"), {0, 1, 0})});
+        QVERIFY(g);
+        EnvelopeData band{makeWaveform("sine [upper]", {1.2, 1.2}, 0.999), makeWaveform("sine [lower]", {-1.2, -1.2}, 0.999)};
+        g->setEnvelope(0, band);
+        g->zoomTime(2, 0.3);
+        g->setCursorTimes(0.1, 0.2);
+        const QList<QLineSeries *> series = g->m_series;
+        const QList<double> view = {g->timePerDivision(), g->timeOffset(), g->divisionSize(0), g->cursorTime(1)};
+        std::vector<double> v(static_cast<size_t>(samples));
+        const double interval = 1.0 / std::max(samples, 1000);
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = amplitude * std::sin(2 * M_PI * double(i) / double(samples));
+        QVERIFY(!g->replaceWaveformSamples(0, makeWaveform(QStringLiteral("renamed"), v, interval)));
+        QVERIFY(g->replaceWaveformSamples(0, makeWaveform(QStringLiteral("sine"), v, interval)));
+        QCOMPARE(g->envelopeCheckResult(0).passed(), passes);
+        QCOMPARE(g->m_series, series);
+        QCOMPARE(QList<double>({g->timePerDivision(), g->timeOffset(), g->divisionSize(0), g->cursorTime(1)}), view);
+        QVERIFY(g->hasEnvelope(0));
+        double top = -2.0, visibleTop = -2.0;
+        for (const QPointF &p : g->m_series[0]->points())
+            top = std::max(top, p.y());
+        for (size_t i = 0; i < v.size(); ++i) {
+            if (i * interval >= g->m_axisX->min() && i * interval <= g->m_axisX->max())
+                visibleTop = std::max(visibleTop, v[i]);
+        }
+        QVERIFY2(top >= visibleTop && top <= amplitude, qPrintable(QString::number(top)));
+    }
+
 private:
     VornGraph *shownGraph(const QVector<WaveformData> &waveforms, QSizeF plotSize = QSizeF(1000, 400))
     {

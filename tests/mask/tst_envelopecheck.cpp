@@ -78,6 +78,25 @@ private slots:
         QCOMPARE(marked, r.violations());
     }
 
+    // One envelope judges capture after capture: each on its own time base, as a fresh copy of
+    // the envelope would.
+    void reusedEnvelopeJudgesEachTimeBaseOnItsOwn()
+    {
+        const auto band = [] { return EnvelopeData{curve({0, 4, 0}, 2.0, 0.0), curve({-10, -10, -10}, 4.0, 0.0)}; };
+        const EnvelopeData shared = band();
+        const auto text = [](const EnvelopeCheckResult &r) {
+            return QStringLiteral("%1 %2 %3 %4").arg(r.checked).arg(r.above).arg(r.worstAbove.excess).arg(r.uncovered);
+        };
+        for (const double start : {0.0, 0.5, 0.0, 1.0}) {
+            for (const int count : {5, 3, 5}) {
+                for (const double interval : {1.0, 0.5}) {
+                    const WaveformData w = curve(QVector<double>{0, 3, 4, 1, 0}.mid(0, count), interval, start);
+                    QCOMPARE(text(checkEnvelope(w, shared)), text(checkEnvelope(w, band())));
+                }
+            }
+        }
+    }
+
     // Beyond a million samples the work is split over two threads and judged chunk by chunk.
     void longWaveformsGiveTheSameAnswersAsShortOnes()
     {

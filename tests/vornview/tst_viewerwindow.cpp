@@ -282,8 +282,9 @@ private slots:
         const QList<QAction *> menus = viewer.document()->menuBar()->actions();
         QCOMPARE(QStringList({menus.value(0)->text(), menus.value(0)->menu()->actions().value(0)->text(),
                               menus.value(0)->menu()->actions().value(3)->text(), menus.value(3)->text(),
-                              menus.value(4)->text(), QCoreApplication::translate("QPlatformTheme", "&Yes")}),
-                 QStringList({"Datei", "Öffnen…", "Speichern", "Ansicht", "Hilfe", "&Ja"}));
+                              menus.value(4)->text(), menus.value(5)->text(),
+                              QCoreApplication::translate("QPlatformTheme", "&Yes")}),
+                 QStringList({"Datei", "Öffnen…", "Speichern", "Ansicht", "Erfassen", "Hilfe", "&Ja"}));
     }
 
 private:

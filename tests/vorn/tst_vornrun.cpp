@@ -1,0 +1,88 @@
+// vorn acquire and vorn run on sigrok's demo driver: a golden set recorded, an envelope made from
+// it, and live runs judged against it.
+
+#include "zipfixture.h"
+
+#include <QDir>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+Run vorn(const QStringList &args) { return run(QStringLiteral(VORN_BINARY), args); }
+
+const QStringList DEMO = {"--channels", "A0,A1", "--config", "samplerate=1M", "--samples", "5000"};
+
+} // namespace
+
+class TstVornRun : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // Five demo acquisitions recorded as g-001.sr ... g-005.sr, A1's envelope made from them.
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        const Run acquired = vorn(QStringList{"acquire", "demo"} + DEMO + QStringList{"--count", "5", "-o", path("g.sr")});
+        QVERIFY2(acquired.exitCode == 0, acquired.err.constData());
+        QStringList golden;
+        for (int k = 1; k <= 5; ++k)
+            golden << path(QStringLiteral("g-00%1.sr").arg(k));
+        const Run made = vorn(QStringList{"envelope", golden.front(), "A1", "--from"} + golden);
+        QVERIFY2(made.exitCode == 0, made.err.constData());
+    }
+
+    void judgesEveryAcquisition_data()
+    {
+        QTest::addColumn<QString>("driver");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("expected"); // in stdout or stderr
+        QTest::addColumn<int>("saved");
+        const QStringList lower = {"--channel-group", "A1", "--config", "amplitude=5"};
+        QTest::newRow("good ones pass") << "demo" << QStringList{"--count", "10", "--save-failures", "F"} << 0
+                                        << "A1: 10 tested, 10 passed, 0 failed (0.0 %)" << 0;
+        QTest::newRow("a lower amplitude fails each, each saved")
+            << "demo" << lower + QStringList{"--count", "3", "--save-failures", "F"} << 3
+            << "A1: 3 tested, 0 passed, 3 failed (100.0 %)" << 3;
+        QTest::newRow("stop on fail stops at the first")
+            << "demo" << lower + QStringList{"--count", "10", "--stop-on-fail"} << 3
+            << "A1: 1 tested, 0 passed, 1 failed (100.0 %)" << 0;
+        QTest::newRow("missing driver") << "nodriver" << QStringList{"--count", "1"} << 2
+                                        << "vorn: no sigrok driver named 'nodriver'" << 0;
+        QTest::newRow("unknown key") << "demo" << QStringList{"--config", "bogus=1", "--count", "1"} << 2
+                                     << "vorn: demo does not take 'bogus'" << 0;
+    }
+
+    void judgesEveryAcquisition()
+    {
+        QFETCH(QString, driver);
+        QFETCH(QStringList, args);
+        QFETCH(int, exitCode);
+        QFETCH(QString, expected);
+        QFETCH(int, saved);
+        QDir failures(path(QTest::currentDataTag()));
+        QVERIFY(failures.mkpath("."));
+        args.replaceInStrings(QRegularExpression("^F$"), failures.path());
+        const Run r = vorn(QStringList{"run", driver} + DEMO + QStringList{"--reference", path("g-001.sr")} + args);
+        QVERIFY2(r.exitCode == exitCode, r.out + r.err);
+        QVERIFY2((r.out + r.err).contains(expected.toUtf8()), r.out + r.err);
+        const QStringList files = failures.entryList({"*.sr"}, QDir::Files);
+        QCOMPARE(files.size(), saved);
+        // Each saved acquisition carries the envelope and fails against it on its own.
+        for (const QString &file : files) {
+            const Run list = vorn({"list", failures.filePath(file)});
+            QVERIFY2(list.out.contains("A1 [upper]"), list.out);
+            QCOMPARE(vorn({"check", failures.filePath(file)}).exitCode, 3);
+        }
+    }
+
+private:
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+    QTemporaryDir m_dir;
+};
+
+QTEST_GUILESS_MAIN(TstVornRun)
+#include "tst_vornrun.moc"
