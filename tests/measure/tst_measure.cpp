@@ -58,6 +58,7 @@ WaveformData make(const QString &signal, double sigma, double duration)
                    : signal == "train" ? trapezoid(t)
                    : signal == "inverted" ? 3.8 - trapezoid(t)
                    : signal == "logic" ? double(trapezoid(t) > 1.9)
+                   : signal == "flat" ? 1.0
                                        : std::abs(std::fmod(t, 100e-6) / 50e-6 - 1.0); // triangle
         v.push_back(x + (sigma > 0 ? noise(random) : 0.0));
     }
@@ -115,6 +116,8 @@ void TstMeasure::measuresKnownSignals_data()
     QTest::newRow("inverted/width of the positive pulse") << "inverted" << 0.01 << NaN << "pulse_width" << 70e-6 << 0.1e-6;
     QTest::newRow("inverted/duty") << "inverted" << 0.01 << NaN << "duty_cycle" << 70.0 << 0.1;
     QTest::newRow("inverted/period from falling edges") << "inverted" << 0.01 << 140e-6 << "period" << 100e-6 << 0.05e-6;
+    QTest::newRow("flat with noise has no edges") << "flat" << 0.01 << NaN << "rise_time" << NaN << 0.0;
+    QTest::newRow("flat with noise has no period") << "flat" << 0.01 << NaN << "frequency" << NaN << 0.0;
     QTest::newRow("logic/frequency") << "logic" << 0.0 << NaN << "frequency" << 10e3 << 1.0;
     QTest::newRow("logic/duty") << "logic" << 0.0 << NaN << "duty_cycle" << 30.0 << 0.2;
     QTest::newRow("logic/no rise time") << "logic" << 0.0 << NaN << "rise_time" << NaN << 0.0;
