@@ -315,6 +315,29 @@
     </message>
 </context>
 <context>
+    <name>MeasurementsDock</name>
+    <message>
+        <source>Measurements</source>
+        <translation>Messungen</translation>
+    </message>
+    <message>
+        <source>Measurement</source>
+        <translation>Messung</translation>
+    </message>
+    <message>
+        <source>Value</source>
+        <translation>Wert</translation>
+    </message>
+    <message>
+        <source>Limit</source>
+        <translation>Grenze</translation>
+    </message>
+    <message>
+        <source>none</source>
+        <translation>keiner</translation>
+    </message>
+</context>
+<context>
     <name>QObject</name>
     <message>
         <source>not enough memory for %1 samples</source>

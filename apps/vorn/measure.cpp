@@ -59,8 +59,10 @@ int measureCaptures(const std::vector<std::string> &args)
     for (size_t i = 2; i < args.size(); ++i) {
         if (args[i] == "--json")
             json = true;
-        else if ((args[i] == "--from" || args[i] == "--to") && i + 1 < args.size())
-            (args[i] == "--from" ? from : to) = parseTime(args[++i]);
+        else if (args[i] == "--from" && i + 1 < args.size())
+            from = parseTime(args[++i]);
+        else if (args[i] == "--to" && i + 1 < args.size())
+            to = parseTime(args[++i]);
         else if (args[i].rfind("--", 0) == 0)
             throw UsageError{};
         else

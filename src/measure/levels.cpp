@@ -47,6 +47,14 @@ Mode modeOf(const SampleScan &scan, int first, int last, bool upper)
     mode.clear = best >= 2.0 * std::min(share, static_cast<double>(total)) && best > 1;
     if (best == total)
         mode.clear = true; // everything in one window is as clear as a mode gets
+    // A handful of samples makes no state, however they happen to bunch.
+    if (best < 8 || best < total / 16)
+        mode.clear = false;
+    // Densest in the quarter next to the middle is the flank of one level spread over both
+    // halves (noise on a flat line), not a state of its own: states lie out towards the extremes.
+    const int fromMiddle = upper ? (bestLo + bestHi) / 2 - first : last - (bestLo + bestHi) / 2;
+    if (fromMiddle < (last - first) / 4 && best != total)
+        mode.clear = false;
     const double width = (scan.histogramHigh - scan.histogramLow) / HISTOGRAM_BINS;
     double weighted = 0.0;
     for (int b = bestLo; b < bestHi; ++b)
@@ -79,6 +87,7 @@ StateLevels stateLevels(const SampleScan &scan)
     if (!high.clear)
         notes << QStringLiteral("no clear high level, the maximum is taken");
     levels.note = notes.join(QStringLiteral("; "));
+    levels.distinct = low.clear || high.clear;
     return levels;
 }
 

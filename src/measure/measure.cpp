@@ -190,15 +190,17 @@ PulseMeasurements measurePulses(const WaveformData &waveform, double from, doubl
     const SampleScan scan = scanSamples(samples.data() + first, last - first);
     m.logic = waveform.unit.isEmpty() && scan.min == 0.0 && scan.max == 1.0
               && std::all_of(samples.begin() + first, samples.begin() + last, [](double x) { return x == 0.0 || x == 1.0; });
-    m.levels = m.logic ? StateLevels{0.0, 1.0, QString()} : stateLevels(scan);
+    m.levels = m.logic ? StateLevels{0.0, 1.0, QString(), true} : stateLevels(scan);
     amplitudes(m, scan);
     const double amplitude = m.levels.high - m.levels.low;
     m.lowRefLevel = m.levels.low + options.lowRef * amplitude;
     m.midRefLevel = m.levels.low + options.midRef * amplitude;
     m.highRefLevel = m.levels.low + options.highRef * amplitude;
-    if (!(amplitude > 0.0)) {
+    if (!(amplitude > 0.0) || !m.levels.distinct) {
+        const QString why = amplitude > 0.0 ? QStringLiteral("no two distinct state levels in the span")
+                                            : QStringLiteral("the span holds one level only");
         for (int i = static_cast<int>(Measure::RiseTime); i < MEASURE_COUNT; ++i)
-            m.values[static_cast<size_t>(i)] = absent(QStringLiteral("the span holds one level only"));
+            m.values[static_cast<size_t>(i)] = absent(why);
     } else {
         m.transitions = findTransitions(scan, clock, m.levels.low, m.levels.high, options);
         timing(m);

@@ -22,29 +22,35 @@ struct Part
     std::vector<uint32_t> bins;
 };
 
-// The extremes and sums of one block, four lanes at a time in a vector of the compiler's, so
-// that no addition waits for the one before (the compiler may not reorder them itself).
+// The extremes and sums of one block, two samples at a time in each of two vectors of the
+// compiler's, so that no addition waits for the one before (the compiler may not reorder them
+// itself) and the comparisons become vector minimum and maximum.
 struct BlockSums
 {
     double min = 0.0, max = 0.0, sum = 0.0, squares = 0.0;
 };
 
-typedef double Lanes __attribute__((vector_size(4 * sizeof(double))));
+typedef double Pair __attribute__((vector_size(2 * sizeof(double))));
 
 BlockSums blockSums(const double *v, size_t n)
 {
-    Lanes mn = {v[0], v[0], v[0], v[0]}, mx = mn, s = {}, s2 = {};
+    Pair mn0 = {v[0], v[0]}, mn1 = mn0, mx0 = mn0, mx1 = mn0, s0 = {}, s1 = {}, q0 = {}, q1 = {};
     size_t i = 0;
     for (; i + 4 <= n; i += 4) {
-        Lanes x;
-        std::memcpy(&x, v + i, sizeof x);
-        mn = x < mn ? x : mn;
-        mx = x > mx ? x : mx;
-        s += x;
-        s2 += x * x;
+        Pair a, b;
+        std::memcpy(&a, v + i, sizeof a);
+        std::memcpy(&b, v + i + 2, sizeof b);
+        mn0 = a < mn0 ? a : mn0;
+        mn1 = b < mn1 ? b : mn1;
+        mx0 = a > mx0 ? a : mx0;
+        mx1 = b > mx1 ? b : mx1;
+        s0 += a;
+        s1 += b;
+        q0 += a * a;
+        q1 += b * b;
     }
-    BlockSums r{std::min(std::min(mn[0], mn[1]), std::min(mn[2], mn[3])), std::max(std::max(mx[0], mx[1]), std::max(mx[2], mx[3])),
-                (s[0] + s[1]) + (s[2] + s[3]), (s2[0] + s2[1]) + (s2[2] + s2[3])};
+    const Pair mn = mn0 < mn1 ? mn0 : mn1, mx = mx0 > mx1 ? mx0 : mx1, s = s0 + s1, q = q0 + q1;
+    BlockSums r{std::min(mn[0], mn[1]), std::max(mx[0], mx[1]), s[0] + s[1], q[0] + q[1]};
     for (; i < n; ++i) {
         r.min = v[i] < r.min ? v[i] : r.min;
         r.max = v[i] > r.max ? v[i] : r.max;
@@ -65,28 +71,54 @@ void binIndices(const double *v, size_t n, double low, double scale, int32_t *in
     }
 }
 
+// Above this many samples the histogram takes a part of the blocks: levels are as clear from
+// millions of samples as from all of them, and binning costs more than the rest of the pass.
+constexpr size_t FULL_HISTOGRAM = size_t(1) << 24;
+
+// Whether block b is binned when one block in 2^shift is: a Weyl sequence of the golden ratio,
+// spread evenly over every phase of any periodic signal, so no period can hide a level.
+bool binned(size_t b, int shift)
+{
+    return shift == 0 || (static_cast<uint64_t>(b) * 0x9E3779B97F4A7C15ull) >> (64 - shift) == 0;
+}
+
+int histogramShift(size_t count)
+{
+    int shift = 0;
+    while (shift < 6 && (count >> shift) > FULL_HISTOGRAM)
+        ++shift;
+    return shift;
+}
+
 // Blocks [firstBlock, lastBlock) of the span: statistics, block extremes and the histogram
 // over [low, low + HISTOGRAM_BINS / scale).
 void scanBlocks(const double *samples, size_t count, size_t firstBlock, size_t lastBlock, double low, double scale,
                 SampleScan &scan, Part &part)
 {
+    const int shift = histogramShift(count);
     part.bins.assign(static_cast<size_t>(WAYS) * HISTOGRAM_BINS, 0);
     uint32_t *bins = part.bins.data();
     int32_t index[SCAN_BLOCK];
+    // Totals in locals: the two threads' parts share a cache line.
+    Part total;
     for (size_t b = firstBlock; b < lastBlock; ++b) {
         const double *v = samples + b * SCAN_BLOCK;
         const size_t n = std::min(SCAN_BLOCK, count - b * SCAN_BLOCK);
         const BlockSums sums = blockSums(v, n);
-        binIndices(v, n, low, scale, index);
-        for (size_t i = 0; i < n; ++i)
-            bins[(i % WAYS) * HISTOGRAM_BINS + static_cast<size_t>(index[i])]++;
+        if (binned(b, shift)) {
+            binIndices(v, n, low, scale, index);
+            for (size_t i = 0; i < n; ++i)
+                bins[(i % WAYS) * HISTOGRAM_BINS + static_cast<size_t>(index[i])]++;
+        }
         scan.blockMin[b] = sums.min;
         scan.blockMax[b] = sums.max;
-        part.min = std::min(part.min, sums.min);
-        part.max = std::max(part.max, sums.max);
-        part.sum += sums.sum;
-        part.sumSquares += sums.squares;
+        total.min = std::min(total.min, sums.min);
+        total.max = std::max(total.max, sums.max);
+        total.sum += sums.sum;
+        total.sumSquares += sums.squares;
     }
+    total.bins = std::move(part.bins);
+    part = std::move(total);
 }
 
 // The histogram's range guessed from a spread of samples, before the pass gives the true one.
@@ -179,27 +211,32 @@ SampleScan scanSamples(const double *samples, size_t count)
     return scan;
 }
 
+// Whole blocks first, so that a ragged end whose block cannot beat them is not read at all.
 double spanMax(const SampleScan &scan, size_t first, size_t last)
 {
+    const size_t head = std::min(last, (first + SCAN_BLOCK - 1) / SCAN_BLOCK * SCAN_BLOCK);
+    const size_t tail = std::max(head, last / SCAN_BLOCK * SCAN_BLOCK);
     double m = -std::numeric_limits<double>::infinity();
-    while (first < last && first % SCAN_BLOCK)
-        m = std::max(m, scan.samples[first++]);
-    for (; first + SCAN_BLOCK <= last; first += SCAN_BLOCK)
-        m = std::max(m, scan.blockMax[first / SCAN_BLOCK]);
-    for (; first < last; ++first)
-        m = std::max(m, scan.samples[first]);
+    for (size_t b = head / SCAN_BLOCK; b < tail / SCAN_BLOCK; ++b)
+        m = std::max(m, scan.blockMax[b]);
+    if (first < head && scan.blockMax[first / SCAN_BLOCK] > m)
+        m = std::max(m, *std::max_element(scan.samples + first, scan.samples + head));
+    if (tail < last && scan.blockMax[tail / SCAN_BLOCK] > m)
+        m = std::max(m, *std::max_element(scan.samples + tail, scan.samples + last));
     return m;
 }
 
 double spanMin(const SampleScan &scan, size_t first, size_t last)
 {
+    const size_t head = std::min(last, (first + SCAN_BLOCK - 1) / SCAN_BLOCK * SCAN_BLOCK);
+    const size_t tail = std::max(head, last / SCAN_BLOCK * SCAN_BLOCK);
     double m = std::numeric_limits<double>::infinity();
-    while (first < last && first % SCAN_BLOCK)
-        m = std::min(m, scan.samples[first++]);
-    for (; first + SCAN_BLOCK <= last; first += SCAN_BLOCK)
-        m = std::min(m, scan.blockMin[first / SCAN_BLOCK]);
-    for (; first < last; ++first)
-        m = std::min(m, scan.samples[first]);
+    for (size_t b = head / SCAN_BLOCK; b < tail / SCAN_BLOCK; ++b)
+        m = std::min(m, scan.blockMin[b]);
+    if (first < head && scan.blockMin[first / SCAN_BLOCK] < m)
+        m = std::min(m, *std::min_element(scan.samples + first, scan.samples + head));
+    if (tail < last && scan.blockMin[tail / SCAN_BLOCK] < m)
+        m = std::min(m, *std::min_element(scan.samples + tail, scan.samples + last));
     return m;
 }
 

@@ -14,8 +14,9 @@ template <class Hit, class BlockMay>
 size_t forward(const SampleScan &s, size_t i, size_t end, Hit hit, BlockMay may)
 {
     while (i < end) {
-        if (i % SCAN_BLOCK == 0 && i + SCAN_BLOCK <= end && !may(i / SCAN_BLOCK)) {
-            i += SCAN_BLOCK;
+        // A block whose extremes cannot hit is passed over from wherever in it i lies.
+        if (!may(i / SCAN_BLOCK)) {
+            i = (i / SCAN_BLOCK + 1) * SCAN_BLOCK;
             continue;
         }
         if (hit(s.samples[i]))
@@ -30,8 +31,8 @@ template <class Hit, class BlockMay>
 size_t backward(const SampleScan &s, size_t floor, size_t i, Hit hit, BlockMay may)
 {
     while (i > floor) {
-        if (i % SCAN_BLOCK == 0 && i >= floor + SCAN_BLOCK && !may(i / SCAN_BLOCK - 1)) {
-            i -= SCAN_BLOCK;
+        if (!may((i - 1) / SCAN_BLOCK)) {
+            i = std::max(floor, (i - 1) / SCAN_BLOCK * SCAN_BLOCK);
             continue;
         }
         if (hit(s.samples[--i]))

@@ -48,6 +48,7 @@ struct StateLevels
     double low = std::numeric_limits<double>::quiet_NaN();
     double high = std::numeric_limits<double>::quiet_NaN();
     QString note;
+    bool distinct = true; // false when neither half has a clear mode: no two states to move between
 };
 
 // One transition found between the low and the high reference level. Times are interpolated

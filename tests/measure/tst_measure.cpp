@@ -1,5 +1,6 @@
 #include "vornmeasure.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 #include <cmath>
@@ -53,9 +54,11 @@ WaveformData make(const QString &signal, double sigma, double duration)
         const double t = static_cast<double>(i) * DT;
         double x = signal == "step1" ? firstOrderStep(t)
                    : signal == "step2" ? secondOrderStep(t)
+                   : signal == "falling2" ? 1.0 - secondOrderStep(t)
                    : signal == "train" ? trapezoid(t)
                    : signal == "inverted" ? 3.8 - trapezoid(t)
                    : signal == "logic" ? double(trapezoid(t) > 1.9)
+                   : signal == "flat" ? 1.0
                                        : std::abs(std::fmod(t, 100e-6) / 50e-6 - 1.0); // triangle
         v.push_back(x + (sigma > 0 ? noise(random) : 0.0));
     }
@@ -96,6 +99,7 @@ void TstMeasure::measuresKnownSignals_data()
     QTest::newRow("first order/no fall") << "step1" << 0.001 << NaN << "fall_time" << NaN << 0.0;
     QTest::newRow("second order/overshoot") << "step2" << 0.002 << NaN << "overshoot" << 100 * std::exp(-PI * zeta / s) << 0.8;
     QTest::newRow("second order/undershoot is the first dip") << "step2" << 0.002 << NaN << "undershoot" << 100 * std::exp(-2 * PI * zeta / s) << 0.8;
+    QTest::newRow("second order falling/overshoot below") << "falling2" << 0.002 << NaN << "overshoot" << 100 * std::exp(-PI * zeta / s) << 0.8;
     QTest::newRow("second order/one transition despite ringing") << "step2" << 0.002 << NaN << "pulse_width" << NaN << 0.0;
     QTest::newRow("train/rise") << "train" << 0.01 << NaN << "rise_time" << 4e-6 << 0.15e-6;
     QTest::newRow("train/fall") << "train" << 0.01 << NaN << "fall_time" << 4e-6 << 0.15e-6;
@@ -112,6 +116,8 @@ void TstMeasure::measuresKnownSignals_data()
     QTest::newRow("inverted/width of the positive pulse") << "inverted" << 0.01 << NaN << "pulse_width" << 70e-6 << 0.1e-6;
     QTest::newRow("inverted/duty") << "inverted" << 0.01 << NaN << "duty_cycle" << 70.0 << 0.1;
     QTest::newRow("inverted/period from falling edges") << "inverted" << 0.01 << 140e-6 << "period" << 100e-6 << 0.05e-6;
+    QTest::newRow("flat with noise has no edges") << "flat" << 0.01 << NaN << "rise_time" << NaN << 0.0;
+    QTest::newRow("flat with noise has no period") << "flat" << 0.01 << NaN << "frequency" << NaN << 0.0;
     QTest::newRow("logic/frequency") << "logic" << 0.0 << NaN << "frequency" << 10e3 << 1.0;
     QTest::newRow("logic/duty") << "logic" << 0.0 << NaN << "duty_cycle" << 30.0 << 0.2;
     QTest::newRow("logic/no rise time") << "logic" << 0.0 << NaN << "rise_time" << NaN << 0.0;
@@ -125,7 +131,7 @@ void TstMeasure::measuresKnownSignals()
     QFETCH(QString, measure);
     QFETCH(double, expected);
     QFETCH(double, tolerance);
-    const WaveformData w = make(signal, sigma, signal.startsWith("step") ? 2e-3 : 1e-3);
+    const WaveformData w = make(signal, sigma, signal.contains(QRegularExpression("[12]$")) ? 2e-3 : 1e-3);
     const PulseMeasurements m = measurePulses(w, NaN, to);
     Measure which;
     QVERIFY(measureFromKey(measure, which));
