@@ -9,7 +9,8 @@ apt-get install -y -qq "${debs[@]/#/./}" > /dev/null
 trap 'apt-get remove -y -qq vorngraph vorngraph-dev > /dev/null 2>&1 || true' EXIT
 files=$(dpkg -L vorngraph vorngraph-dev | sort -u)
 
-/usr/bin/vorn --help | grep -q "vorn check"
+/usr/bin/vorn --help > "${TMPDIR:-/tmp}/vorn-help.txt"
+grep -q "vorn check" "${TMPDIR:-/tmp}/vorn-help.txt"
 /usr/bin/vorn --version
 man -w vorn > /dev/null && man -w vornview > /dev/null
 test -s /usr/share/bash-completion/completions/vorn
