@@ -107,9 +107,9 @@ void LiveRun::onDeviceTriggered()
 {
     QDialog dialog(m_window);
     dialog.setWindowTitle(tr("Device"));
-    const QString spec = QString::fromStdString(m_device.driver);
-    auto *driver = new QLineEdit(spec.section(':', 0, 0), &dialog);
-    auto *connection = new QLineEdit(spec.section(":conn=", 1), &dialog);
+    const QString driverText = QString::fromStdString(m_device.driver);
+    auto *driver = new QLineEdit(driverText.section(':', 0, 0), &dialog);
+    auto *connection = new QLineEdit(driverText.section(":conn=", 1), &dialog);
     auto *channels = new QLineEdit(QString::fromStdString([&] {
         std::string text;
         for (const std::string &c : m_device.channels)

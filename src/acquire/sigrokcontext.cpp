@@ -61,10 +61,10 @@ void freeOptions(GSList *options)
     g_slist_free(options);
 }
 
-// The devices of "driver:key=value:...", scanned afresh; throws for a bad spec.
-GSList *scan(const std::string &spec, sr_dev_driver **driver)
+// The devices of "driver:key=value:...", scanned afresh; throws for a bad driver string.
+GSList *scan(const std::string &driverText, sr_dev_driver **driver)
 {
-    const std::vector<std::string> parts = split(spec, ':');
+    const std::vector<std::string> parts = split(driverText, ':');
     *driver = findDriver(parts[0]);
     if (!*driver)
         throw std::runtime_error("no sigrok driver named '" + parts[0] + "'");
@@ -121,7 +121,7 @@ std::mutex &sigrokMutex()
     return mutex;
 }
 
-sr_dev_inst *sigrokFindDevice(const std::string &spec, sr_dev_driver **driver, std::string &error)
+sr_dev_inst *sigrokFindDevice(const std::string &driverText, sr_dev_driver **driver, std::string &error)
 {
     if (!sigrokContext()) {
         error = "libsigrok cannot start";
@@ -129,13 +129,13 @@ sr_dev_inst *sigrokFindDevice(const std::string &spec, sr_dev_driver **driver, s
     }
     GSList *devices = nullptr;
     try {
-        devices = scan(spec, driver);
+        devices = scan(driverText, driver);
     } catch (const std::runtime_error &e) {
         error = e.what();
         return nullptr;
     }
     if (!devices) {
-        error = "no " + spec + " device found";
+        error = "no " + driverText + " device found";
         return nullptr;
     }
     auto *sdi = static_cast<sr_dev_inst *>(devices->data);
@@ -192,21 +192,21 @@ GVariant *sigrokConfigValue(const sr_key_info &key, const std::string &text, std
     }
 }
 
-std::vector<DeviceDescription> scanDevices(const std::string &spec)
+std::vector<DeviceDescription> scanDevices(const std::string &driverText)
 {
     std::lock_guard<std::mutex> lock(sigrokMutex());
     if (!sigrokContext())
         throw std::runtime_error("libsigrok cannot start");
-    std::vector<std::string> specs;
-    if (!spec.empty()) {
-        specs.push_back(spec);
+    std::vector<std::string> driverNames;
+    if (!driverText.empty()) {
+        driverNames.push_back(driverText);
     } else {
         sr_dev_driver **drivers = sr_driver_list(sigrokContext());
         for (size_t i = 0; drivers && drivers[i]; ++i)
-            specs.push_back(drivers[i]->name);
+            driverNames.push_back(drivers[i]->name);
     }
     std::vector<DeviceDescription> found;
-    for (const std::string &s : specs) {
+    for (const std::string &s : driverNames) {
         sr_dev_driver *driver = nullptr;
         GSList *devices = scan(s, &driver);
         for (GSList *l = devices; l; l = l->next) {

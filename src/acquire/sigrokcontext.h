@@ -12,9 +12,9 @@
 sr_context *sigrokContext();
 std::mutex &sigrokMutex();
 
-// The first device the driver spec ("demo", "rigol-ds:conn=usb") finds, not yet opened; null with
+// The first device the driver string ("demo", "rigol-ds:conn=usb") finds, not yet opened; null with
 // the reason in error when the driver does not exist or finds none.
-sr_dev_inst *sigrokFindDevice(const std::string &spec, sr_dev_driver **driver, std::string &error);
+sr_dev_inst *sigrokFindDevice(const std::string &driverText, sr_dev_driver **driver, std::string &error);
 // Closes the device; the driver forgets its devices once none of them is in use.
 void sigrokRelease(sr_dev_driver *driver, sr_dev_inst *sdi);
 

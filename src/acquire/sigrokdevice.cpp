@@ -1,4 +1,4 @@
-// One sigrok device over libsigrok's C API: found by its driver spec, configured with
+// One sigrok device over libsigrok's C API: found by its driver string, configured with
 // sigrok-cli's option words, and run one acquisition per session start.
 
 #include "sigrokcontext.h"
