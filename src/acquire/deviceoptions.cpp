@@ -5,16 +5,6 @@
 
 namespace {
 
-std::vector<std::string> split(const std::string &text, char separator)
-{
-    std::vector<std::string> parts;
-    size_t first = 0;
-    for (size_t at; (at = text.find(separator, first)) != std::string::npos; first = at + 1)
-        parts.push_back(text.substr(first, at - first));
-    parts.push_back(text.substr(first));
-    return parts;
-}
-
 uint64_t positive(const std::string &option, const std::string &text)
 {
     uint64_t n = 0;
@@ -37,14 +27,14 @@ bool parseDeviceArgument(const std::vector<std::string> &args, size_t &i, Device
     if (a == "--channel-group") {
         group = value;
     } else if (a == "--config") {
-        for (const std::string &pair : split(value, ':')) {
+        for (const std::string &pair : splitAt(value, ':')) {
             const size_t equals = pair.find('=');
             if (equals == 0 || equals == std::string::npos)
                 throw std::invalid_argument("--config needs KEY=VALUE, such as samplerate=1M, not '" + pair + "'");
             o.settings.push_back({group, pair.substr(0, equals), pair.substr(equals + 1)});
         }
     } else if (a == "--channels") {
-        o.channels = split(value, ',');
+        o.channels = splitAt(value, ',');
     } else if (a == "--samples") {
         o.samples = positive(a, value);
     } else if (a == "--frames") {

@@ -14,16 +14,6 @@ std::map<sr_dev_driver *, int> &devicesInUse()
     return inUse;
 }
 
-std::vector<std::string> split(const std::string &text, char separator)
-{
-    std::vector<std::string> parts;
-    size_t first = 0;
-    for (size_t at; (at = text.find(separator, first)) != std::string::npos; first = at + 1)
-        parts.push_back(text.substr(first, at - first));
-    parts.push_back(text.substr(first));
-    return parts;
-}
-
 // The driver, initialised once for the context; null when libsigrok has none of that name.
 sr_dev_driver *findDriver(const std::string &name)
 {
@@ -64,7 +54,7 @@ void freeOptions(GSList *options)
 // The devices of "driver:key=value:...", scanned afresh; throws for a bad driver string.
 GSList *scan(const std::string &driverText, sr_dev_driver **driver)
 {
-    const std::vector<std::string> parts = split(driverText, ':');
+    const std::vector<std::string> parts = splitAt(driverText, ':');
     *driver = findDriver(parts[0]);
     if (!*driver)
         throw std::runtime_error("no sigrok driver named '" + parts[0] + "'");
@@ -235,4 +225,14 @@ std::vector<DeviceDescription> scanDevices(const std::string &driverText)
             sr_dev_clear(driver);
     }
     return found;
+}
+
+std::vector<std::string> splitAt(const std::string &text, char separator)
+{
+    std::vector<std::string> parts;
+    size_t first = 0;
+    for (size_t at; (at = text.find(separator, first)) != std::string::npos; first = at + 1)
+        parts.push_back(text.substr(first, at - first));
+    parts.push_back(text.substr(first));
+    return parts;
 }

@@ -8,12 +8,16 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
 sr_context *sigrokContext();
 std::mutex &sigrokMutex();
 
 // The first device the driver string ("demo", "rigol-ds:conn=usb") finds, not yet opened; null with
 // the reason in error when the driver does not exist or finds none.
+// "a:b:c" split at every separator: {"a", "b", "c"}; empty parts are kept.
+std::vector<std::string> splitAt(const std::string &text, char separator);
+
 sr_dev_inst *sigrokFindDevice(const std::string &driverText, sr_dev_driver **driver, std::string &error);
 // Closes the device; the driver forgets its devices once none of them is in use.
 void sigrokRelease(sr_dev_driver *driver, sr_dev_inst *sdi);
