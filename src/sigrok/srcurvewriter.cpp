@@ -79,19 +79,6 @@ void setCurveKeys(GKeyFile *file, const char *group, const CurveData &curve)
         g_key_file_set_value(file, group, "source interval", formatDouble(curve.sourceInterval).c_str());
 }
 
-// Puts data under name, replacing a member of that name if there is one.
-bool putMember(zip_t *zip, const std::string &name, const void *data, uint64_t size, std::string &error)
-{
-    zip_source_t *source = zip_source_buffer(zip, data, size, 0);
-    if (!source || zip_file_add(zip, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
-        error = std::string("cannot store ") + name + ": " + zip_strerror(zip);
-        if (source)
-            zip_source_free(source);
-        return false;
-    }
-    return true;
-}
-
 std::string keyValue(GKeyFile *file, const char *group, const char *key)
 {
     gchar *raw = g_key_file_get_string(file, group, key, nullptr);
@@ -163,11 +150,17 @@ bool seenAlike(zip_t *zip, const std::vector<ZipEntry> &entries, std::string &er
     return alike;
 }
 
-namespace {
-
-bool listed(const std::vector<std::string> &names, const std::string &name)
+// Puts data under name, replacing a member of that name if there is one.
+bool putMember(zip_t *zip, const std::string &name, const void *data, uint64_t size, std::string &error)
 {
-    return std::find(names.begin(), names.end(), name) != names.end();
+    zip_source_t *source = zip_source_buffer(zip, data, size, 0);
+    if (!source || zip_file_add(zip, name.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
+        error = std::string("cannot store ") + name + ": " + zip_strerror(zip);
+        if (source)
+            zip_source_free(source);
+        return false;
+    }
+    return true;
 }
 
 bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
@@ -178,6 +171,24 @@ bool deleteMember(zip_t *zip, const std::string &name, std::string &error)
         return false;
     }
     return true;
+}
+
+bool closeReplacing(zip_t *zip, const std::string &failure, std::string &error)
+{
+    if (zip_close(zip) != 0) {
+        error = failure.empty() ? std::string("cannot write file: ") + zip_strerror(zip) : failure;
+        zip_discard(zip);
+        return false;
+    }
+    dropCachedArchive();
+    return true;
+}
+
+namespace {
+
+bool listed(const std::vector<std::string> &names, const std::string &name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 } // namespace
@@ -339,14 +350,7 @@ bool replaceCurves(const std::string &path, const CurveChange &change, std::stri
         return false;
     }
 
-    zip_t *raw = zip.release();
-    if (zip_close(raw) != 0) {
-        error = failure.empty() ? std::string("cannot write file: ") + zip_strerror(raw) : failure;
-        zip_discard(raw);
-        return false;
-    }
-    dropCachedArchive();
-    return true;
+    return closeReplacing(zip.release(), failure, error);
 }
 
 } // namespace vornsr

@@ -41,6 +41,13 @@ struct ZipEntry;
 // Whether libzip reads the archive's directory as we do; where it would not, a rewrite could
 // change what we never checked, so the archive is left alone (error says so).
 bool seenAlike(zip_t *zip, const std::vector<ZipEntry> &entries, std::string &error);
+// Puts size bytes of data under name (kept until the archive is closed), replacing a member of
+// that name; deletes a member where there is one. False, with the reason in error, on failure.
+bool putMember(zip_t *zip, const std::string &name, const void *data, uint64_t size, std::string &error);
+bool deleteMember(zip_t *zip, const std::string &name, std::string &error);
+// Writes the archive opened for update over the capture and forgets the cached reading of it;
+// failure is the reason the replacement gave, if any.
+bool closeReplacing(zip_t *zip, const std::string &failure, std::string &error);
 
 bool replaceCurves(const std::string &path, const std::vector<std::string> &remove,
                    const std::vector<CurveData> &curves, std::string &error);

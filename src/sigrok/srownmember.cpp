@@ -99,26 +99,9 @@ bool replaceOwnMember(const std::string &path, const std::string &member, const 
         return false;
     if (present == !!text && (!text || old == *text))
         return true;
-    if (text) {
-        zip_source_t *source = zip_source_buffer(zip.get(), text->data(), text->size(), 0);
-        if (!source || zip_file_add(zip.get(), member.c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
-            error = "cannot store " + member + ": " + zip_strerror(zip.get());
-            if (source)
-                zip_source_free(source);
-            return false;
-        }
-    } else if (zip_delete(zip.get(), static_cast<zip_uint64_t>(zip_name_locate(zip.get(), member.c_str(), 0))) != 0) {
-        error = "cannot delete " + member + ": " + zip_strerror(zip.get());
+    if (text ? !putMember(zip.get(), member, text->data(), text->size(), error) : !deleteMember(zip.get(), member, error))
         return false;
-    }
-    zip_t *raw = zip.release();
-    if (zip_close(raw) != 0) {
-        error = failure.empty() ? std::string("cannot write file: ") + zip_strerror(raw) : failure;
-        zip_discard(raw);
-        return false;
-    }
-    dropCachedArchive();
-    return true;
+    return closeReplacing(zip.release(), failure, error);
 }
 
 } // namespace vornsr
