@@ -34,23 +34,42 @@ void printCheck(std::vector<double> samples)
     std::printf("check 100M: %.1f ms, %.2f G samples/s (%llu checked, %llu violations)\n", best, count / best / 1e6,
                 static_cast<unsigned long long>(result.checked), static_cast<unsigned long long>(result.violations()));
 
-    // The same capture started 3,217 samples early, found by a search of +-10,000 samples, against
-    // the plain check of that capture.
-    const WaveformData early = shiftedWaveform(w, -3217e-6);
+    // The aligned check needs a capture that only one shift fits and an envelope with room for
+    // every shift searched: steps every 999,983 samples pin the shift, and the envelope leaves
+    // 20,000 samples free at both ends of the capture, so that coverage alone decides nothing.
+    constexpr double DT = 1e-6;
+    constexpr long PLANTED = 3217, SEARCHED = 10000, ROOM = 20000;
+    std::vector<double> &v = w.samples.writable();
+    for (size_t i = 0; i < v.size(); ++i)
+        v[i] += (i / 999'983) % 2 ? 1.0 : 0.0;
+    SourceHull stepped;
+    stepped.add(w);
+    EnvelopeBuildOptions room;
+    room.dx = 2 * DT;
+    room.dy = 0.05;
+    room.start = ROOM * DT;
+    room.end = (count - ROOM) * DT;
+    const EnvelopeData roomy = stepped.build(room);
+    // Its events come 3,217 samples late, which the search must find as a shift of +3,217 samples.
+    const WaveformData late = shiftedWaveform(w, -PLANTED * DT);
     AlignmentOptions align;
-    align.maxShift = 10000e-6;
+    align.maxShift = SEARCHED * DT;
     std::vector<double> plain, aligned;
+    EnvelopeCheckResult plainResult;
+    // Interleaved, so that drift hits both.
     for (int i = 0; i < 5; ++i) {
         auto start = std::chrono::steady_clock::now();
-        result = checkEnvelope(early, envelope);
+        plainResult = checkEnvelope(late, roomy);
         plain.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
         start = std::chrono::steady_clock::now();
-        result = checkAligned(early, envelope, align);
+        result = checkAligned(late, roomy, align);
         aligned.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     }
     // Medians: the machine is shared, and a ratio of two best cases flatters.
     std::nth_element(plain.begin(), plain.begin() + 2, plain.end());
     std::nth_element(aligned.begin(), aligned.begin() + 2, aligned.end());
-    std::printf("check aligned 100M: %.1f ms, %.2fx unaligned (shift %.2f us, %llu violations)\n", aligned[2], aligned[2] / plain[2],
-                result.shift * 1e6, static_cast<unsigned long long>(result.violations()));
+    std::printf("check aligned 100M: %.1f ms, %.2fx unaligned (+-%ld samples searched; shift planted %.2f us, found %.2f us; "
+                "%llu violations, %llu unaligned)\n",
+                aligned[2], aligned[2] / plain[2], SEARCHED, PLANTED * DT * 1e6, result.shift * 1e6,
+                static_cast<unsigned long long>(result.violations()), static_cast<unsigned long long>(plainResult.violations()));
 }

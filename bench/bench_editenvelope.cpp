@@ -16,8 +16,11 @@
 #include <QMouseEvent>
 #include <QWheelEvent>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <random>
+#include <vector>
 
 namespace {
 
@@ -159,14 +162,35 @@ double dragMilliseconds(const EnvelopeData &envelope, const WaveformData &wavefo
 
 } // namespace
 
+namespace {
+
+constexpr int RUNS = 5;
+
+// The median of RUNS runs; -1 as soon as one fails.
+double median(const std::function<double()> &run)
+{
+    std::vector<double> runs;
+    for (int i = 0; i < RUNS; ++i) {
+        runs.push_back(run());
+        if (runs.back() < 0)
+            return -1;
+    }
+    std::sort(runs.begin(), runs.end());
+    return runs[RUNS / 2];
+}
+
+} // namespace
+
+// Each figure the median of five runs.
 EditEnvelopeFigure editEnvelopeFigures()
 {
     EditEnvelopeFigure figure;
     SourceHull hull;
     hull.add(stepResponse());
     const EnvelopeData built = hull.build({});
-    figure.startMs = startMilliseconds(built);
-    figure.dragMs = dragMilliseconds(manyKnots(500));
+    figure.startMs = median([&] { return startMilliseconds(built); });
+    const EnvelopeData knots500 = manyKnots(500);
+    figure.dragMs = median([&] { return dragMilliseconds(knots500); });
     SourceHull periodicHull;
     periodicHull.add(periodic());
     // Tight tolerances, as `vorn envelope --dx 1us --dy 10mV` gives them on sigrok's demo.
@@ -175,13 +199,20 @@ EditEnvelopeFigure editEnvelopeFigures()
     tight.dy = 0.01;
     const EnvelopeData dense = periodicHull.build(tight);
     figure.denseKnots = int(recoverKnots(dense).size());
-    figure.denseStartMs = startMilliseconds(dense, periodic());
-    figure.denseDragMs = dragMilliseconds(dense, periodic());
+    figure.denseStartMs = median([&] { return startMilliseconds(dense, periodic()); });
+    figure.denseDragMs = median([&] { return dragMilliseconds(dense, periodic()); });
     ShownGraph with(built), without(EnvelopeData{});
-    // Both once before measuring, so that neither pays for first-use work.
+    // Both once before measuring, so that neither pays for first-use work; then taking turns.
     with.wheelMilliseconds();
     without.wheelMilliseconds();
-    figure.viewStepRatio = with.wheelMilliseconds() / without.wheelMilliseconds();
+    std::vector<double> withMs, withoutMs;
+    for (int i = 0; i < RUNS; ++i) {
+        withMs.push_back(with.wheelMilliseconds());
+        withoutMs.push_back(without.wheelMilliseconds());
+    }
+    std::sort(withMs.begin(), withMs.end());
+    std::sort(withoutMs.begin(), withoutMs.end());
+    figure.viewStepRatio = withMs[RUNS / 2] / withoutMs[RUNS / 2];
     return figure;
 }
 
