@@ -1,5 +1,6 @@
 // Saves that meet other saves, killed saves, foreign programs, other users and awkward names.
 
+#include "waveform_sigrok.h"
 #include "zipfixture.h"
 
 #include <QFileInfo>
@@ -187,6 +188,7 @@ private slots:
         QFETCH(QByteArray, curves);
         QVERIFY(writeZip(m_path, capture(names, curves)));
         const QStringList offered = offeredNames(m_path);
+        QVERIFY2(offered.size() >= names.size(), qPrintable(QString::fromUtf8(sigrok_get_last_error())));
         for (const QString &name : offered)
             QVERIFY2(saveEnvelope(m_path, name, envelopeOf(1)), qPrintable(lastEnvelopeFileError()));
         const QStringList after = offeredNames(m_path);
