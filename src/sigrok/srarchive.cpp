@@ -159,6 +159,8 @@ bool SrArchive::load(std::string &error)
     if (!loadDevice(error))
         return false;
     loadCurves();
+    // The channels hold their members now; the grouping would only add to a long capture's peak.
+    m_chunks = {};
     return true;
 }
 
@@ -181,6 +183,14 @@ bool SrArchive::readSmallMember(const std::string &name, uint64_t limit, std::st
     text.assign(entry.size, '\0');
     MemberReader reader(m_fd, m_dataEnd);
     return reader.read(entry, &text[0], error);
+}
+
+bool SrArchive::readMember(const std::string &name, uint64_t limit, std::string &text, bool &present,
+                           std::string &error) const
+{
+    text.clear();
+    present = m_members.count(name) > 0;
+    return !present || readSmallMember(name, limit, text, error);
 }
 
 bool SrArchive::loadDevice(std::string &error)
@@ -303,6 +313,7 @@ void SrArchive::collectChunks(const std::string &prefix, uint64_t sampleBytes, C
             numbered.emplace_back(1, single->second);
     }
     uint64_t expected = 1, bytes = 0;
+    channel.members.reserve(numbered.size());
     for (const auto &entry : numbered) {
         if (entry.first != expected++)
             channel.damage = "member " + chunkPrefix + std::to_string(expected - 1) + " missing";
@@ -475,6 +486,7 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
 {
     const SampleLayout layout(channel);
     std::vector<uint64_t> first; // first sample of each member that count reaches
+    first.reserve(channel.members.size());
     uint64_t samples = 0, compressed = 0;
     for (const ZipEntry *member : channel.members) {
         if (samples >= count)

@@ -63,6 +63,8 @@ public:
     const std::vector<ZipEntry> &entries() const { return m_entries; }
     // Reads the first count samples of channel index into out.
     bool readSamples(size_t index, double *out, uint64_t count, std::string &error) const;
+    // The content of member name when the archive has it (present); at most limit bytes.
+    bool readMember(const std::string &name, uint64_t limit, std::string &text, bool &present, std::string &error) const;
 
 private:
     SrArchive() = default;
@@ -81,7 +83,7 @@ private:
     uint64_t m_dataEnd = 0; // member data lies before the central directory
     std::vector<ZipEntry> m_entries;
     std::unordered_map<std::string_view, const ZipEntry *> m_members; // names view m_entries
-    // Members named "<base>-<chunk number>", by base.
+    // Members named "<base>-<chunk number>", by base; while loading only.
     std::unordered_map<std::string_view, std::vector<std::pair<uint64_t, const ZipEntry *>>> m_chunks;
     std::vector<Channel> m_channels;
     std::vector<Channel> m_references;
