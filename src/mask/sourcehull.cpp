@@ -104,10 +104,17 @@ bool SourceHull::add(const WaveformData &capture, QString *error)
         m_model.sampleInterval = capture.sampleInterval;
         m_model.startTime = capture.startTime;
         m_count = x.size();
-        m_high.assign(m_count, m_sigma > 0.0 ? 0.0 : -INFINITY);
-        m_low.assign(m_count, m_sigma > 0.0 ? 0.0 : INFINITY);
+        // Long arrays are faulted in on both cores, as the captures' samples are, before the fill.
+        const auto fill = [this](std::vector<double> &v, double value) {
+            if (allocateSamples(v, m_count))
+                std::fill(v.begin(), v.end(), value);
+            else
+                v.assign(m_count, value);
+        };
+        fill(m_high, m_sigma > 0.0 ? 0.0 : -INFINITY);
+        fill(m_low, m_sigma > 0.0 ? 0.0 : INFINITY);
         if (m_sigma == 0.0)
-            m_sum.assign(m_count, 0.0);
+            fill(m_sum, 0.0);
         double lo = INFINITY, hi = -INFINITY;
         for (double v : x) {
             lo = v < lo ? v : lo;

@@ -41,16 +41,19 @@ uint64_t margin(uint64_t available)
 }
 
 // Faults the pages in, which the kernel zeroes: in one call where the kernel can, else by one
-// write per page.
+// write per page. Then one write per page from here as well: under a paravirtualised MMU (as on
+// the machine the figures come from) the first write from user space to each page traps even
+// after the kernel populated it, and taken by the resize alone those traps made zeroing 800 MB
+// take half a second; here both cores take them.
 void touchPages(double *first, double *last)
 {
     constexpr uintptr_t PAGE = 4096;
     const uintptr_t begin = (reinterpret_cast<uintptr_t>(first) + PAGE - 1) & ~(PAGE - 1);
     const uintptr_t end = reinterpret_cast<uintptr_t>(last) & ~(PAGE - 1);
-    if (end > begin && madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE) == 0)
-        return;
+    if (end > begin)
+        madvise(reinterpret_cast<void *>(begin), end - begin, MADV_POPULATE_WRITE); // older kernels refuse it
     for (std::ptrdiff_t i = 0; i < last - first; i += PAGE / sizeof(double))
-        first[i] = 0.0;
+        static_cast<volatile double *>(first)[i] = 0.0;
 }
 
 } // namespace
