@@ -273,7 +273,7 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printRunDemo();
     if (want("load"))
         printLoad();
-    if (want("open"))
+    if (want("open 100M"))
         printOpen();
     if (want("open 10000 channels"))
         printManyChannels();

@@ -134,6 +134,7 @@ bool SrArchive::load(std::string &error)
 {
     // Chunks are grouped by the name before their number in one pass: a long capture has a
     // hundred thousand of them.
+    m_members.reserve(m_entries.size());
     for (const ZipEntry &entry : m_entries) {
         if (!m_members.emplace(entry.name, &entry).second)
             continue; // the first of equal names is the member
