@@ -34,9 +34,11 @@ void printCheck(std::vector<double> samples)
     std::printf("check 100M: %.1f ms, %.2f G samples/s (%llu checked, %llu violations)\n", best, count / best / 1e6,
                 static_cast<unsigned long long>(result.checked), static_cast<unsigned long long>(result.violations()));
 
-    // The aligned check needs a capture that only one shift fits and an envelope with room for
-    // every shift searched: steps every 999,983 samples pin the shift, and the envelope leaves
-    // 20,000 samples free at both ends of the capture, so that coverage alone decides nothing.
+    // The aligned check needs a capture that few shifts fit and an envelope with room for every
+    // shift searched: steps every 999,983 samples leave only shifts near the planted one inside
+    // (within the envelope's grid cells of 1,526 samples, where the search centres the capture
+    // in the band), and the envelope leaves 20,000 samples free at both ends of the capture, so
+    // that coverage alone decides nothing.
     constexpr double DT = 1e-6;
     constexpr long PLANTED = 3217, SEARCHED = 10000, ROOM = 20000;
     std::vector<double> &v = w.samples.writable();
