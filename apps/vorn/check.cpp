@@ -59,10 +59,12 @@ bool passed(const Verdict &v)
 
 unsigned parseJobs(const std::string &text)
 {
+    if (text.empty())
+        badOption("--jobs needs a whole number of files to check at once, at least 1");
     char *end = nullptr;
     errno = 0;
     const unsigned long n = std::strtoul(text.c_str(), &end, 10);
-    if (text.empty() || *end || !std::isdigit(static_cast<unsigned char>(text[0])) || n < 1 || errno == ERANGE)
+    if (*end || !std::isdigit(static_cast<unsigned char>(text[0])) || n < 1 || errno == ERANGE)
         badOption("--jobs needs a whole number of files to check at once, at least 1, not '" + text + "'");
     return static_cast<unsigned>(std::min<unsigned long>(n, UINT_MAX));
 }
@@ -100,8 +102,8 @@ Options parseOptions(const std::vector<std::string> &args)
             o.align.maxShift = parseAlignment(args[++i]);
         else if (a == "--trigger" && i + 1 < args.size())
             parseTrigger(args[++i], o.align);
-        else if (a == "--jobs" && i + 1 < args.size())
-            o.jobs = parseJobs(args[++i]);
+        else if (a == "--jobs")
+            o.jobs = parseJobs(i + 1 < args.size() ? args[++i] : std::string());
         else if (a.rfind("--", 0) == 0)
             throw UsageError{};
         else

@@ -165,6 +165,7 @@ void VornGraph::displayGraph()
     setupAxisX();
     for (const WaveformData &w : qAsConst(m_waveforms))
         createSeriesForWaveform(w);
+    attachWaveformSeries();
     for (int i = 0; i < m_waveforms.size(); ++i)
         createEnvelopeSeries(i);
     updateTraces();

@@ -315,6 +315,7 @@ private:
     void createSeriesForWaveform(const WaveformData &w);
     QLineSeries *createWaveformSeries();
     QValueAxis *createWaveformAxis();
+    void attachWaveformSeries();
     void calculateGlobalXRange();
     VisibleRange calculateVisibleIndices(const WaveformData &w, double xMin, double xMax);
     QVector<QPointF> downsampleVisibleRange(const WaveformData &w, std::uint64_t startIndex,
@@ -347,6 +348,7 @@ private:
     void updateCenterLines();
     QLineSeries *createReferenceLine(Qt::PenStyle style, QValueAxis *axisY);
     void updateZeroLines();
+    QLineSeries *createZeroLine(int waveformIndex);
     void updateRangeDisplay();
 
     // vorngraph_controls.cpp: the division and offset controls

@@ -1,5 +1,7 @@
 #include "vorngraph.h"
 
+#include "chartbatch.h"
+
 #include <QChart>
 #include <QLineSeries>
 #include <QPen>
@@ -61,7 +63,8 @@ QLineSeries *VornGraph::createReferenceLine(Qt::PenStyle style, QValueAxis *axis
 }
 
 // A zero line stays while its waveform keeps one: a series added to the chart costs a chart item,
-// its theme and a layout, far more than moving two points.
+// its theme and a layout, far more than moving two points. Only the lines of waveforms that
+// gained or lost 0 come and go, so that scaling thousands of waveforms does not rebuild them all.
 void VornGraph::updateZeroLines()
 {
     QVector<int> wanted;
@@ -73,25 +76,50 @@ void VornGraph::updateZeroLines()
         }
     }
     if (wanted != m_zeroLineOwners) {
-        for (QLineSeries *line : qAsConst(m_zeroLines)) {
+        QList<QLineSeries *> kept, leaving;
+        QVector<int> added;
+        kept.reserve(wanted.size());
+        qsizetype k = 0;
+        for (int i : qAsConst(wanted)) {
+            for (; k < m_zeroLineOwners.size() && m_zeroLineOwners[k] < i; ++k)
+                leaving.append(m_zeroLines[k]);
+            const bool has = k < m_zeroLineOwners.size() && m_zeroLineOwners[k] == i;
+            kept.append(has ? m_zeroLines[k++] : nullptr);
+            if (!has)
+                added.append(i);
+        }
+        for (; k < m_zeroLines.size(); ++k)
+            leaving.append(m_zeroLines[k]);
+        for (QLineSeries *line : qAsConst(leaving)) {
             m_chart->removeSeries(line);
             delete line;
         }
-        m_zeroLines.clear();
-        for (int i : qAsConst(wanted)) {
-            QColor colour = m_series[i]->pen().color();
-            colour.setAlpha(64);
-            auto *line = new QLineSeries;
-            line->setPen(linePen(colour, Qt::SolidLine));
-            m_chart->addSeries(line);
-            line->attachAxis(m_axisX);
-            line->attachAxis(m_yAxes[i]);
-            m_zeroLines.append(line);
+        QList<QAbstractSeries *> made;
+        for (int i : qAsConst(added))
+            made.append(createZeroLine(i));
+        addSeriesTogether(m_chart, made);
+        for (qsizetype j = 0, n = 0; j < kept.size(); ++j) {
+            if (!kept[j]) {
+                kept[j] = static_cast<QLineSeries *>(made[n++]);
+                kept[j]->attachAxis(m_axisX);
+                kept[j]->attachAxis(m_yAxes[wanted[j]]);
+            }
         }
+        m_zeroLines = kept;
         m_zeroLineOwners = wanted;
     }
     for (QLineSeries *line : qAsConst(m_zeroLines))
         setTwoPoints(line, {m_axisX->min(), 0.0}, {m_axisX->max(), 0.0});
+}
+
+QLineSeries *VornGraph::createZeroLine(int waveformIndex)
+{
+    QColor colour = m_series[waveformIndex]->pen().color();
+    colour.setAlpha(64);
+    // The chart owns the line once it is added.
+    auto *line = new QLineSeries(this);
+    line->setPen(linePen(colour, Qt::SolidLine));
+    return line;
 }
 
 void VornGraph::updateRangeDisplay()

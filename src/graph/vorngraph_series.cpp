@@ -1,5 +1,6 @@
 #include "vorngraph.h"
 
+#include "chartbatch.h"
 #include "minmaxpyramid.h"
 #include "traceitem.h"
 
@@ -65,12 +66,12 @@ SampleTimeBase timeBaseOf(const WaveformData &w)
 
 } // namespace
 
+// The series joins the chart with all the others in attachWaveformSeries: one at a time, each
+// would cost as much as all before it.
 void VornGraph::createSeriesForWaveform(const WaveformData &w)
 {
-    QLineSeries *series = createWaveformSeries();
+    createWaveformSeries();
     QValueAxis *axisY = createWaveformAxis();
-    series->attachAxis(m_axisX);
-    series->attachAxis(axisY);
 
     const SampleSummary summary = summaryOf(w);
     const bool finite = summary.finiteMin <= summary.finiteMax;
@@ -92,22 +93,31 @@ void VornGraph::createSeriesForWaveform(const WaveformData &w)
 
 QLineSeries *VornGraph::createWaveformSeries()
 {
-    auto *series = new QLineSeries;
-    // The chart owns the series from here on.
-    m_chart->addSeries(series);
+    // The chart owns the series once attachWaveformSeries has added it.
+    auto *series = new QLineSeries(this);
     series->setColor(getWaveformColor(m_series.size()));
     QPen pen = series->pen();
     pen.setWidthF(1.0);
     pen.setCosmetic(true);
     series->setPen(pen);
-    // m_traces draws the points; the chart would stroke an outline of the whole path on every
-    // replacement and paint it again. It still maps values through the series' axes.
-    QObject::disconnect(series, &QXYSeries::pointsReplaced, nullptr, nullptr);
     series->setOpacity(0.0);
     connect(series, &QAbstractSeries::visibleChanged, this, [this] { m_traces->update(); });
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
+}
+
+void VornGraph::attachWaveformSeries()
+{
+    addSeriesTogether(m_chart, QList<QAbstractSeries *>(m_series.begin(), m_series.end()));
+    for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i) {
+        QLineSeries *series = m_series[i];
+        // m_traces draws the points; the chart would stroke an outline of the whole path on every
+        // replacement and paint it again. It still maps values through the series' axes.
+        QObject::disconnect(series, &QXYSeries::pointsReplaced, nullptr, nullptr);
+        series->attachAxis(m_axisX);
+        series->attachAxis(m_yAxes[i]);
+    }
 }
 
 void VornGraph::updateTraces()
@@ -184,11 +194,13 @@ SampleSummary VornGraph::summaryOf(const WaveformData &w) const
 
 const MinMaxPyramid *VornGraph::pyramidFor(const WaveformData &w) const
 {
-    for (size_t i = 0; i < m_pyramids.size() && i < static_cast<size_t>(m_waveforms.size()); ++i) {
-        if (&m_waveforms.at(static_cast<qsizetype>(i)) == &w)
-            return m_pyramids[i].get();
-    }
-    return nullptr;
+    // Asked once per waveform on every view change: the index follows from the address.
+    const std::less<const WaveformData *> before;
+    const WaveformData *first = m_waveforms.constData();
+    if (m_waveforms.isEmpty() || before(&w, first) || !before(&w, first + m_waveforms.size()))
+        return nullptr;
+    const auto i = static_cast<size_t>(&w - first);
+    return i < m_pyramids.size() ? m_pyramids[i].get() : nullptr;
 }
 
 QVector<double> VornGraph::calculateTimeValues(const WaveformData &w) const

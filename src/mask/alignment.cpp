@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
 
 namespace {
 
@@ -148,9 +147,7 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
     if (s.size() < SPLIT_ABOVE) {
         fill(0, count);
     } else {
-        std::thread worker(fill, count / 2, count);
-        fill(0, count / 2);
-        worker.join();
+        runBeside([&] { fill(0, count / 2); }, [&] { fill(count / 2, count); });
     }
     return b;
 }

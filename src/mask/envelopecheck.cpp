@@ -9,7 +9,6 @@
 #include <cstring>
 #include <deque>
 #include <memory>
-#include <thread>
 
 namespace {
 
@@ -519,9 +518,8 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
         // Split on a summary word so that the two threads never write the same mask word.
         const uint64_t middle = samples.size() / 2 / 4096 * 4096;
         Partial second;
-        std::thread worker([&] { second = judgeRange(samples.data(), time, upper, lower, middle, samples.size(), violations); });
-        total = judgeRange(samples.data(), time, upper, lower, 0, middle, violations);
-        worker.join();
+        runBeside([&] { total = judgeRange(samples.data(), time, upper, lower, 0, middle, violations); },
+                  [&] { second = judgeRange(samples.data(), time, upper, lower, middle, samples.size(), violations); });
         total.merge(second);
     }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
 
 namespace {
 
@@ -136,20 +135,20 @@ bool SourceHull::add(const WaveformData &capture, QString *error)
     double noise = 0.0;
     std::vector<double> edges;
     const uint64_t middle = m_count >= PARALLEL_ABOVE ? m_count / 2 : m_count;
-    std::thread worker;
+    const auto firstHalf = [&] {
+        fold(x, 0, middle);
+        if (m_hysteresis > 0.0)
+            edges = edgeTimes(capture, m_level, m_hysteresis);
+    };
     if (middle < m_count) {
-        worker = std::thread([&] {
+        runBeside(firstHalf, [&] {
             fold(x, middle, m_count);
             noise = noiseOf(x);
         });
     } else {
         noise = noiseOf(x);
+        firstHalf();
     }
-    fold(x, 0, middle);
-    if (m_hysteresis > 0.0)
-        edges = edgeTimes(capture, m_level, m_hysteresis);
-    if (worker.joinable())
-        worker.join();
     m_noise = std::max(m_noise, noise);
     if (m_hysteresis > 0.0)
         m_edges.push_back(std::move(edges));

@@ -1,10 +1,11 @@
 #include "samplescan.h"
 
+#include "vornwaveform.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <thread>
 
 namespace vornmeasure {
 
@@ -150,12 +151,11 @@ std::vector<Part> scanParts(const double *samples, size_t count, double low, dou
     const size_t threads = count >= (size_t(1) << 22) ? 2 : 1;
     std::vector<Part> parts(threads);
     const size_t split = blocks / threads;
-    std::thread helper;
+    const auto first = [&] { scanBlocks(samples, count, 0, split == 0 ? blocks : split, low, scale, scan, parts[0]); };
     if (threads == 2)
-        helper = std::thread([&] { scanBlocks(samples, count, split, blocks, low, scale, scan, parts[1]); });
-    scanBlocks(samples, count, 0, split == 0 ? blocks : split, low, scale, scan, parts[0]);
-    if (helper.joinable())
-        helper.join();
+        runBeside(first, [&] { scanBlocks(samples, count, split, blocks, low, scale, scan, parts[1]); });
+    else
+        first();
     return parts;
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <new>
+#include <system_error>
 #include <thread>
 
 #ifndef MADV_POPULATE_WRITE
@@ -86,15 +87,33 @@ bool allocateSamples(std::vector<double> &samples, uint64_t count)
         if (count >= PARALLEL_SAMPLES) {
             double *data = samples.data();
             const uint64_t half = count / 2;
-            std::thread helper([=] { touchPages(data + half, data + count); });
-            touchPages(data, data + half);
-            helper.join();
+            runBeside([=] { touchPages(data, data + half); }, [=] { touchPages(data + half, data + count); });
         }
         samples.resize(count);
     } catch (const std::bad_alloc &) {
         return false;
     }
     return true;
+}
+
+void runBeside(const std::function<void()> &here, const std::function<void()> &beside)
+{
+    std::thread helper;
+    try {
+        helper = std::thread(beside);
+    } catch (const std::system_error &) {
+        here();
+        beside();
+        return;
+    }
+    // The helper must be joined whatever here throws: a thread left running would end the process.
+    try {
+        here();
+    } catch (...) {
+        helper.join();
+        throw;
+    }
+    helper.join();
 }
 
 QString sampleMemoryShortfall(uint64_t count)

@@ -10,6 +10,7 @@
 #include <QVector>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -182,5 +183,10 @@ bool allocateSamples(std::vector<double> &samples, uint64_t count);
 /// Why count samples were refused: "268435456 samples need 2.0 GiB, more than the 1.3 GiB this
 /// machine can spare".
 QString sampleMemoryShortfall(uint64_t count);
+
+/// Runs beside on a thread of its own while here runs on the calling thread, and returns when both
+/// are done. Where no thread can be started (a limit on threads or on memory for their stacks),
+/// beside runs after here on the calling thread: the work is done either way, only slower.
+void runBeside(const std::function<void()> &here, const std::function<void()> &beside);
 
 #endif

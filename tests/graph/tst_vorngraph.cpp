@@ -4,6 +4,7 @@
 
 #include <QCategoryAxis>
 #include <QLabel>
+#include <QLineSeries>
 #include <QStackedWidget>
 #include <QTreeWidget>
 
@@ -186,6 +187,36 @@ private slots:
         static_cast<LinearSpinBox *>(g->m_offsetSpinBoxes[0])->stepBy(1);
         QCOMPARE(QStringLiteral("%1 from %2, %3").arg(g->m_offsets[0]).arg(g->m_yAxes[0]->min())
                      .arg(g->m_axisYLabels->categoriesLabels().first()), "0.5 from -3, -3 V");
+    }
+
+    // A zero line for each shown waveform whose range holds 0, on that waveform's axis and in its
+    // colour at a quarter opacity, as waveforms are hidden, shown and moved.
+    void zeroLinesFollowRangesAndVisibility()
+    {
+        VornGraph *g = shownGraph({sine(), makeWaveform(QStringLiteral("high"), {3.12, 3.9, 3.7}), sine()});
+        QVERIFY(g);
+        const auto owners = [g] {
+            QList<int> found;
+            for (QLineSeries *line : qAsConst(g->m_zeroLines)) {
+                const QList<QAbstractAxis *> axes = line->attachedAxes();
+                const int i = axes.size() == 2 ? g->m_yAxes.indexOf(axes.last()) : -1;
+                QColor expected = g->getWaveformColor(i);
+                expected.setAlpha(64);
+                const bool drawn = g->m_chart->series().contains(line) && axes.first() == g->m_axisX
+                    && line->pen().color() == expected && line->points().size() == 2 && line->points().first().y() == 0.0;
+                found << (drawn ? i : -1);
+            }
+            return found;
+        };
+        QCOMPARE(owners(), QList<int>({0, 2}));
+        g->setWaveformVisible(0, false);
+        QCOMPARE(owners(), QList<int>({2}));
+        g->m_offsetSpinBoxes[1]->setValue(0.0);
+        QCOMPARE(owners(), QList<int>({1, 2}));
+        g->setWaveformVisible(0, true);
+        QCOMPARE(owners(), QList<int>({0, 1, 2}));
+        g->setWaveformVisible(2, false);
+        QCOMPARE(owners(), QList<int>({0, 1}));
     }
 
     void boxStepsThroughOneTwoFive()

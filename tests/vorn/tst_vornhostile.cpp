@@ -94,6 +94,8 @@ private slots:
                                             << "no rising crossing of 1e+300 V";
         QTest::newRow("jobs not a count") << calm << QStringList{"check", "FILE", "--jobs", "0"} << 1
                                           << "--jobs needs a whole number of files to check at once, at least 1, not '0'";
+        QTest::newRow("jobs without a count") << calm << QStringList{"check", "FILE", "--jobs"} << 1
+                                              << "--jobs needs a whole number of files to check at once, at least 1";
         QTest::newRow("more jobs than help") << calm << QStringList{"check", "FILE", "FILE", "FILE", "--jobs", "1024"} << 0
                                              << "3 files, 3 waveforms: 3 passed";
         QTest::newRow("list escapes controls") << analogCapture({{"A\tB\x1b[31m\xc2\x9b", {1.0f}}}) << QStringList{"list", "FILE"}
@@ -126,6 +128,21 @@ private slots:
         const Run r = run("/bin/sh", {"-c", QStringLiteral("ulimit -v 180000 && exec '%1' dump '%2' A0").arg(VORN_BINARY, file)});
         QCOMPARE(QString::fromUtf8(r.err).section(" need ", 0, 0), QStringLiteral("vorn: %1: A0: 8388608 samples").arg(file));
         QCOMPARE(r.exitCode, 2);
+    }
+
+    // With no thread to be had, every file is still checked: each share meant for a helper runs
+    // on the calling thread. A stack limit beyond what the machine holds makes every new thread's
+    // stack fail to map, while the main thread keeps its own. 4 Mi samples are long enough for
+    // reading and judging to ask for helpers too.
+    void checksWhenNoThreadStarts()
+    {
+        const QString file = m_dir.filePath(QStringLiteral("long.sr"));
+        auto members = analogCapture({{"A0", {}}});
+        members.back().data = QByteArray(16 << 20, '\0');
+        QVERIFY(writeZip(file, withCurves(members, band({1.5, 1.5}, {-0.5, -0.5}, "4194"))));
+        const Run r = run("/bin/sh", {"-c", QStringLiteral("ulimit -s 100000000 && exec '%1' check '%2' '%2' --jobs 2").arg(VORN_BINARY, file)});
+        QVERIFY2(r.out.contains("2 files, 2 waveforms: 2 passed"), r.out + r.err);
+        QCOMPARE(r.exitCode, 0);
     }
 
 private:
