@@ -80,6 +80,15 @@ private slots:
         }
     }
 
+    // On a terminal (script gives it one) acquire tells how far it is, of every acquisition together.
+    void acquireShowsProgressOnATerminal()
+    {
+        const QString command = QStringLiteral(VORN_BINARY " acquire demo") + ' ' + DEMO.join(' ')
+                                + " --count 2 -o " + path("tty.sr");
+        const Run r = run("script", {"-qec", command, "/dev/null"});
+        QVERIFY2(r.exitCode == 0 && r.out.contains("/10k samples, "), r.out + r.err);
+    }
+
 private:
     QString path(const QString &name) const { return m_dir.filePath(name); }
     QTemporaryDir m_dir;
