@@ -69,9 +69,14 @@ CaptureContents CaptureOpening::read(const QString &path, QString &problem)
     });
     emit started(path);
     QTimer ticker;
+    // Busy while the file is opened and memory is taken, then samples read of all.
     connect(&ticker, &QTimer::timeout, &dialog, [&] {
-        if (total > 0)
-            dialog.setValue(int(STEPS * (double(done) / double(total))));
+        if (done == 0) {
+            dialog.setRange(0, 0);
+            return;
+        }
+        dialog.setRange(0, STEPS);
+        dialog.setValue(int(STEPS * (double(done) / double(total))));
     });
     ticker.start(TICK_MS);
     m_waiting = &loop;
