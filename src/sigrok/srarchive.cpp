@@ -501,7 +501,7 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
         while (at < seen && !firstFailure.compare_exchange_weak(seen, at)) {
         }
     };
-    // A cancelled read ends as a failure at the first member, which every thread has passed.
+    // Cancelling moves the earliest failure to the first member: every thread stops after the one it is on.
     std::atomic<uint64_t> decoded{0};
     std::mutex reporting;
     const auto report = [&](uint64_t n) {
