@@ -349,6 +349,17 @@
     </message>
 </context>
 <context>
+    <name>CaptureOpening</name>
+    <message>
+        <source>Opening Capture</source>
+        <translation>Aufzeichnung wird geöffnet</translation>
+    </message>
+    <message>
+        <source>Reading %1…</source>
+        <translation>%1 wird gelesen…</translation>
+    </message>
+</context>
+<context>
     <name>ViewerWindow</name>
     <message>
         <source>Open a capture with File ▸ Open…, or drop a .sr file here.</source>
@@ -503,6 +514,10 @@
     <message>
         <source>Could not read %1: %2</source>
         <translation>%1 konnte nicht gelesen werden: %2</translation>
+    </message>
+    <message>
+        <source>Could not read waveform %1/%2 of %3: %4</source>
+        <translation>Signal %1/%2 von %3 konnte nicht gelesen werden: %4</translation>
     </message>
     <message>
         <source>Could not read %1: %2 holds the most samples; all waveforms together: %3</source>

@@ -2,11 +2,13 @@
 // acquisition against a golden capture's envelopes.
 
 #include "judging.h"
+#include "progress.h"
 #include "vornacquire.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -377,7 +379,17 @@ int acquireCommand(const std::vector<std::string> &args)
     }
     if (out.empty())
         throw UsageError{};
-    AcquisitionLoop loop;
+    // Of what was asked for, all acquisitions together: samples, frames or milliseconds of signal.
+    const uint64_t each = device.samples ? device.samples
+                          : device.frames ? device.frames
+                                          : uint64_t(std::ceil(device.time * 1000.0));
+    Progress progress(each * total, device.samples ? "samples" : device.frames ? "frames" : "s",
+                      device.samples || device.frames ? 1.0 : 0.001);
+    AcquisitionLoop loop; // after progress, so that its thread ends before progress goes
+    loop.setProgress([&](uint64_t k, const SigrokDevice::Progress &p) {
+        const uint64_t now = device.samples ? p.samples : device.frames ? p.frames : uint64_t(p.seconds * 1000.0);
+        progress.reach(k * each + std::min(now, each));
+    });
     if (!loop.start(device, total))
         throw Failure{loop.error()};
     InterruptWatch watch(loop);
@@ -389,9 +401,11 @@ int acquireCommand(const std::vector<std::string> &args)
         if (!saveAcquisition(path, acquisition, {}, &error))
             throw Failure{error};
         const uint64_t samples = acquisition.waveforms.empty() ? 0 : acquisition.waveforms.front().samples->size();
-        std::printf("%s: %zu channels, %llu samples at %s\n", printable(path).c_str(), acquisition.waveforms.size(),
-                    static_cast<unsigned long long>(samples),
-                    qPrintable(ValueFormatter::formatWithUnit(double(acquisition.samplerate), "Hz")));
+        progress.printAbove([&] {
+            std::printf("%s: %zu channels, %llu samples at %s\n", printable(path).c_str(),
+                        acquisition.waveforms.size(), static_cast<unsigned long long>(samples),
+                        qPrintable(ValueFormatter::formatWithUnit(double(acquisition.samplerate), "Hz")));
+        });
     }
     if (!loop.error().empty())
         throw Failure{loop.error()};

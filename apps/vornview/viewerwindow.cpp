@@ -1,6 +1,7 @@
 #include "viewerwindow.h"
 
 #include "capturecheck.h"
+#include "captureopening.h"
 #include "checkagainst.h"
 #include "exportactions.h"
 #include "liverun.h"
@@ -56,7 +57,9 @@ ViewerWindow::ViewerWindow(QWidget *parent)
     : QMainWindow(parent)
     , m_stack(new QStackedWidget(this))
     , m_placeholder(new QLabel(this))
+    , m_opening(new CaptureOpening(this))
 {
+    connect(m_opening, &CaptureOpening::started, this, &ViewerWindow::openingStarted);
     m_placeholder->setAlignment(Qt::AlignCenter);
     m_placeholder->setText(tr("Open a capture with File ▸ Open…, or drop a .sr file here."));
     m_stack->addWidget(m_placeholder);
@@ -156,12 +159,21 @@ bool ViewerWindow::loadFile(const QString &path)
     const QString absolute = QFileInfo(path).absoluteFilePath();
     QStringList recent = recentFiles();
     recent.removeAll(absolute);
-    // What the viewer can tell before reading is said with the file's name; the window tells the
-    // rest itself, and then holds no waveform.
-    const QString problem = captureOpenProblem(absolute);
+    // Read off the GUI thread; a cancelled reading leaves the capture open now as it was.
+    QString problem;
+    const CaptureContents capture = m_opening->read(absolute, problem);
+    if (capture.cancelled)
+        return false;
+    const QString file = QFileInfo(absolute).fileName();
+    if (problem.isEmpty() && !capture.error.isEmpty())
+        problem = capture.failedWaveform < 0 ? tr("Could not read %1: %2").arg(file, capture.error)
+                                             : tr("Could not read waveform %1/%2 of %3: %4")
+                                                   .arg(capture.failedWaveform + 1)
+                                                   .arg(capture.waveformCount)
+                                                   .arg(file, capture.error);
     if (!problem.isEmpty())
         QMessageBox::critical(this, tr("Reading waveform file failed"), problem, QMessageBox::Ok);
-    auto *document = problem.isEmpty() ? new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this) : nullptr;
+    auto *document = problem.isEmpty() ? new WaveformWindow(capture, file, this) : nullptr;
     if (!document || document->graph()->waveformCount() == 0) {
         delete document;
         storeRecentFiles(recent);
@@ -182,6 +194,11 @@ bool ViewerWindow::loadFile(const QString &path)
                                 "without them:\n%2")
                                  .arg(QFileInfo(absolute).fileName(), unreadable));
     return true;
+}
+
+void ViewerWindow::cancelOpening()
+{
+    m_opening->cancel();
 }
 
 void ViewerWindow::setDocument(WaveformWindow *document, const QString &path)

@@ -9,6 +9,7 @@ class QAction;
 class QLabel;
 class QMenu;
 class QStackedWidget;
+class CaptureOpening;
 class EnvelopeTools;
 class WaveformWindow;
 
@@ -30,6 +31,14 @@ public:
     bool saveAs(const QString &path);
     WaveformWindow *document() const { return m_document; }
     static QStringList recentFiles();
+
+signals:
+    // The reading of path began; cancelOpening() stops it.
+    void openingStarted(const QString &path);
+
+public slots:
+    // Stops the capture being read; the capture open before stays open as it was.
+    void cancelOpening();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -73,6 +82,7 @@ private:
     QLabel *m_placeholder = nullptr;
     WaveformWindow *m_document = nullptr;
     EnvelopeTools *m_envelopeTools = nullptr; // the document's undo history and envelope operations
+    CaptureOpening *m_opening = nullptr;
     QString m_filePath;
     EnvelopeData m_envelopeBeforeEdit; // what Apply replaces, to go back to when it is refused
 };

@@ -30,9 +30,17 @@ bool AcquisitionLoop::start(const DeviceOptions &options, uint64_t count)
     return false;
 }
 
+void AcquisitionLoop::setProgress(std::function<void(uint64_t, const SigrokDevice::Progress &)> progress)
+{
+    m_device.setProgress([this, progress = std::move(progress)](const SigrokDevice::Progress &p) {
+        progress(m_acquisition, p);
+    });
+}
+
 void AcquisitionLoop::run(uint64_t count)
 {
     for (uint64_t k = 0; count == 0 || k < count; ++k) {
+        m_acquisition = k;
         Acquisition acquisition;
         const auto start = std::chrono::steady_clock::now();
         if (!m_device.acquire(acquisition)) {

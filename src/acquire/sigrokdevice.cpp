@@ -24,6 +24,8 @@ struct SigrokDevice::Private
     unsigned unitsize = 0;
     bool timedOut = false;
     std::string feedError;
+    uint64_t frames = 0;
+    std::function<void(const SigrokDevice::Progress &)> progress;
 
     static void onPacket(const sr_dev_inst *, const sr_datafeed_packet *packet, void *data);
     void onAnalog(const sr_datafeed_analog &analog);
@@ -33,6 +35,7 @@ struct SigrokDevice::Private
     bool applyLimits(std::string &error);
     bool chooseChannels(std::string &error);
     Acquisition take();
+    uint64_t gathered() const;
 };
 
 void SigrokDevice::Private::onPacket(const sr_dev_inst *, const sr_datafeed_packet *packet, void *data)
@@ -45,16 +48,32 @@ void SigrokDevice::Private::onPacket(const sr_dev_inst *, const sr_datafeed_pack
             if (config->key == SR_CONF_SAMPLERATE)
                 d->samplerate = g_variant_get_uint64(config->data);
         }
-        break;
+        return;
     case SR_DF_ANALOG:
         d->onAnalog(*static_cast<const sr_datafeed_analog *>(packet->payload));
         break;
     case SR_DF_LOGIC:
         d->onLogic(*static_cast<const sr_datafeed_logic *>(packet->payload));
         break;
-    default:
+    case SR_DF_FRAME_END:
+        ++d->frames;
         break;
+    default:
+        return;
     }
+    if (d->progress) {
+        const uint64_t samples = d->gathered();
+        d->progress({samples, d->frames, d->samplerate ? double(samples) / double(d->samplerate) : 0.0});
+    }
+}
+
+// Channels arrive in separate packets: the one furthest on tells how far the acquisition is.
+uint64_t SigrokDevice::Private::gathered() const
+{
+    uint64_t samples = unitsize ? logic.size() / unitsize : 0;
+    for (const std::vector<double> &channel : analog)
+        samples = std::max<uint64_t>(samples, channel.size());
+    return samples;
 }
 
 // A packet may carry several channels, its samples interleaved.
@@ -284,6 +303,7 @@ bool SigrokDevice::acquire(Acquisition &acquisition)
     d->unitsize = 0;
     d->timedOut = false;
     d->feedError.clear();
+    d->frames = 0;
     GVariant *rate = nullptr;
     d->samplerate = 0;
     if (sr_config_get(d->driver, d->sdi, nullptr, SR_CONF_SAMPLERATE, &rate) == SR_OK) {
@@ -337,6 +357,11 @@ bool SigrokDevice::acquire(Acquisition &acquisition)
         return false;
     }
     return true;
+}
+
+void SigrokDevice::setProgress(std::function<void(const Progress &)> progress)
+{
+    d->progress = std::move(progress);
 }
 
 void SigrokDevice::stop()

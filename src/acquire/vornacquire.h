@@ -90,6 +90,15 @@ public:
     const std::string &name() const { return m_name; } // the driver's name, for messages
     // Seconds an acquisition may take before it fails: from its length, at least 5.
     double timeout() const;
+    // How far the acquisition running has come.
+    struct Progress
+    {
+        uint64_t samples = 0; // per channel
+        uint64_t frames = 0;  // complete ones
+        double seconds = 0.0; // of signal: samples / samplerate
+    };
+    // Told on the acquiring thread after each packet. Set before acquiring.
+    void setProgress(std::function<void(const Progress &)> progress);
 
 private:
     struct Private;
@@ -111,6 +120,9 @@ public:
     // Opens the device on the loop's thread and acquires count acquisitions (0: until stopped).
     // False, with the reason, when the device cannot be opened.
     bool start(const DeviceOptions &options, uint64_t count);
+    // Progress of acquisition k (from 0) as SigrokDevice::setProgress tells it, on the loop's
+    // thread. Set before start().
+    void setProgress(std::function<void(uint64_t k, const SigrokDevice::Progress &)> progress);
     // The next acquisition, waiting for it; false once the loop ended (stopped, count reached or a
     // device error, whose reason error() then tells).
     bool next(Acquisition &acquisition);
@@ -129,6 +141,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<Acquisition> m_queue;
+    std::atomic<uint64_t> m_acquisition{0}; // the one being acquired
     bool m_finished = false;
     std::string m_error;
     double m_acquiring = 0.0;

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -455,7 +456,8 @@ bool SrArchive::readReference(size_t index, double *out, std::string &error) con
     return m_references[index].sampleCount == 0 || readChannel(m_references[index], out, m_references[index].sampleCount, error);
 }
 
-bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::string &error) const
+bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::string &error,
+                            ReadProgress *progress) const
 {
     if (index >= m_channels.size()) {
         error = "no waveform " + std::to_string(index);
@@ -477,13 +479,14 @@ bool SrArchive::readSamples(size_t index, double *out, uint64_t count, std::stri
         error = "no sample buffer";
         return false;
     }
-    return readChannel(channel, out, count, error);
+    return readChannel(channel, out, count, error, progress);
 }
 
 // Members are independent: each thread decodes a run of them straight into its place in out.
 // A member holding no more than count samples is inflated into its own stretch of out and
 // widened there in place, while it is still in the cache.
-bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count, std::string &error) const
+bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count, std::string &error,
+                            ReadProgress *progress) const
 {
     const SampleLayout layout(channel);
     std::vector<uint64_t> first; // first sample of each member that count reaches
@@ -511,6 +514,17 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
         while (at < seen && !firstFailure.compare_exchange_weak(seen, at)) {
         }
     };
+    // Cancelling moves the earliest failure to the first member: every thread stops after the one it is on.
+    std::atomic<uint64_t> decoded{0};
+    std::mutex reporting;
+    const auto report = [&](uint64_t n) {
+        const uint64_t done = decoded += n;
+        std::unique_lock<std::mutex> lock(reporting, std::try_to_lock);
+        if (lock.owns_lock() && !progress->cancelled && !progress->report(done, count)) {
+            progress->cancelled = true;
+            firstFailure = 0;
+        }
+    };
     const auto work = [&](unsigned t, size_t begin, size_t end) {
         try {
             MemberReader reader(m_fd, m_dataEnd);
@@ -530,6 +544,8 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
                                             : reader.readPrefix(member, bytes, wanted, errors[t])))
                     return failed(t, i);
                 layout.widen(bytes, to, n);
+                if (progress)
+                    report(n);
             }
         } catch (const std::bad_alloc &) {
             errors[t] = "not enough memory";
@@ -559,6 +575,10 @@ bool SrArchive::readChannel(const Channel &channel, double *out, uint64_t count,
     }
     for (std::thread &helper : helpers)
         helper.join();
+    if (progress && progress->cancelled) {
+        error = "cancelled";
+        return false;
+    }
     for (unsigned t = 0; t < threads; ++t) {
         if (failedAt[t] == firstFailure && failedAt[t] < needed) {
             error = errors[t];

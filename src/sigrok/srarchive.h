@@ -4,6 +4,7 @@
 #include <cstdint>
 #include "srzipdir.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,6 +40,14 @@ struct Channel
     double sourceInterval = 0.0; // reference: the interval its envelope's sources had
 };
 
+// Progress of one read: report(done, total) samples in place, between members, from the reading
+// threads one at a time; false from it stops the read, which then fails with cancelled set.
+struct ReadProgress
+{
+    std::function<bool(uint64_t done, uint64_t total)> report;
+    bool cancelled = false;
+};
+
 // A parsed sigrok session archive (srzip versions 1 and 2, plus our envelope curves).
 // Opening checks the structure and bounds every size by the bytes in the file. Damage stays
 // local: a channel whose members are unusable fails its own reads, the others still load.
@@ -61,15 +70,17 @@ public:
     const std::vector<std::string> &unreadableCurves() const { return m_unreadableCurves; }
     // The members as the central directory lists them.
     const std::vector<ZipEntry> &entries() const { return m_entries; }
-    // Reads the first count samples of channel index into out.
-    bool readSamples(size_t index, double *out, uint64_t count, std::string &error) const;
+    // Reads the first count samples of channel index into out, telling progress how far it came.
+    bool readSamples(size_t index, double *out, uint64_t count, std::string &error,
+                     ReadProgress *progress = nullptr) const;
     // The content of member name when the archive has it (present); at most limit bytes.
     bool readMember(const std::string &name, uint64_t limit, std::string &text, bool &present, std::string &error) const;
 
 private:
     SrArchive() = default;
     bool load(std::string &error);
-    bool readChannel(const Channel &channel, double *out, uint64_t count, std::string &error) const;
+    bool readChannel(const Channel &channel, double *out, uint64_t count, std::string &error,
+                     ReadProgress *progress = nullptr) const;
     bool readSmallMember(const std::string &name, uint64_t limit, std::string &text,
                          std::string &error) const;
     bool loadDevice(std::string &error);

@@ -89,6 +89,13 @@ int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWa
 int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *samples,
                                        uint64_t sampleCount)
 {
+    return sigrok_read_waveform_data_by_index_progress(path, index, samples, sampleCount, nullptr, nullptr);
+}
+
+int sigrok_read_waveform_data_by_index_progress(const char *path, int32_t index, double *samples,
+                                                uint64_t sampleCount, SigrokReadProgress progress,
+                                                void *context)
+{
     if (!path)
         return fail("invalid argument");
     std::string error;
@@ -97,8 +104,13 @@ int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *
         return fail(error);
     if (index < 0)
         return fail("no waveform " + std::to_string(index));
-    if (!archive->readSamples(static_cast<size_t>(index), samples, sampleCount, error))
-        return fail(error);
+    vornsr::ReadProgress told;
+    if (progress)
+        told.report = [&](uint64_t done, uint64_t total) { return progress(context, done, total) == 0; };
+    if (!archive->readSamples(static_cast<size_t>(index), samples, sampleCount, error, progress ? &told : nullptr)) {
+        fail(error);
+        return told.cancelled ? SIGROK_READ_CANCELLED : -1;
+    }
     return 0;
 }
 

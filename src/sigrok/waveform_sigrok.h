@@ -27,6 +27,16 @@ int sigrok_read_waveform_info_by_index(const char *path, int32_t index, SigrokWa
 /* Fills samples[0 .. sampleCount-1]; sampleCount may be less than the waveform's. */
 int sigrok_read_waveform_data_by_index(const char *path, int32_t index, double *samples,
                                        uint64_t sampleCount);
+/* Told how many of a read's total samples are in place; returns 0 to go on, anything else to
+ * cancel the read. Called between the file's chunks, one call at a time, from the reading threads. */
+typedef int (*SigrokReadProgress)(void *context, uint64_t done, uint64_t total);
+/* The status of a read that its progress function cancelled. */
+#define SIGROK_READ_CANCELLED 1
+/* sigrok_read_waveform_data_by_index() telling progress (when not NULL) how far it came; a read
+ * it cancels returns SIGROK_READ_CANCELLED with the samples partly filled. */
+int sigrok_read_waveform_data_by_index_progress(const char *path, int32_t index, double *samples,
+                                                uint64_t sampleCount, SigrokReadProgress progress,
+                                                void *context);
 /* The envelope curves stored in the file that could not be read, one line each saying where
  * and why; an empty text when every curve was read, NULL when the file cannot be opened.
  * Valid until the next call in this thread. */

@@ -5,6 +5,7 @@
 /// The records a host hands to the chart and the window (waveforms, envelopes, edit points), and
 /// the helpers around them: value texts, envelope points, envelope curves in a capture file.
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -188,5 +189,26 @@ QString sampleMemoryShortfall(uint64_t count);
 /// are done. Where no thread can be started (a limit on threads or on memory for their stacks),
 /// beside runs after here on the calling thread: the work is done either way, only slower.
 void runBeside(const std::function<void()> &here, const std::function<void()> &beside);
+
+/// Every waveform a capture file offers, read in one go: what readCapture() gives.
+struct CaptureContents
+{
+    QString path;                    ///< the file read
+    QByteArray identity;             ///< the file as it was when reading began: captureFileIdentity()
+    QVector<WaveformData> waveforms; ///< in the reader's order, envelope curves included; empty unless all were read
+    int waveformCount = 0;           ///< how many waveforms the file offers
+    bool cancelled = false;          ///< the progress function asked to stop
+    int failedWaveform = -1;         ///< the waveform (from 0) whose reading failed, -1 for the file itself
+    QString error;                   ///< why reading failed, in the reader's words; empty when it did not
+};
+
+/// Device, inode, size and times of the file at path, which differ once the file was changed in
+/// place or replaced; empty when there is no file.
+QByteArray captureFileIdentity(const QString &path);
+
+/// Reads every waveform of the capture at path. progress(done, total), in samples of all waveforms
+/// together, is called between chunks from the reading threads, one call at a time; false from it
+/// stops the reading, which then returns no waveform and cancelled. Any thread may call it.
+CaptureContents readCapture(const QString &path, const std::function<bool(uint64_t done, uint64_t total)> &progress = {});
 
 #endif

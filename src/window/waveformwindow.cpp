@@ -14,6 +14,27 @@ WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QW
     , m_graph(new VornGraph(this))
     , m_filePath(filePath)
 {
+    setupWindow(title);
+    loadWaveforms(filePath);
+    m_graph->displayGraph();
+}
+
+WaveformWindow::WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent)
+    : QWidget(parent)
+    , m_graph(new VornGraph(this))
+    , m_filePath(capture.path)
+{
+    setupWindow(title);
+    m_fileIdentity = capture.identity;
+    // The copies share the samples with the host's.
+    QVector<WaveformData> waveforms = capture.waveforms;
+    processWaveformsAndEnvelopes(waveforms);
+    storeOriginalEnvelopes();
+    m_graph->displayGraph();
+}
+
+void WaveformWindow::setupWindow(const QString &title)
+{
     setWindowTitle(title);
     resize(1920, 1080);
 
@@ -29,9 +50,6 @@ WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QW
     connect(m_graph, &VornGraph::deleteEnvelopeRequested, this, &WaveformWindow::onDeleteEnvelopeRequested);
     connect(m_graph, &VornGraph::waveformSelectionChanged, this, &WaveformWindow::onWaveformSelectionChanged);
     setupEnvelopeCheck();
-
-    loadWaveforms(filePath);
-    m_graph->displayGraph();
 }
 
 WaveformWindow::~WaveformWindow() = default;

@@ -25,6 +25,11 @@ public:
     /// A file that cannot be read gets a message box and leaves the chart empty; the file is not
     /// touched.
     explicit WaveformWindow(const QString &filePath, const QString &title, QWidget *parent = nullptr);
+    /// Shows a capture the host read itself with readCapture(), off the GUI thread if it likes, as
+    /// the constructor above shows one it reads: envelopes paired, checked, and saved to
+    /// capture.path. A capture that failed or was cancelled holds no waveform and leaves the chart
+    /// empty; telling the user is the host's part.
+    WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent = nullptr);
     /// Closes without asking; unsaved envelope changes are lost.
     ~WaveformWindow() override;
 
@@ -131,6 +136,7 @@ private slots:
     void onEnvelopeChecked();
 
 private:
+    void setupWindow(const QString &title);
     void setupMenuBar();
     void updateEnvelopeActions(int index);
     void showEnvelopeEditorDialog(int index);

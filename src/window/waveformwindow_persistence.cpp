@@ -6,8 +6,6 @@
 #include <QFileInfo>
 #include <QMessageBox>
 
-#include <sys/stat.h>
-
 #include <cmath>
 
 namespace {
@@ -35,18 +33,9 @@ bool sameEnvelope(const EnvelopeData &a, const EnvelopeData &b)
 
 } // namespace
 
-// Device, inode, size and the change time, which no program can set: a file changed in place or
-// replaced by another one has a different identity. Empty when there is no file.
 QByteArray WaveformWindow::captureIdentity(const QString &path)
 {
-    struct stat st;
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        return QByteArray();
-    const long long fields[] = {static_cast<long long>(st.st_dev), static_cast<long long>(st.st_ino),
-                                static_cast<long long>(st.st_size), static_cast<long long>(st.st_mtim.tv_sec),
-                                static_cast<long long>(st.st_mtim.tv_nsec), static_cast<long long>(st.st_ctim.tv_sec),
-                                static_cast<long long>(st.st_ctim.tv_nsec)};
-    return QByteArray(reinterpret_cast<const char *>(fields), sizeof fields);
+    return captureFileIdentity(path);
 }
 
 void WaveformWindow::storeOriginalEnvelopes()

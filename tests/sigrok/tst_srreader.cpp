@@ -133,6 +133,39 @@ private slots:
         QCOMPARE(vornsr::archiveParseCount(), before + 2);
     }
 
+    // A reading stopped anywhere gives no waveform and no error, and the file reads in full after it.
+    void cancelledReadingLeavesNothingBehind_data()
+    {
+        QTest::addColumn<double>("stopAt"); // share of all samples from which progress says stop
+        QTest::newRow("before the first chunk") << 0.0;
+        QTest::newRow("halfway through a waveform") << 0.5;
+        QTest::newRow("after the last chunk") << 1.0;
+    }
+    void cancelledReadingLeavesNothingBehind()
+    {
+        QFETCH(double, stopAt);
+        QList<double> a0;
+        const QByteArray path = write("cancelled", manyChunks(&a0));
+        const CaptureContents stopped = readCapture(QString::fromUtf8(path), [&](uint64_t done, uint64_t total) {
+            return done < stopAt * double(total);
+        });
+        QVERIFY(stopped.cancelled);
+        QVERIFY(stopped.waveforms.isEmpty() && stopped.error.isEmpty());
+        const auto stop = [](void *, uint64_t, uint64_t) { return 1; };
+        std::vector<double> samples(a0.size());
+        QCOMPARE(sigrok_read_waveform_data_by_index_progress(path, 0, samples.data(), samples.size(), stop, nullptr),
+                 SIGROK_READ_CANCELLED);
+        uint64_t told = 0;
+        const CaptureContents whole = readCapture(QString::fromUtf8(path), [&](uint64_t done, uint64_t) {
+            told = done;
+            return true;
+        });
+        QVERIFY2(!whole.cancelled && whole.error.isEmpty(), qPrintable(whole.error));
+        QCOMPARE(whole.waveforms.size(), 4);
+        QCOMPARE(QList<double>(whole.waveforms[0].samples->begin(), whole.waveforms[0].samples->end()), a0);
+        QCOMPARE(told, uint64_t(a0.size() + 2 + 3 + 3));
+    }
+
     void refusesBadFilesWithAReason_data()
     {
         QTest::addColumn<std::vector<ZipMember>>("members"); // empty: the file holds "text"

@@ -27,6 +27,7 @@ private slots:
         QVERIFY(m_dir.isValid());
         const Run acquired = vorn(QStringList{"acquire", "demo"} + DEMO + QStringList{"--count", "5", "-o", path("g.sr")});
         QVERIFY2(acquired.exitCode == 0, acquired.err.constData());
+        QVERIFY2(acquired.err.isEmpty(), acquired.err.constData()); // no progress without a terminal
         QStringList golden;
         for (int k = 1; k <= 5; ++k)
             golden << path(QStringLiteral("g-00%1.sr").arg(k));
@@ -77,6 +78,15 @@ private slots:
             QVERIFY2(list.out.contains("A1 [upper]"), list.out);
             QCOMPARE(vorn({"check", failures.filePath(file)}).exitCode, 3);
         }
+    }
+
+    // On a terminal (script gives it one) acquire tells how far it is, of every acquisition together.
+    void acquireShowsProgressOnATerminal()
+    {
+        const QString command = QStringLiteral(VORN_BINARY " acquire demo") + ' ' + DEMO.join(' ')
+                                + " --count 2 -o " + path("tty.sr");
+        const Run r = run("script", {"-qec", command, "/dev/null"});
+        QVERIFY2(r.exitCode == 0 && r.out.contains("/10k samples, "), r.out + r.err);
     }
 
 private:

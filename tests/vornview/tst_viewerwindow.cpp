@@ -163,17 +163,35 @@ private slots:
         QVERIFY(!tools->redoAction()->isEnabled());
     }
 
-    void unreadableFileKeepsTheOpenCapture()
+    // A capture that cannot be read, or whose reading is cancelled, leaves the one open as it was,
+    // unsaved envelope and all; a failure is reported with the file's name, a cancel not at all.
+    void failedOrCancelledOpeningKeepsTheOpenCapture_data()
     {
+        QTest::addColumn<bool>("cancel");
+        QTest::addColumn<int>("asked");
+        QTest::addColumn<QString>("lastBox"); // its title and the start of its text
+        QTest::newRow("unreadable") << false << 2 << "Reading waveform file failed|Could not read bad.sr: ";
+        QTest::newRow("cancelled") << true << 1 << "Unsaved Changes|Envelope curves have been changed.";
+    }
+    void failedOrCancelledOpeningKeepsTheOpenCapture()
+    {
+        QFETCH(bool, cancel);
+        QFETCH(int, asked);
+        QFETCH(QString, lastBox);
         const QString good = capture("good.sr"), bad = m_dir.filePath("bad.sr");
         QVERIFY(writeFile(bad, "plain text"));
         ViewerWindow viewer;
         QVERIFY(viewer.openFile(good));
         WaveformWindow *document = viewer.document();
-        MessageBoxAnswerer answerer({QMessageBox::Ok});
-        QVERIFY(!viewer.openFile(bad));
-        QCOMPARE(answerer.title, "Reading waveform file failed");
+        document->graph()->setEnvelope(0, envelopeOf(1));
+        if (cancel)
+            connect(&viewer, &ViewerWindow::openingStarted, &viewer, &ViewerWindow::cancelOpening);
+        MessageBoxAnswerer answerer({QMessageBox::No, QMessageBox::Ok}); // leave the edit, then the error
+        QVERIFY(!viewer.openFile(cancel ? capture("other.sr") : bad));
+        QVERIFY2((answerer.title + '|' + answerer.text).startsWith(lastBox), qPrintable(answerer.text));
+        QCOMPARE(answerer.asked, asked);
         QCOMPARE(viewer.document(), document);
+        QVERIFY(document->graph()->hasEnvelope(0) && document->hasUnsavedChanges());
         QCOMPARE(ViewerWindow::recentFiles(), QStringList{good});
     }
 
