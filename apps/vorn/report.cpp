@@ -170,6 +170,7 @@ void writeStatistics(Html &html, const std::vector<ReportRow> &rows)
     const std::vector<MeasureStatistics::Row> spread = statistics.rows();
     if (spread.empty())
         return;
+    html.text("h3", QStringLiteral("Measurement limits"));
     html.open("table");
     html.row({"Waveform", "Measurement", "Values", "Min", "Mean", "Max", "Std dev", "Cpk"}, "th");
     for (const MeasureStatistics::Row &r : spread) {
