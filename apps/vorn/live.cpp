@@ -206,6 +206,8 @@ private:
     LimitStatistics m_statistics;
     std::vector<Verdict> m_verdicts;   // kept for --junit and the report only
     std::map<size_t, WaveformData> m_failing; // the first failing waveforms, by verdict, to draw
+    static constexpr size_t KEPT_SAMPLES = size_t(32) << 20;
+    size_t m_keptSamples = 0;
     uint64_t m_judged = 0;
     uint64_t m_failed = 0;
     double m_judging = 0.0; // seconds
@@ -300,15 +302,17 @@ bool Run::keepsVerdicts() const
 }
 
 // Verdicts without their transitions, which a long run would pile up; the samples of the first
-// failures, as many as the report draws.
+// failures, as many as the report draws and a few hundred megabytes hold.
 void Run::keep(const std::vector<Verdict> &verdicts, const Acquisition &acquisition)
 {
     const bool pictures = !m_options.report.report.empty() || !m_options.report.reportDir.empty();
     for (const Verdict &v : verdicts) {
         if (pictures && !::passed(v) && m_failing.size() < size_t(reportPictureLimit(m_options.report))) {
             for (const WaveformData &w : acquisition.waveforms) {
-                if (w.name.toStdString() == v.waveform)
+                if (w.name.toStdString() == v.waveform && m_keptSamples + w.samples->size() <= KEPT_SAMPLES) {
                     m_failing[m_verdicts.size()] = w;
+                    m_keptSamples += w.samples->size();
+                }
             }
         }
         m_verdicts.push_back(v);
