@@ -51,14 +51,18 @@
         <translation>Hüllkurve von %1</translation>
     </message>
     <message>
-        <source>Shift+drag: move in time
+        <source>Drag: move the nearer limit
+Shift+drag: move in time
 Double-click: add a knot
 Delete: remove
-Enter: type values</source>
-        <translation>Umschalt+Ziehen: zeitlich verschieben
+Enter: type values
+G: switch off (a gap) or on</source>
+        <translation>Ziehen: die nähere Grenze verschieben
+Umschalt+Ziehen: zeitlich verschieben
 Doppelklick: Knoten hinzufügen
 Entf: entfernen
-Eingabe: Werte eintippen</translation>
+Eingabe: Werte eintippen
+G: ausschalten (eine Lücke) oder einschalten</translation>
     </message>
 </context>
 <context>
@@ -192,6 +196,16 @@ oben %4, unten %5</translation>
     <message>
         <source>%1/div</source>
         <translation>%1/Div</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n without handles here:
+zoom in to reach them</source>
+        <translation>
+            <numerusform>%n davon ohne Griffe hier:
+zum Erreichen hineinzoomen</numerusform>
+            <numerusform>%n davon ohne Griffe hier:
+zum Erreichen hineinzoomen</numerusform>
+        </translation>
     </message>
 </context>
 <context>

@@ -2,97 +2,6 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE">
 <context>
-    <name>LiveRun</name>
-    <message>
-        <source>Acquire</source>
-        <translation>Erfassen</translation>
-    </message>
-    <message>
-        <source>Device…</source>
-        <translation>Gerät…</translation>
-    </message>
-    <message>
-        <source>Run</source>
-        <translation>Laufen</translation>
-    </message>
-    <message>
-        <source>Single</source>
-        <translation>Einzeln</translation>
-    </message>
-    <message>
-        <source>Stop</source>
-        <translation>Stopp</translation>
-    </message>
-    <message>
-        <source>Stop on Failure</source>
-        <translation>Bei Fehler anhalten</translation>
-    </message>
-    <message>
-        <source>Save Failures</source>
-        <translation>Fehler speichern</translation>
-    </message>
-    <message>
-        <source>Beep on Failure</source>
-        <translation>Bei Fehler piepen</translation>
-    </message>
-    <message>
-        <source>Make From Acquisitions…</source>
-        <translation>Aus Erfassungen erstellen…</translation>
-    </message>
-    <message>
-        <source>Open Last Failure</source>
-        <translation>Letzten Fehler öffnen</translation>
-    </message>
-    <message>
-        <source>Device</source>
-        <translation>Gerät</translation>
-    </message>
-    <message>
-        <source>Driver:</source>
-        <translation>Treiber:</translation>
-    </message>
-    <message>
-        <source>Connection:</source>
-        <translation>Verbindung:</translation>
-    </message>
-    <message>
-        <source>Scan</source>
-        <translation>Suchen</translation>
-    </message>
-    <message>
-        <source>Channels:</source>
-        <translation>Kanäle:</translation>
-    </message>
-    <message>
-        <source>Sample rate:</source>
-        <translation>Abtastrate:</translation>
-    </message>
-    <message>
-        <source>Samples:</source>
-        <translation>Abtastwerte:</translation>
-    </message>
-    <message>
-        <source>Options:</source>
-        <translation>Optionen:</translation>
-    </message>
-    <message>
-        <source>Save failures to:</source>
-        <translation>Fehler speichern in:</translation>
-    </message>
-    <message>
-        <source>No device found.</source>
-        <translation>Kein Gerät gefunden.</translation>
-    </message>
-    <message>
-        <source>Make From Acquisitions</source>
-        <translation>Aus Erfassungen erstellen</translation>
-    </message>
-    <message>
-        <source>Acquisitions:</source>
-        <translation>Erfassungen:</translation>
-    </message>
-</context>
-<context>
     <name>CheckAgainst</name>
     <message>
         <source>Check Against…</source>
@@ -313,6 +222,204 @@
         <source>Make From %1 Captures</source>
         <translation>Aus %1 Aufnahmen erstellen</translation>
     </message>
+    <message>
+        <source>Switch Knot Off/On</source>
+        <translation>Knoten aus-/einschalten</translation>
+    </message>
+</context>
+<context>
+    <name>ExportActions</name>
+    <message>
+        <source>Export Image</source>
+        <translation>Bild exportieren</translation>
+    </message>
+    <message>
+        <source> px</source>
+        <translation> px</translation>
+    </message>
+    <message>
+        <source>Width:</source>
+        <translation>Breite:</translation>
+    </message>
+    <message>
+        <source>Height:</source>
+        <translation>Höhe:</translation>
+    </message>
+    <message>
+        <source>Export Image…</source>
+        <translation>Bild exportieren…</translation>
+    </message>
+    <message>
+        <source>Export Report…</source>
+        <translation>Bericht exportieren…</translation>
+    </message>
+    <message>
+        <source>PNG image (*.png);;SVG image (*.svg)</source>
+        <translation>PNG-Bild (*.png);;SVG-Bild (*.svg)</translation>
+    </message>
+    <message>
+        <source>Could not write %1: %2</source>
+        <translation>%1 konnte nicht geschrieben werden: %2</translation>
+    </message>
+    <message>
+        <source>Wrote %1</source>
+        <translation>%1 geschrieben</translation>
+    </message>
+    <message>
+        <source>no waveform has an envelope to check against</source>
+        <translation>keine Kurve hat eine Hüllkurve, gegen die geprüft werden kann</translation>
+    </message>
+    <message>
+        <source>Export Report</source>
+        <translation>Bericht exportieren</translation>
+    </message>
+    <message>
+        <source>HTML report (*.html)</source>
+        <translation>HTML-Bericht (*.html)</translation>
+    </message>
+</context>
+<context>
+    <name>LiveRun</name>
+    <message>
+        <source>Acquire</source>
+        <translation>Erfassen</translation>
+    </message>
+    <message>
+        <source>Device…</source>
+        <translation>Gerät…</translation>
+    </message>
+    <message>
+        <source>Run</source>
+        <translation>Laufen</translation>
+    </message>
+    <message>
+        <source>Single</source>
+        <translation>Einzeln</translation>
+    </message>
+    <message>
+        <source>Stop</source>
+        <translation>Stopp</translation>
+    </message>
+    <message>
+        <source>Stop on Failure</source>
+        <translation>Bei Fehler anhalten</translation>
+    </message>
+    <message>
+        <source>Save Failures</source>
+        <translation>Fehler speichern</translation>
+    </message>
+    <message>
+        <source>Beep on Failure</source>
+        <translation>Bei Fehler piepen</translation>
+    </message>
+    <message>
+        <source>Make From Acquisitions…</source>
+        <translation>Aus Erfassungen erstellen…</translation>
+    </message>
+    <message>
+        <source>Open Last Failure</source>
+        <translation>Letzten Fehler öffnen</translation>
+    </message>
+    <message>
+        <source>Device</source>
+        <translation>Gerät</translation>
+    </message>
+    <message>
+        <source>Driver:</source>
+        <translation>Treiber:</translation>
+    </message>
+    <message>
+        <source>Connection:</source>
+        <translation>Verbindung:</translation>
+    </message>
+    <message>
+        <source>Scan</source>
+        <translation>Suchen</translation>
+    </message>
+    <message>
+        <source>Channels:</source>
+        <translation>Kanäle:</translation>
+    </message>
+    <message>
+        <source>Sample rate:</source>
+        <translation>Abtastrate:</translation>
+    </message>
+    <message>
+        <source>Samples:</source>
+        <translation>Abtastwerte:</translation>
+    </message>
+    <message>
+        <source>Options:</source>
+        <translation>Optionen:</translation>
+    </message>
+    <message>
+        <source>Save failures to:</source>
+        <translation>Fehler speichern in:</translation>
+    </message>
+    <message>
+        <source>No device found.</source>
+        <translation>Kein Gerät gefunden.</translation>
+    </message>
+    <message>
+        <source>Make From Acquisitions</source>
+        <translation>Aus Erfassungen erstellen</translation>
+    </message>
+    <message>
+        <source>Acquisitions:</source>
+        <translation>Erfassungen:</translation>
+    </message>
+    <message>
+        <source>A1: amplitude=9; A2: offset=1</source>
+        <translation>A1: amplitude=9; A2: offset=1</translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation>%1: %2</translation>
+    </message>
+    <message>
+        <source>The number of samples must be a count above zero.</source>
+        <translation>Die Zahl der Abtastwerte muss eine ganze Zahl über null sein.</translation>
+    </message>
+    <message>
+        <source>running</source>
+        <translation>läuft</translation>
+    </message>
+    <message>
+        <source>Make From Acquisitions stopped before it had its acquisitions</source>
+        <translation>Aus Erfassungen erstellen wurde beendet, bevor alle Erfassungen vorlagen</translation>
+    </message>
+    <message>
+        <source>stopped</source>
+        <translation>angehalten</translation>
+    </message>
+    <message>
+        <source>Tested: %1
+Passed: %2
+Failed: %3
+Fail rate: %4 %
+Acquisitions/s: %5</source>
+        <translation>Geprüft: %1
+Bestanden: %2
+Durchgefallen: %3
+Fehlerquote: %4 %
+Erfassungen/s: %5</translation>
+    </message>
+    <message>
+        <source>
+Last failure: %1 s into the run</source>
+        <translation>
+Letzter Fehler: %1 s nach Laufbeginn</translation>
+    </message>
+    <message>
+        <source>
+Device: %1, %2</source>
+        <translation>
+Gerät: %1, %2</translation>
+    </message>
+    <message>
+        <source>gathering: %1 to go</source>
+        <translation>sammelt: noch %1</translation>
+    </message>
 </context>
 <context>
     <name>MeasurementsDock</name>
@@ -336,6 +443,42 @@
         <source>none</source>
         <translation>keiner</translation>
     </message>
+    <message>
+        <source>Set Limit</source>
+        <translation>Grenze setzen</translation>
+    </message>
+    <message>
+        <source>%1 of %2, in %3</source>
+        <translation>%1 von %2, in %3</translation>
+    </message>
+    <message>
+        <source>At least:</source>
+        <translation>Mindestens:</translation>
+    </message>
+    <message>
+        <source>At most:</source>
+        <translation>Höchstens:</translation>
+    </message>
+    <message>
+        <source>Give at least one bound, or remove the limit.</source>
+        <translation>Geben Sie mindestens eine Schranke an oder entfernen Sie die Grenze.</translation>
+    </message>
+    <message>
+        <source>Set Limit…</source>
+        <translation>Grenze setzen…</translation>
+    </message>
+    <message>
+        <source>Remove Limit</source>
+        <translation>Grenze entfernen</translation>
+    </message>
+    <message>
+        <source>The limit was not stored: %1</source>
+        <translation>Die Grenze wurde nicht gespeichert: %1</translation>
+    </message>
+    <message>
+        <source>The limit was not removed: %1</source>
+        <translation>Die Grenze wurde nicht entfernt: %1</translation>
+    </message>
 </context>
 <context>
     <name>QObject</name>
@@ -346,6 +489,10 @@
     <message>
         <source>no waveform named %1</source>
         <translation>keine Kurve namens %1</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is not KEY=VALUE</source>
+        <translation>„%1“ ist nicht SCHLÜSSEL=WERT</translation>
     </message>
 </context>
 <context>

@@ -39,17 +39,11 @@ struct Options
     std::vector<std::string> files;
     std::string reference;
     std::string junit;
-    std::string report;    // HTML
-    std::string reportDir; // a picture per failing waveform, named in the JUnit report
+    ReportOptions report;
     bool json = false;
     AlignmentOptions align;
     unsigned jobs = 0; // 0: one per core
 };
-
-bool passed(const Verdict &v)
-{
-    return (!v.enveloped || v.result.passed()) && v.limits.passed();
-}
 
 [[noreturn]] void badOption(const std::string &why)
 {
@@ -97,7 +91,7 @@ Options parseOptions(const std::vector<std::string> &args)
         if (a == "--json")
             o.json = true;
         else if ((a == "--reference" || a == "--junit" || a == "--report" || a == "--report-dir") && i + 1 < args.size())
-            (a == "--reference" ? o.reference : a == "--junit" ? o.junit : a == "--report" ? o.report : o.reportDir) = args[++i];
+            (a == "--reference" ? o.reference : a == "--junit" ? o.junit : a == "--report" ? o.report.report : o.report.reportDir) = args[++i];
         else if (a == "--align" && i + 1 < args.size())
             o.align.maxShift = parseAlignment(args[++i]);
         else if (a == "--trigger" && i + 1 < args.size())
@@ -113,6 +107,8 @@ Options parseOptions(const std::vector<std::string> &args)
         badOption("--align and --trigger exclude each other: align by the best fit or by a trigger, not both");
     if (o.files.empty())
         throw UsageError{};
+    o.report.reference = o.reference;
+    o.report.args = args;
     return o;
 }
 
@@ -122,6 +118,11 @@ QString seconds(double t)
 }
 
 } // namespace
+
+bool passed(const Verdict &v)
+{
+    return (!v.enveloped || v.result.passed()) && v.limits.passed();
+}
 
 QString describe(const Verdict &v)
 {
@@ -312,15 +313,6 @@ bool parseAlignmentArgument(const std::vector<std::string> &args, size_t &i, Ali
     return true;
 }
 
-namespace {
-
-// What a golden capture judges with: its envelopes and its measurement limits.
-struct Golden
-{
-    std::map<std::string, EnvelopeData> envelopes;
-    WaveformLimits limits;
-};
-
 Golden referenceGolden(const std::string &path)
 {
     Golden golden;
@@ -338,6 +330,8 @@ Golden referenceGolden(const std::string &path)
         throw Failure{path + ": the reference holds no envelope"};
     return golden;
 }
+
+namespace {
 
 // Why a check judged no sample, in plain words: every sample under the limits is NaN, or none
 // lies under them at all.
@@ -357,14 +351,6 @@ std::string nothingJudged(const WaveformData &waveform, const EnvelopeData &enve
 }
 
 } // namespace
-
-std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path)
-{
-    std::map<std::string, EnvelopeData> envelopes = referenceGolden(path).envelopes;
-    if (envelopes.empty())
-        throw Failure{path + ": the reference holds no envelope"};
-    return envelopes;
-}
 
 bool judgeWaveform(const WaveformData &waveform, const EnvelopeData &envelope, const AlignmentOptions &align,
                    EnvelopeCheckResult &result, std::string &trouble)
@@ -495,21 +481,25 @@ std::vector<Outcome> checkAll(const Options &options, const Golden *reference)
     return outcomes;
 }
 
-// Per waveform and limited measurement, its spread over the batch.
-void printLimitStatistics(const std::vector<Verdict> &verdicts)
+} // namespace
+
+void LimitStatistics::add(const Verdict &v)
 {
-    MeasureStatistics statistics;
-    std::map<QString, QString> units;
-    for (const Verdict &v : verdicts) {
-        units[QString::fromStdString(v.waveform)] = v.unit;
-        for (const LimitOutcome &o : v.limits.outcomes) {
-            if (o.measured.valid())
-                statistics.add(QString::fromStdString(v.waveform), o.limit.measure, o.measured.value, &o.limit);
-        }
+    const QString name = QString::fromStdString(v.waveform);
+    m_units[name] = v.unit;
+    for (const LimitOutcome &o : v.limits.outcomes) {
+        if (o.measured.valid())
+            m_statistics.add(name, o.limit.measure, o.measured.value, &o.limit);
     }
-    for (const MeasureStatistics::Row &row : statistics.rows())
-        std::printf("%s\n", qPrintable(statisticsLine(row, units[row.waveform])));
 }
+
+void LimitStatistics::print(FILE *out) const
+{
+    for (const MeasureStatistics::Row &row : m_statistics.rows())
+        std::fprintf(out, "%s\n", printable(statisticsLine(row, m_units.at(row.waveform)).toStdString()).c_str());
+}
+
+namespace {
 
 // A file name part made of what every file system and CI server takes.
 QString fileNamePart(const QString &text)
@@ -519,44 +509,30 @@ QString fileNamePart(const QString &text)
     return part;
 }
 
-// The HTML report and the pictures of --report-dir, drawn offscreen by the graph from the files
-// read again (only failing waveforms, a bounded number of them). Gives the picture of each
-// verdict that has one in the folder.
-std::vector<QString> writeReports(const Options &options, const std::vector<std::string> &args,
-                                  const std::vector<Verdict> &verdicts, const std::vector<Trouble> &troubles,
-                                  const std::map<std::string, EnvelopeData> &reference)
+} // namespace
+
+int reportPictureLimit(const ReportOptions &options)
+{
+    return options.reportDir.empty() ? REPORT_PICTURE_LIMIT : 10 * REPORT_PICTURE_LIMIT;
+}
+
+// Only failing waveforms are drawn, a bounded number of them, so a long batch stays quick to
+// report and its file of a reasonable size.
+std::vector<QString> writeReports(const ReportOptions &options, const std::vector<Verdict> &verdicts,
+                                  const std::vector<Trouble> &troubles, const VerdictSource &source)
 {
     const auto application = startOffscreenPictures();
     std::vector<ReportRow> rows;
     for (const Verdict &v : verdicts)
-        rows.push_back({QString::fromStdString(v.file), QString::fromStdString(v.waveform), v.unit, v.result, describe(v)});
+        rows.push_back({QString::fromStdString(v.file), QString::fromStdString(v.waveform), v.unit, v.result, describe(v),
+                        v.enveloped, v.limits.outcomes});
     std::vector<ReportTrouble> notJudged;
     for (const Trouble &t : troubles)
         notJudged.push_back({QString::fromStdString(t.file), QString::fromStdString(t.reason)});
-    const ReportSource source = [&](const ReportRow &row, WaveformData &waveform, EnvelopeData &envelope) {
-        try {
-            const std::string file = row.file.toStdString();
-            const std::string name = row.waveform.toStdString();
-            waveform = loadWaveform(file, name, UINT64_MAX);
-            if (!options.reference.empty()) {
-                envelope = reference.at(name);
-                return true;
-            }
-            for (EnvelopedWaveform &w : envelopedWaveforms(file, readInfos(file))) {
-                if (w.name == name) {
-                    envelope = std::move(w.envelope);
-                    return true;
-                }
-            }
-            return false;
-        } catch (const Failure &) {
-            return false;
-        } catch (const std::out_of_range &) {
-            return false;
-        }
+    const ReportSource rowSource = [&](const ReportRow &row, WaveformData &waveform, EnvelopeData &envelope) {
+        return source(verdicts[static_cast<size_t>(&row - rows.data())], waveform, envelope);
     };
-    const int limit = options.reportDir.empty() ? REPORT_PICTURE_LIMIT : 10 * REPORT_PICTURE_LIMIT;
-    std::vector<FailurePictures> pictures = drawFailures(rows, source, limit);
+    std::vector<FailurePictures> pictures = drawFailures(rows, rowSource, reportPictureLimit(options));
     std::vector<QString> attachments(rows.size());
     if (!options.reportDir.empty()) {
         const QDir dir(QString::fromStdString(options.reportDir));
@@ -582,7 +558,7 @@ std::vector<QString> writeReports(const Options &options, const std::vector<std:
         }
         ReportInfo info;
         info.command = "vorn";
-        for (const std::string &a : args)
+        for (const std::string &a : options.args)
             info.command += " " + QString::fromStdString(a);
         info.reference = QString::fromStdString(options.reference);
         QString error;
@@ -590,6 +566,30 @@ std::vector<QString> writeReports(const Options &options, const std::vector<std:
             throw Failure{"cannot write " + options.report + ": " + error.toStdString()};
     }
     return attachments;
+}
+
+namespace {
+
+// A checked file's waveform read again, with the envelope it was judged against.
+bool readAgain(const Verdict &v, const Options &options, const Golden &reference, WaveformData &waveform, EnvelopeData &envelope)
+{
+    try {
+        waveform = loadWaveform(v.file, v.waveform, UINT64_MAX);
+        if (!options.reference.empty()) {
+            const auto it = reference.envelopes.find(v.waveform);
+            envelope = it != reference.envelopes.end() ? it->second : EnvelopeData();
+            return true;
+        }
+        for (EnvelopedWaveform &w : envelopedWaveforms(v.file, readInfos(v.file))) {
+            if (w.name == v.waveform) {
+                envelope = std::move(w.envelope);
+                return true;
+            }
+        }
+        return false;
+    } catch (const Failure &) {
+        return false;
+    }
 }
 
 } // namespace
@@ -632,13 +632,18 @@ int checkCaptures(const std::vector<std::string> &args)
             if (t.tested())
                 std::printf("%s\n", printable(t.line().toStdString()).c_str());
         }
-        printLimitStatistics(verdicts);
+        LimitStatistics statistics;
+        for (const Verdict &v : verdicts)
+            statistics.add(v);
+        statistics.print(stdout);
         std::printf("%zu files, %zu waveforms: %zu passed, %zu failed, %zu not judged\n", options.files.size(),
                     verdicts.size(), verdicts.size() - failed, failed, troubles.size());
     }
     std::vector<QString> attachments;
-    if (!options.report.empty() || !options.reportDir.empty())
-        attachments = writeReports(options, args, verdicts, troubles, reference.envelopes);
+    if (!options.report.report.empty() || !options.report.reportDir.empty())
+        attachments = writeReports(options.report, verdicts, troubles, [&](const Verdict &v, WaveformData &w, EnvelopeData &e) {
+            return readAgain(v, options, reference, w, e);
+        });
     if (!options.junit.empty() && !writeJUnit(options.junit, verdicts, troubles, attachments))
         throw Failure{"cannot write " + options.junit};
     if (!troubles.empty())

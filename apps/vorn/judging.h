@@ -9,6 +9,8 @@
 
 #include <QJsonObject>
 
+#include <cstdio>
+#include <functional>
 #include <map>
 
 struct Verdict
@@ -29,6 +31,18 @@ struct Trouble
     std::string reason;
 };
 
+// What a golden capture judges with: its envelopes and its measurement limits.
+struct Golden
+{
+    std::map<std::string, EnvelopeData> envelopes;
+    WaveformLimits limits;
+};
+
+// The envelopes and limits stored in the reference; throws when it holds neither.
+Golden referenceGolden(const std::string &path);
+
+bool passed(const Verdict &v); // by its envelope and its measurement limits
+
 // --align MAXSHIFT or --trigger LEVEL[:edge] at args[i], advancing i past it; false for another.
 bool parseAlignmentArgument(const std::vector<std::string> &args, size_t &i, AlignmentOptions &align);
 
@@ -37,8 +51,6 @@ bool parseAlignmentArgument(const std::vector<std::string> &args, size_t &i, Ali
 bool judgeWaveform(const WaveformData &waveform, const EnvelopeData &envelope, const AlignmentOptions &align,
                    EnvelopeCheckResult &result, std::string &trouble);
 
-// The envelopes stored in the reference, by waveform name; throws when it holds none.
-std::map<std::string, EnvelopeData> referenceEnvelopes(const std::string &path);
 
 QString describe(const Verdict &v);       // one line for people
 QString worstViolation(const Verdict &v); // the worst sample outside, for a one-line message
@@ -46,5 +58,35 @@ QJsonObject toJson(const Verdict &v);
 // One test case per verdict and trouble; a failing one names its picture in attachments, if any.
 bool writeJUnit(const std::string &path, const std::vector<Verdict> &verdicts, const std::vector<Trouble> &troubles,
                 const std::vector<QString> &attachments = {});
+
+// The spread of every limited measurement over a batch or a run, per waveform.
+class LimitStatistics
+{
+public:
+    void add(const Verdict &v);
+    // "A1 rise_time: 10 values, min ..., Cpk 2.1", a line each.
+    void print(FILE *out) const;
+
+private:
+    MeasureStatistics m_statistics;
+    std::map<QString, QString> m_units;
+};
+
+// The HTML report and the pictures of failing waveforms for --report and --report-dir.
+struct ReportOptions
+{
+    std::string report;    // HTML
+    std::string reportDir; // a picture per failing waveform, named in the JUnit report
+    std::string reference;
+    std::vector<std::string> args; // the command as given
+};
+// Failing waveforms drawn: as many as the report and the folder hold.
+int reportPictureLimit(const ReportOptions &options);
+// The samples and the envelope (none for limits alone) of a verdict, to draw them.
+using VerdictSource = std::function<bool(const Verdict &v, WaveformData &waveform, EnvelopeData &envelope)>;
+// Writes what options ask for, drawn offscreen by the graph; the picture of each verdict that
+// has one in the folder, for the JUnit attachments.
+std::vector<QString> writeReports(const ReportOptions &options, const std::vector<Verdict> &verdicts,
+                                  const std::vector<Trouble> &troubles, const VerdictSource &source);
 
 #endif

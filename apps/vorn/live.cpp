@@ -129,6 +129,7 @@ struct RunOptions
     AlignmentOptions align;
     bool json = false;
     std::string junit;
+    ReportOptions report;
 };
 
 RunOptions parseRunOptions(const std::vector<std::string> &args)
@@ -155,12 +156,18 @@ RunOptions parseRunOptions(const std::vector<std::string> &args)
             o.json = true;
         else if (a == "--junit" && hasValue)
             o.junit = rest[++i];
+        else if (a == "--report" && hasValue)
+            o.report.report = rest[++i];
+        else if (a == "--report-dir" && hasValue)
+            o.report.reportDir = rest[++i];
         else if (!parseAlignmentArgument(rest, i, o.align))
             throw UsageError{};
     }
     if (o.reference.empty() || (o.count && o.duration > 0.0) || std::isnan(o.duration) || o.duration < 0.0
         || (o.align.trigger && o.align.maxShift > 0.0))
         throw UsageError{};
+    o.report.reference = o.reference;
+    o.report.args = args;
     return o;
 }
 
@@ -175,27 +182,34 @@ std::string numbered(const std::string &dir, uint64_t n, const char *kind)
 class Run
 {
 public:
-    explicit Run(const RunOptions &options)
-        : m_options(options), m_reference(referenceEnvelopes(options.reference))
+    explicit Run(const RunOptions &options) : m_options(options), m_golden(referenceGolden(options.reference))
     {
-        for (const auto &[name, envelope] : m_reference)
+        for (const auto &[name, envelope] : m_golden.envelopes)
             m_envelopes.emplace_back(QString::fromStdString(name), envelope);
     }
 
     int exec();
 
 private:
-    // False when no waveform of the acquisition has an envelope in the reference.
+    // False when no waveform of the acquisition has an envelope or limits in the reference.
     bool judge(uint64_t n, double time, const Acquisition &acquisition);
+    std::vector<Verdict> judgeWaveforms(const std::string &label, const Acquisition &acquisition) const;
+    void keep(const std::vector<Verdict> &verdicts, const Acquisition &acquisition);
+    bool keepsVerdicts() const;
+    std::vector<QString> writeReports() const;
     void save(const std::string &dir, const char *kind, uint64_t n, const Acquisition &acquisition);
     void summary(double seconds, double acquiring) const;
     BatchTally &tally(const std::string &name);
 
     const RunOptions &m_options;
-    std::map<std::string, EnvelopeData> m_reference;
+    Golden m_golden;
     std::vector<std::pair<QString, EnvelopeData>> m_envelopes;
     std::vector<BatchTally> m_tallies; // in the order first judged
-    std::vector<Verdict> m_verdicts;   // kept for --junit only
+    LimitStatistics m_statistics;
+    std::vector<Verdict> m_verdicts;   // kept for --junit and the report only
+    std::map<size_t, WaveformData> m_failing; // the first failing waveforms, by verdict, to draw
+    static constexpr size_t KEPT_SAMPLES = size_t(32) << 20;
+    size_t m_keptSamples = 0;
     uint64_t m_judged = 0;
     uint64_t m_failed = 0;
     double m_judging = 0.0; // seconds
@@ -214,23 +228,34 @@ BatchTally &Run::tally(const std::string &name)
     return m_tallies.back();
 }
 
+std::vector<Verdict> Run::judgeWaveforms(const std::string &label, const Acquisition &acquisition) const
+{
+    std::vector<Verdict> verdicts;
+    const bool aligned = m_options.align.trigger || m_options.align.maxShift > 0.0;
+    for (const WaveformData &waveform : acquisition.waveforms) {
+        const std::string name = waveform.name.toStdString();
+        const auto envelope = m_golden.envelopes.find(name);
+        const auto limits = m_golden.limits.find(name);
+        const bool enveloped = envelope != m_golden.envelopes.end();
+        if (!enveloped && limits == m_golden.limits.end())
+            continue;
+        Verdict v{label, name, waveform.unit, {}, aligned, enveloped, {}};
+        std::string trouble;
+        if (enveloped && !judgeWaveform(waveform, envelope->second, m_options.align, v.result, trouble))
+            v.result.failure = QString::fromStdString(trouble);
+        if (limits != m_golden.limits.end())
+            v.limits = judgeLimits(waveform, limits->second);
+        verdicts.push_back(std::move(v));
+    }
+    return verdicts;
+}
+
 bool Run::judge(uint64_t n, double time, const Acquisition &acquisition)
 {
     const auto start = Clock::now();
     const double startCpu = threadSeconds();
     const std::string label = "acquisition " + std::to_string(n);
-    std::vector<Verdict> verdicts;
-    const bool aligned = m_options.align.trigger || m_options.align.maxShift > 0.0;
-    for (const WaveformData &waveform : acquisition.waveforms) {
-        const auto it = m_reference.find(waveform.name.toStdString());
-        if (it == m_reference.end())
-            continue;
-        Verdict v{label, it->first, waveform.unit, {}, aligned};
-        std::string trouble;
-        if (!judgeWaveform(waveform, it->second, m_options.align, v.result, trouble))
-            v.result.failure = QString::fromStdString(trouble);
-        verdicts.push_back(std::move(v));
-    }
+    const std::vector<Verdict> verdicts = judgeWaveforms(label, acquisition);
     m_judging += since(start);
     m_judgingCpu += threadSeconds() - startCpu;
     if (verdicts.empty())
@@ -240,9 +265,11 @@ bool Run::judge(uint64_t n, double time, const Acquisition &acquisition)
     std::vector<std::string> faults;
     QJsonArray rows;
     for (const Verdict &v : verdicts) {
-        tally(v.waveform).add(QString::fromStdString(label), v.result);
-        passed = passed && v.result.passed();
-        if (!v.result.passed())
+        if (v.enveloped)
+            tally(v.waveform).add(QString::fromStdString(label), v.result);
+        m_statistics.add(v);
+        passed = passed && ::passed(v);
+        if (!::passed(v))
             faults.push_back(v.waveform + ": " + worstViolation(v).toStdString());
         if (m_options.json)
             rows.append(toJson(v));
@@ -260,15 +287,54 @@ bool Run::judge(uint64_t n, double time, const Acquisition &acquisition)
         std::printf("%s\n", QJsonDocument(line).toJson(QJsonDocument::Compact).constData());
     } else {
         std::string shift;
-        if (aligned && passed)
+        if ((m_options.align.trigger || m_options.align.maxShift > 0.0) && passed && verdicts.front().enveloped)
             shift = "  shift " + ValueFormatter::formatWithUnit(verdicts.front().result.shift, "s").toStdString();
         std::printf("%6llu  %9.3f s  %s%s%s\n", static_cast<unsigned long long>(n), time, passed ? "pass" : "fail",
                     shift.c_str(), faults.empty() ? "" : ("  " + printable(join(faults, "; "))).c_str());
     }
     std::fflush(stdout);
-    if (!m_options.junit.empty())
-        m_verdicts.insert(m_verdicts.end(), verdicts.begin(), verdicts.end());
+    if (keepsVerdicts())
+        keep(verdicts, acquisition);
     return true;
+}
+
+bool Run::keepsVerdicts() const
+{
+    return !m_options.junit.empty() || !m_options.report.report.empty() || !m_options.report.reportDir.empty();
+}
+
+// Verdicts without their transitions, which a long run would pile up; the samples of the first
+// failures, as many as the report draws and a few hundred megabytes hold.
+void Run::keep(const std::vector<Verdict> &verdicts, const Acquisition &acquisition)
+{
+    const bool pictures = !m_options.report.report.empty() || !m_options.report.reportDir.empty();
+    for (const Verdict &v : verdicts) {
+        if (pictures && !::passed(v) && m_failing.size() < size_t(reportPictureLimit(m_options.report))) {
+            for (const WaveformData &w : acquisition.waveforms) {
+                if (w.name.toStdString() == v.waveform && m_keptSamples + w.samples->size() <= KEPT_SAMPLES) {
+                    m_failing[m_verdicts.size()] = w;
+                    m_keptSamples += w.samples->size();
+                }
+            }
+        }
+        m_verdicts.push_back(v);
+        m_verdicts.back().limits.measurements.transitions = {};
+    }
+}
+
+std::vector<QString> Run::writeReports() const
+{
+    if (m_options.report.report.empty() && m_options.report.reportDir.empty())
+        return {};
+    return ::writeReports(m_options.report, m_verdicts, {}, [this](const Verdict &v, WaveformData &waveform, EnvelopeData &envelope) {
+        const auto kept = m_failing.find(static_cast<size_t>(&v - m_verdicts.data()));
+        if (kept == m_failing.end())
+            return false;
+        waveform = kept->second;
+        const auto it = m_golden.envelopes.find(v.waveform);
+        envelope = it != m_golden.envelopes.end() ? it->second : EnvelopeData();
+        return true;
+    });
 }
 
 void Run::save(const std::string &dir, const char *kind, uint64_t n, const Acquisition &acquisition)
@@ -284,6 +350,7 @@ void Run::summary(double seconds, double acquiring) const
     FILE *out = m_options.json ? stderr : stdout;
     for (const BatchTally &t : m_tallies)
         std::fprintf(out, "%s\n", qPrintable(t.line()));
+    m_statistics.print(out);
     std::fprintf(out, "%llu acquisitions in %.1f s: %llu passed, %llu failed%s%s\n",
                  static_cast<unsigned long long>(m_judged), seconds,
                  static_cast<unsigned long long>(m_judged - m_failed), static_cast<unsigned long long>(m_failed),
@@ -317,10 +384,11 @@ int Run::exec()
     }
     const double seconds = since(start);
     summary(seconds, loop.acquiringSeconds());
-    if (!m_options.junit.empty() && !writeJUnit(m_options.junit, m_verdicts, {}))
+    const std::vector<QString> attachments = writeReports();
+    if (!m_options.junit.empty() && !writeJUnit(m_options.junit, m_verdicts, {}, attachments))
         throw Failure{"cannot write " + m_options.junit};
     if (!matched)
-        throw Failure{"no acquired channel has an envelope in " + m_options.reference};
+        throw Failure{"no acquired channel has an envelope or limits in " + m_options.reference};
     if (!loop.error().empty()) {
         std::fprintf(stderr, "vorn: %s\n", printable(loop.error()).c_str());
         return EXIT_DEVICE;

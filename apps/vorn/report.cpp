@@ -119,36 +119,73 @@ void writeHeader(Html &html, const ReportInfo &info)
     html.close();
 }
 
-// Per waveform: counts from the batch tally, and the capture closest to leaving its band.
-void writeSummary(Html &html, const std::vector<ReportRow> &rows)
+// Per waveform: how many were judged and failed, and the capture closest to leaving its band.
+void writeTally(Html &html, const std::vector<ReportRow> &rows)
 {
-    std::vector<BatchTally> tallies;
-    std::map<QString, const ReportRow *> worst;
+    struct Tally
+    {
+        QString waveform;
+        int tested = 0, failed = 0;
+        const ReportRow *worst = nullptr;
+    };
+    std::vector<Tally> tallies;
     for (const ReportRow &row : rows) {
-        auto tally = std::find_if(tallies.begin(), tallies.end(), [&](const BatchTally &t) { return t.name() == row.waveform; });
-        if (tally == tallies.end())
-            tally = tallies.insert(tallies.end(), BatchTally(row.waveform));
-        tally->add(row.file, row.result);
-        const ReportRow *&w = worst[row.waveform];
-        if (!std::isnan(row.result.minMargin) && (!w || !(w->result.minMargin <= row.result.minMargin)))
-            w = &row;
+        auto t = std::find_if(tallies.begin(), tallies.end(), [&](const Tally &other) { return other.waveform == row.waveform; });
+        if (t == tallies.end())
+            t = tallies.insert(tallies.end(), Tally{row.waveform});
+        ++t->tested;
+        t->failed += !row.passed();
+        if (row.enveloped && !std::isnan(row.result.minMargin) && (!t->worst || !(t->worst->result.minMargin <= row.result.minMargin)))
+            t->worst = &row;
     }
-    html.text("h2", QStringLiteral("Summary"));
     html.open("table");
     html.row({"Waveform", "Tested", "Passed", "Failed", "Fail rate", "Worst margin", "Where"}, "th");
-    for (const BatchTally &t : tallies) {
-        const ReportRow *w = worst[t.name()];
+    for (const Tally &t : tallies) {
+        const ReportRow *w = t.worst;
         QString where;
         if (w) {
             where = QFileInfo(w->file).fileName();
             if (w->result.violations())
                 where += QStringLiteral(" at %1").arg(seconds(w->result.worst().time));
         }
-        html.row({t.name(), QString::number(t.tested()), QString::number(t.passed()), QString::number(t.failed()),
-                  QString::number(100.0 * t.failed() / std::max(1, t.tested()), 'f', 1) + QStringLiteral(" %"),
+        html.row({t.waveform, QString::number(t.tested), QString::number(t.tested - t.failed), QString::number(t.failed),
+                  QString::number(100.0 * t.failed / std::max(1, t.tested), 'f', 1) + QStringLiteral(" %"),
                   w ? marginText(w->result.minMargin) : QStringLiteral("none"), where});
     }
     html.close();
+}
+
+// Per waveform and limited measurement, its spread over the batch, as the command's summary gives it.
+void writeStatistics(Html &html, const std::vector<ReportRow> &rows)
+{
+    MeasureStatistics statistics;
+    std::map<QString, QString> units;
+    for (const ReportRow &row : rows) {
+        units[row.waveform] = row.unit;
+        for (const LimitOutcome &o : row.limits) {
+            if (o.measured.valid())
+                statistics.add(row.waveform, o.limit.measure, o.measured.value, &o.limit);
+        }
+    }
+    const std::vector<MeasureStatistics::Row> spread = statistics.rows();
+    if (spread.empty())
+        return;
+    html.text("h3", QStringLiteral("Measurement limits"));
+    html.open("table");
+    html.row({"Waveform", "Measurement", "Values", "Min", "Mean", "Max", "Std dev", "Cpk"}, "th");
+    for (const MeasureStatistics::Row &r : spread) {
+        const auto f = [&](double v) { return formatMeasure(r.measure, v, units[r.waveform]); };
+        html.row({r.waveform, QLatin1String(measureKey(r.measure)), QString::number(r.count), f(r.min), f(r.mean), f(r.max),
+                  f(r.stddev), std::isnan(r.cpk) ? QStringLiteral("none") : QString::number(r.cpk, 'f', 2)});
+    }
+    html.close();
+}
+
+void writeSummary(Html &html, const std::vector<ReportRow> &rows)
+{
+    html.text("h2", QStringLiteral("Summary"));
+    writeTally(html, rows);
+    writeStatistics(html, rows);
 }
 
 void writeVerdicts(Html &html, const std::vector<ReportRow> &rows, const std::vector<ReportTrouble> &troubles)
@@ -157,7 +194,7 @@ void writeVerdicts(Html &html, const std::vector<ReportRow> &rows, const std::ve
     html.open("table");
     html.row({"Capture", "Waveform", "Verdict", "Details"}, "th");
     for (const ReportRow &row : rows)
-        html.row({row.file, row.waveform, row.result.passed() ? "pass" : "fail", row.details}, "td", 2);
+        html.row({row.file, row.waveform, row.passed() ? "pass" : "fail", row.details}, "td", 2);
     for (const ReportTrouble &t : troubles)
         html.row({t.file, QString(), "not judged", t.reason}, "td");
     html.close();
@@ -168,7 +205,7 @@ void writeFailures(Html &html, const std::vector<ReportRow> &rows, const std::ve
     size_t failed = 0;
     size_t drawn = 0;
     for (size_t i = 0; i < rows.size(); ++i) {
-        if (rows[i].result.passed())
+        if (rows[i].passed())
             continue;
         if (failed++ == 0)
             html.text("h2", QStringLiteral("Failures"));
@@ -187,6 +224,12 @@ void writeFailures(Html &html, const std::vector<ReportRow> &rows, const std::ve
 }
 
 } // namespace
+
+bool ReportRow::passed() const
+{
+    return (!enveloped || result.passed())
+           && std::all_of(limits.begin(), limits.end(), [](const LimitOutcome &o) { return o.passed(); });
+}
 
 std::unique_ptr<QApplication> startOffscreenPictures()
 {
@@ -215,7 +258,9 @@ FailurePictures drawFailure(const WaveformData &waveform, const EnvelopeData &en
     graph.setUseOpenGL(false);
     const int index = graph.addWaveform(waveform);
     graph.displayGraph();
-    graph.setEnvelope(index, envelope);
+    // A waveform judged by its measurement limits alone is drawn without a band.
+    if (!envelope.isEmpty())
+        graph.setEnvelope(index, envelope);
     if (shift != 0.0)
         graph.setWaveformShift(index, shift);
     // The chart alone: the tree of channels beside it is the viewer's, not the picture's.
@@ -246,7 +291,7 @@ std::vector<FailurePictures> drawFailures(const std::vector<ReportRow> &rows, co
 {
     std::vector<FailurePictures> pictures(rows.size());
     for (size_t i = 0; i < rows.size() && limit > 0; ++i) {
-        if (rows[i].result.passed())
+        if (rows[i].passed())
             continue;
         --limit;
         WaveformData waveform;

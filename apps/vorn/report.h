@@ -5,6 +5,7 @@
 // in their envelopes drawn by the graph itself, offscreen, so that they look like the viewer.
 
 #include "vornmask.h"
+#include "vornmeasure.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -25,6 +26,9 @@ struct ReportRow
     QString unit;
     EnvelopeCheckResult result;
     QString details; // the verdict's line as the command prints it
+    bool enveloped = true;              // false: judged by its measurement limits alone
+    std::vector<LimitOutcome> limits;   // the measurement limits applied and the values measured
+    bool passed() const;
 };
 
 // A capture, or a waveform of one, that could not be judged.

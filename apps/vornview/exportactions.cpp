@@ -168,7 +168,7 @@ bool ExportActions::exportReport(const QString &path, QString *error) const
             continue;
         const WaveformData waveform = graph->waveformData(i);
         const EnvelopeCheckResult result = graph->envelopeCheckResult(i);
-        rows.push_back({m_filePath, graph->waveformName(i), waveform.unit, result, lines.value(int(rows.size()))});
+        rows.push_back({m_filePath, graph->waveformName(i), waveform.unit, result, lines.value(int(rows.size())), true, {}});
         pictures.emplace_back();
         if (!result.passed() && drawn++ < REPORT_PICTURE_LIMIT)
             pictures.back() = drawFailure(waveform, graph->envelope(i), graph->waveformShift(i));

@@ -3,9 +3,17 @@
 #include "vorngraph.h"
 #include "waveformwindow.h"
 
+#include <QAction>
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QDockWidget>
+#include <QFormLayout>
 #include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMainWindow>
+#include <QMenu>
+#include <QMessageBox>
 #include <QTimer>
 #include <QTreeWidget>
 
@@ -63,10 +71,57 @@ void marksOf(const PulseMeasurements &p, Measure m, QVector<double> &times, QVec
     levels.erase(std::remove_if(levels.begin(), levels.end(), [](double v) { return !std::isfinite(v); }), levels.end());
 }
 
+// The limit typed as a lower and an upper bound, either left empty for none. False when
+// cancelled; the bounds are read by the same rules as vorn limits.
+bool askLimit(QWidget *parent, MeasurementLimit &limit, const QString &unit)
+{
+    QDialog dialog(parent);
+    dialog.setWindowTitle(MeasurementsDock::tr("Set Limit"));
+    const QString key = QLatin1String(measureKey(limit.measure));
+    auto *minimum = new QLineEdit(&dialog);
+    auto *maximum = new QLineEdit(&dialog);
+    for (QLineEdit *edit : {minimum, maximum})
+        edit->setPlaceholderText(MeasurementsDock::tr("none"));
+    if (!std::isnan(limit.min))
+        minimum->setText(formatMeasure(limit.measure, limit.min, unit));
+    if (!std::isnan(limit.max))
+        maximum->setText(formatMeasure(limit.measure, limit.max, unit));
+    auto *problem = new QLabel(&dialog);
+    problem->setWordWrap(true);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
+    auto *form = new QFormLayout(&dialog);
+    form->addRow(new QLabel(MeasurementsDock::tr("%1 of %2, in %3").arg(key, limit.waveform, measureUnit(limit.measure, unit)), &dialog));
+    form->addRow(MeasurementsDock::tr("At least:"), minimum);
+    form->addRow(MeasurementsDock::tr("At most:"), maximum);
+    form->addRow(problem);
+    form->addRow(buttons);
+    MeasurementLimit typed;
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
+        const QString low = minimum->text().trimmed(), high = maximum->text().trimmed();
+        const QString text = low.isEmpty() ? key + QStringLiteral("<=") + high
+                             : high.isEmpty() ? key + QStringLiteral(">=") + low
+                                              : low + QStringLiteral("<=") + key + QStringLiteral("<=") + high;
+        typed = MeasurementLimit{limit.waveform, limit.measure};
+        QString error;
+        if (low.isEmpty() && high.isEmpty())
+            problem->setText(MeasurementsDock::tr("Give at least one bound, or remove the limit."));
+        else if (!parseLimitExpression(text, unit, typed, &error))
+            problem->setText(error);
+        else
+            dialog.accept();
+    });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    if (dialog.exec() != QDialog::Accepted)
+        return false;
+    limit = typed;
+    return true;
+}
+
 } // namespace
 
 MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document, const QString &path)
-    : QObject(document), m_document(document), m_settle(new QTimer(this))
+    : QObject(document), m_document(document), m_settle(new QTimer(this)), m_setLimit(new QAction(tr("Set Limit…"), this)),
+      m_removeLimit(new QAction(tr("Remove Limit"), this))
 {
     QString error;
     if (!loadLimits(path, m_limits, &error))
@@ -91,7 +146,87 @@ MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document
     connect(graph, &VornGraph::waveformSelectionChanged, this, later);
     connect(graph, &VornGraph::cursorsVisibleChanged, this, later);
     connect(m_table, &QTreeWidget::currentItemChanged, this, &MeasurementsDock::onCurrentItemChanged);
+    m_table->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_table, &QWidget::customContextMenuRequested, this, &MeasurementsDock::onContextMenuRequested);
+    connect(m_table, &QTreeWidget::itemDoubleClicked, m_setLimit, &QAction::trigger);
+    connect(m_setLimit, &QAction::triggered, this, &MeasurementsDock::onSetLimitTriggered);
+    connect(m_removeLimit, &QAction::triggered, this, &MeasurementsDock::onRemoveLimitTriggered);
     refresh();
+}
+
+bool MeasurementsDock::setLimit(const MeasurementLimit &limit, QString *error)
+{
+    std::vector<MeasurementLimit> limits = m_limits;
+    const auto same = [&](const MeasurementLimit &l) { return l.waveform == limit.waveform && l.measure == limit.measure; };
+    const auto it = std::find_if(limits.begin(), limits.end(), same);
+    if (it != limits.end())
+        *it = limit;
+    else
+        limits.push_back(limit);
+    return storeLimits(limits, error);
+}
+
+bool MeasurementsDock::removeLimit(const QString &waveform, Measure measure, QString *error)
+{
+    std::vector<MeasurementLimit> limits = m_limits;
+    limits.erase(std::remove_if(limits.begin(), limits.end(),
+                                [&](const MeasurementLimit &l) { return l.waveform == waveform && l.measure == measure; }),
+                 limits.end());
+    return storeLimits(limits, error);
+}
+
+// Written as the window's own saves are, so that its next Save knows the file as written here.
+bool MeasurementsDock::storeLimits(const std::vector<MeasurementLimit> &limits, QString *error)
+{
+    if (!m_document->rewriteFile([&](const QString &path, QString *why) { return saveLimits(path, limits, why); }, error))
+        return false;
+    m_limits = limits;
+    refresh();
+    return true;
+}
+
+bool MeasurementsDock::chosenRow(QString &waveform, Measure &measure, QString &unit) const
+{
+    const QTreeWidgetItem *row = m_table->currentItem();
+    if (!row || !row->data(0, MEASURE_ROLE).isValid())
+        return false;
+    const int index = row->data(0, WAVEFORM_ROLE).toInt();
+    waveform = m_document->graph()->waveformName(index);
+    unit = m_document->graph()->waveformData(index).unit;
+    measure = static_cast<Measure>(row->data(0, MEASURE_ROLE).toInt());
+    return true;
+}
+
+void MeasurementsDock::onContextMenuRequested(const QPoint &position)
+{
+    QString waveform, unit;
+    Measure measure;
+    if (!chosenRow(waveform, measure, unit))
+        return;
+    m_removeLimit->setEnabled(limitFor(waveform, measure) != nullptr);
+    QMenu menu(m_table);
+    menu.addActions({m_setLimit, m_removeLimit});
+    menu.exec(m_table->viewport()->mapToGlobal(position));
+}
+
+void MeasurementsDock::onSetLimitTriggered()
+{
+    QString waveform, unit, error;
+    Measure measure;
+    if (!chosenRow(waveform, measure, unit))
+        return;
+    const MeasurementLimit *old = limitFor(waveform, measure);
+    MeasurementLimit limit = old ? *old : MeasurementLimit{waveform, measure};
+    if (askLimit(m_table, limit, unit) && !setLimit(limit, &error))
+        QMessageBox::warning(m_table, tr("Set Limit"), tr("The limit was not stored: %1").arg(error));
+}
+
+void MeasurementsDock::onRemoveLimitTriggered()
+{
+    QString waveform, unit, error;
+    Measure measure;
+    if (chosenRow(waveform, measure, unit) && limitFor(waveform, measure) && !removeLimit(waveform, measure, &error))
+        QMessageBox::warning(m_table, tr("Remove Limit"), tr("The limit was not removed: %1").arg(error));
 }
 
 const MeasurementLimit *MeasurementsDock::limitFor(const QString &waveform, Measure measure) const

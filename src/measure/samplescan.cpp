@@ -211,6 +211,35 @@ SampleScan scanSamples(const double *samples, size_t count)
     return scan;
 }
 
+namespace {
+
+// The largest (or, false, the smallest) of samples [first, last), a NaN passed over as
+// max_element passes it, two samples at a time in each of two vectors.
+template <bool Largest>
+double rangeExtreme(const double *v, size_t first, size_t last)
+{
+    const auto beyond = [](auto a, auto m) { return Largest ? a > m : a < m; };
+    double m = Largest ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
+    size_t i = first;
+    if (last - first >= 4) {
+        Pair m0 = {m, m}, m1 = m0;
+        for (; i + 4 <= last; i += 4) {
+            Pair a, b;
+            std::memcpy(&a, v + i, sizeof a);
+            std::memcpy(&b, v + i + 2, sizeof b);
+            m0 = beyond(a, m0) ? a : m0;
+            m1 = beyond(b, m1) ? b : m1;
+        }
+        for (const double x : {m0[0], m0[1], m1[0], m1[1]})
+            m = beyond(x, m) ? x : m;
+    }
+    for (; i < last; ++i)
+        m = beyond(v[i], m) ? v[i] : m;
+    return m;
+}
+
+} // namespace
+
 // Whole blocks first, so that a ragged end whose block cannot beat them is not read at all.
 double spanMax(const SampleScan &scan, size_t first, size_t last)
 {
@@ -220,9 +249,9 @@ double spanMax(const SampleScan &scan, size_t first, size_t last)
     for (size_t b = head / SCAN_BLOCK; b < tail / SCAN_BLOCK; ++b)
         m = std::max(m, scan.blockMax[b]);
     if (first < head && scan.blockMax[first / SCAN_BLOCK] > m)
-        m = std::max(m, *std::max_element(scan.samples + first, scan.samples + head));
+        m = std::max(m, rangeExtreme<true>(scan.samples, first, head));
     if (tail < last && scan.blockMax[tail / SCAN_BLOCK] > m)
-        m = std::max(m, *std::max_element(scan.samples + tail, scan.samples + last));
+        m = std::max(m, rangeExtreme<true>(scan.samples, tail, last));
     return m;
 }
 
@@ -234,9 +263,9 @@ double spanMin(const SampleScan &scan, size_t first, size_t last)
     for (size_t b = head / SCAN_BLOCK; b < tail / SCAN_BLOCK; ++b)
         m = std::min(m, scan.blockMin[b]);
     if (first < head && scan.blockMin[first / SCAN_BLOCK] < m)
-        m = std::min(m, *std::min_element(scan.samples + first, scan.samples + head));
+        m = std::min(m, rangeExtreme<false>(scan.samples, first, head));
     if (tail < last && scan.blockMin[tail / SCAN_BLOCK] < m)
-        m = std::min(m, *std::min_element(scan.samples + tail, scan.samples + last));
+        m = std::min(m, rangeExtreme<false>(scan.samples, tail, last));
     return m;
 }
 

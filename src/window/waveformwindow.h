@@ -7,6 +7,8 @@
 #include <QVector>
 #include <QWidget>
 
+#include <functional>
+
 class QAction;
 class QLabel;
 class QMenu;
@@ -82,6 +84,12 @@ public:
     bool saveChangedEnvelopes();
     /// Whether the file on disk is still the one read (or last written) by this window.
     bool fileUnchangedSinceRead() const;
+    /// Runs write on the file, a change the host makes itself (such as members of its own beside
+    /// the envelopes), as the window's own saves run: refused, false with error, when the file on
+    /// disk is no longer the one read; once write succeeded, the file as written is the one read,
+    /// so that the next Save does not take it for a change made elsewhere. Envelope edits not yet
+    /// saved stay as they are. write gets the file's path and returns false with a reason.
+    bool rewriteFile(const std::function<bool(const QString &path, QString *error)> &write, QString *error = nullptr);
     /// Whether waveform index's envelope differs from the file as read or last saved here.
     bool isEnvelopeChanged(int index) const;
 

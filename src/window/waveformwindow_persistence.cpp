@@ -102,6 +102,21 @@ bool WaveformWindow::fileUnchangedSinceRead() const
     return !m_fileIdentity.isEmpty() && captureIdentity(m_filePath) == m_fileIdentity;
 }
 
+bool WaveformWindow::rewriteFile(const std::function<bool(const QString &path, QString *error)> &write, QString *error)
+{
+    if (!fileUnchangedSinceRead()) {
+        if (error)
+            *error = tr("%1 was changed or replaced on disk since it was read; nothing was written. "
+                        "Reload it, or save the envelopes as a new file.")
+                         .arg(QFileInfo(m_filePath).fileName());
+        return false;
+    }
+    if (!write(m_filePath, error))
+        return false;
+    m_fileIdentity = captureIdentity(m_filePath);
+    return true;
+}
+
 bool WaveformWindow::isEnvelopeChanged(int index) const
 {
     if (index < 0 || index >= m_graph->waveformCount())

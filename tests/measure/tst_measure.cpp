@@ -74,6 +74,8 @@ class TstMeasure : public QObject
 private slots:
     void measuresKnownSignals_data();
     void measuresKnownSignals();
+    void longSpansFindEveryTransitionOnce_data();
+    void longSpansFindEveryTransitionOnce();
     void fallsBackToExtremesWithoutClearMode();
     void parsesLimits_data();
     void parsesLimits();
@@ -143,6 +145,29 @@ void TstMeasure::measuresKnownSignals()
     QVERIFY2(v.valid(), qPrintable(v.reason));
     QVERIFY2(std::abs(v.value - expected) <= tolerance,
              qPrintable(QStringLiteral("%1, expected %2 +- %3").arg(v.value).arg(expected).arg(tolerance)));
+}
+
+// A span long enough to be searched from its middle too: the edges on both sides of the middle,
+// wherever in a pulse it falls, are each found once and in turn.
+void TstMeasure::longSpansFindEveryTransitionOnce_data()
+{
+    QTest::addColumn<int>("samples");
+    QTest::addColumn<int>("transitions");
+    QTest::newRow("middle on a rising edge") << 4242432 << 8485;
+    QTest::newRow("middle on a falling edge") << 4225024 << 8450;
+    QTest::newRow("middle in the low state") << 4224000 << 8448;
+}
+
+void TstMeasure::longSpansFindEveryTransitionOnce()
+{
+    QFETCH(int, samples);
+    QFETCH(int, transitions);
+    const PulseMeasurements m = measurePulses(make("train", 0.02, samples * DT));
+    QCOMPARE(int(m.transitions.size()), transitions);
+    for (size_t i = 1; i < m.transitions.size(); ++i) {
+        const Transition &t = m.transitions[i];
+        QVERIFY(t.rising != m.transitions[i - 1].rising && std::abs(t.midTime - m.transitions[i - 1].midTime - (t.rising ? 70e-6 : 30e-6)) < 1e-6);
+    }
 }
 
 void TstMeasure::fallsBackToExtremesWithoutClearMode()

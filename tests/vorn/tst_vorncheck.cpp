@@ -197,20 +197,23 @@ private slots:
                                     "missing.sr:missing.sr", "error:file not"}));
     }
 
-    // A batch with a failure and a file that cannot be read: a verdict row per waveform and one for
-    // the file, the failure drawn twice (whole and zoomed), every picture inline, and the JUnit
-    // report naming the picture written to the folder.
+    // A batch with failures and a file that cannot be read: a verdict row per waveform and one for
+    // the file, the spread of the limited measurement, the envelope's failure drawn twice (whole
+    // and zoomed) and the limit's once, every picture inline, and the JUnit report naming the
+    // pictures written to the folder.
     void reportOfABatch()
     {
         const QString html = path("report.html");
         const QString xmlPath = path("pictured.xml");
-        vorn({"check", path("good.sr"), path("tight.sr"), path("missing.sr"), "--report", html, "--report-dir",
-              path("pictures"), "--junit", xmlPath});
+        QVERIFY(QFile::copy(path("good.sr"), path("limited.sr")));
+        QCOMPARE(vorn({"limits", path("limited.sr"), "A1", "peak_to_peak<=1mV"}).exitCode, 0);
+        vorn({"check", path("good.sr"), path("limited.sr"), path("tight.sr"), path("missing.sr"), "--report", html,
+              "--report-dir", path("pictures"), "--junit", xmlPath});
         QFile file(html);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QXmlStreamReader xml(&file);
         int tables = 0;
-        QStringList rows;
+        QStringList rows, statistics;
         QStringList images;
         while (!xml.atEnd()) {
             if (xml.readNext() != QXmlStreamReader::StartElement)
@@ -221,16 +224,18 @@ private slots:
             }
             QVERIFY(xml.name() != QLatin1String("script") && xml.name() != QLatin1String("link"));
             tables += xml.name() == QLatin1String("table");
-            if (xml.name() == QLatin1String("tr") && tables == 2)
-                rows << xml.readElementText(QXmlStreamReader::IncludeChildElements).simplified().section(' ', 0, 2);
+            if (xml.name() == QLatin1String("tr") && tables >= 2)
+                (tables == 2 ? statistics : rows)
+                    << xml.readElementText(QXmlStreamReader::IncludeChildElements).simplified().section(' ', 0, 2);
             if (xml.name() == QLatin1String("img"))
                 images << (QImage::fromData(QByteArray::fromBase64(xml.attributes().value(QLatin1String("src")).toLatin1().mid(22)))
                                    .width() > 1000 ? "chart" : "no chart");
         }
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
-        QCOMPARE(rows, (QStringList{"Capture Waveform Verdict", path("good.sr") + " A1 pass", path("tight.sr") + " A1 fail",
-                                    path("missing.sr") + " not judged"}));
-        QCOMPARE(images, (QStringList{"chart", "chart"}));
+        QCOMPARE(rows, (QStringList{"Capture Waveform Verdict", path("good.sr") + " A1 pass", path("limited.sr") + " A1 fail",
+                                    path("tight.sr") + " A1 fail", path("missing.sr") + " not judged"}));
+        QCOMPARE(statistics, (QStringList{"Waveform Measurement Values", "A1 peak_to_peak 1"}));
+        QCOMPARE(images, (QStringList{"chart", "chart", "chart"}));
 
         QFile junit(xmlPath);
         QVERIFY(junit.open(QIODevice::ReadOnly));
@@ -240,9 +245,9 @@ private slots:
             if (cases.readNext() == QXmlStreamReader::StartElement && cases.name() == QLatin1String("property"))
                 attachments << cases.attributes().value(QLatin1String("value")).toString();
         }
-        QCOMPARE(attachments.size(), 1);
-        QVERIFY2(attachments[0].contains("tight") && !QImage(attachments[0]).isNull(), qPrintable(attachments[0]));
-        QVERIFY(junit.seek(0) && junit.readAll().contains("[[ATTACHMENT|" + attachments[0].toUtf8() + "]]"));
+        QCOMPARE(attachments.size(), 2);
+        QVERIFY2(attachments[1].contains("tight") && !QImage(attachments[1]).isNull(), qPrintable(attachments[1]));
+        QVERIFY(junit.seek(0) && junit.readAll().contains("[[ATTACHMENT|" + attachments[1].toUtf8() + "]]"));
     }
 
     // Captures of a production line started up to 0.8 ms earlier than the golden one: they pass once

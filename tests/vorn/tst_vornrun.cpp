@@ -4,6 +4,7 @@
 #include "zipfixture.h"
 
 #include <QDir>
+#include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -87,6 +88,28 @@ private slots:
                                 + " --count 2 -o " + path("tty.sr");
         const Run r = run("script", {"-qec", command, "/dev/null"});
         QVERIFY2(r.exitCode == 0 && r.out.contains("/10k samples, "), r.out + r.err);
+    }
+
+    // A reference with a measurement limit alone on A0 that no acquisition meets: each fails by
+    // it, the summary gives its spread, and the report and the JUnit pictures are written as
+    // check writes them.
+    void reportsARunJudgedByLimits()
+    {
+        const QString reference = path("limited.sr");
+        QVERIFY(QFile::copy(path("g-001.sr"), reference));
+        QCOMPARE(vorn({"limits", reference, "A0", "frequency<=1Hz"}).exitCode, 0);
+        const Run r = vorn(QStringList{"run", "demo"} + DEMO
+                           + QStringList{"--reference", reference, "--count", "2", "--report", path("run.html"),
+                                         "--report-dir", path("pictures"), "--junit", path("run.xml")});
+        QVERIFY2(r.exitCode == 3, r.out + r.err);
+        QVERIFY2(r.out.contains("A0 frequency: 2 values") && r.out.contains("2 failed"), r.out);
+        QFile html(path("run.html"));
+        QVERIFY(html.open(QIODevice::ReadOnly));
+        const QByteArray report = html.readAll();
+        QCOMPARE(report.count("<td class=\"fail\">fail</td>"), 2);
+        QCOMPARE(report.count("<td class=\"pass\">pass</td>"), 2); // A1 by its envelope
+        QCOMPARE(report.count("<img "), 2);
+        QCOMPARE(QDir(path("pictures")).entryList({"*.png"}, QDir::Files).size(), 2);
     }
 
 private:

@@ -1,5 +1,6 @@
 // The Measurements dock of the viewer, read through its table as a user reads it.
 
+#include "measurementsdock.h"
 #include "viewerwindow.h"
 #include "vorngraph.h"
 #include "vornmeasure.h"
@@ -62,6 +63,43 @@ private slots:
         const QColor colour = row()->foreground(1).color();
         QCOMPARE(verdict.isEmpty() ? "" : colour.green() > colour.red() ? "pass" : "fail", verdict);
         QCOMPARE(row()->text(2).isEmpty(), verdict.isEmpty());
+    }
+
+    // A limit set in the dock reaches the file beside an envelope edit not yet saved, which the
+    // next Save still writes; a file changed elsewhere meanwhile is left as it is.
+    void limitsSetInTheDockReachTheFile()
+    {
+        const QString path = m_dir.filePath("limited.sr");
+        QVERIFY(QFile::copy(m_path, path));
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(path));
+        auto *dock = viewer.findChild<MeasurementsDock *>();
+        WaveformWindow *document = viewer.document();
+        EnvelopeData band;
+        for (WaveformData *curve : {&band.upper, &band.lower}) {
+            curve->sampleInterval = 1e-3;
+            curve->samples.writable().assign(20, curve == &band.upper ? 4.0 : -1.0);
+        }
+        document->graph()->setEnvelope(0, band);
+        QVERIFY(document->hasUnsavedChanges());
+
+        QVERIFY(dock->setLimit({"A1", Measure::RiseTime, std::nan(""), 30e-6}));
+        QVERIFY(dock->removeLimit("A1", Measure::PulseWidth));
+        QVERIFY(document->hasUnsavedChanges());
+        QVERIFY2(document->saveChangedEnvelopes(), qPrintable(document->lastSaveError()));
+        std::vector<MeasurementLimit> stored;
+        QVERIFY(loadLimits(path, stored, nullptr));
+        QCOMPARE(stored.size(), size_t(1));
+        QCOMPARE(stored[0].max, 30e-6);
+        const QTreeWidgetItem *rise = dock->table()->findItems("rise_time", Qt::MatchExactly | Qt::MatchRecursive).value(0);
+        QVERIFY(rise && rise->foreground(1).color().green() > rise->foreground(1).color().red());
+        QCOMPARE(WaveformWindow(path, "again").graph()->hasEnvelope(0), true);
+
+        QVERIFY(saveLimits(path, {}, nullptr));
+        QString error;
+        QVERIFY(!dock->setLimit({"A1", Measure::Period, 1e-3, 2e-3}, &error));
+        QVERIFY2(error.contains("changed or replaced on disk"), qPrintable(error));
+        QVERIFY(loadLimits(path, stored, nullptr) && stored.empty());
     }
 
     void initTestCase()
