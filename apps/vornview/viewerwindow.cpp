@@ -161,7 +161,11 @@ bool ViewerWindow::loadFile(const QString &path)
     const QString problem = captureOpenProblem(absolute);
     if (!problem.isEmpty())
         QMessageBox::critical(this, tr("Reading waveform file failed"), problem, QMessageBox::Ok);
-    auto *document = problem.isEmpty() ? new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this) : nullptr;
+    // The chart's OpenGL widget would make the whole window compose through OpenGL, in software
+    // where there is no GPU; the graph draws its traces itself.
+    const auto withoutOpenGL = [](VornGraph *graph) { graph->setUseOpenGL(false); };
+    auto *document = problem.isEmpty() ? new WaveformWindow(absolute, QFileInfo(absolute).fileName(), this, withoutOpenGL)
+                                       : nullptr;
     if (!document || document->graph()->waveformCount() == 0) {
         delete document;
         storeRecentFiles(recent);

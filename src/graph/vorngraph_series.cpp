@@ -1,10 +1,12 @@
 #include "vorngraph.h"
 
+#include "interactivechartview.h"
 #include "minmaxpyramid.h"
 #include "traceitem.h"
 
 #include <QChart>
 #include <QLineSeries>
+#include <QOpenGLContext>
 #include <QPen>
 #include <QThreadPool>
 #include <QValueAxis>
@@ -93,8 +95,13 @@ void VornGraph::createSeriesForWaveform(const WaveformData &w)
 QLineSeries *VornGraph::createWaveformSeries()
 {
     auto *series = new QLineSeries;
+    if (m_useOpenGL)
+        series->setUseOpenGL(openGLAvailable());
     // The chart owns the series from here on.
     m_chart->addSeries(series);
+    // The chart's OpenGL widget appears with its first series that asks for it.
+    if (series->useOpenGL() && m_series.isEmpty())
+        hideChartOpenGLWidget();
     series->setColor(getWaveformColor(m_series.size()));
     QPen pen = series->pen();
     pen.setWidthF(1.0);
@@ -108,6 +115,29 @@ QLineSeries *VornGraph::createWaveformSeries()
     m_series.append(series);
     m_waveformVisible.append(true);
     return series;
+}
+
+// A series forced to OpenGL crashes where no context can be made (the offscreen platform), so it
+// asks only where one can. One probe per graph: a context takes milliseconds to make, which
+// thousands of waveforms would pay each.
+bool VornGraph::openGLAvailable()
+{
+    if (m_openGLProbe < 0) {
+        QOpenGLContext context;
+        m_openGLProbe = context.create() ? 1 : 0;
+    }
+    return m_openGLProbe == 1;
+}
+
+// m_traces draws every trace in the scene, under the envelopes, marks and the editor's handles;
+// the chart's OpenGL widget would paint the series once more over all of them.
+void VornGraph::hideChartOpenGLWidget()
+{
+    const QList<QWidget *> children = m_chartView->viewport()->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+    for (QWidget *child : children) {
+        if (child->inherits("QOpenGLWidget"))
+            child->hide();
+    }
 }
 
 void VornGraph::updateTraces()

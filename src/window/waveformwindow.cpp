@@ -10,6 +10,12 @@
 #include <QVBoxLayout>
 
 WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QWidget *parent)
+    : WaveformWindow(filePath, title, parent, {})
+{
+}
+
+WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QWidget *parent,
+                               const std::function<void(VornGraph *)> &prepareGraph)
     : QWidget(parent)
     , m_graph(new VornGraph(this))
     , m_filePath(filePath)
@@ -30,6 +36,8 @@ WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QW
     connect(m_graph, &VornGraph::waveformSelectionChanged, this, &WaveformWindow::onWaveformSelectionChanged);
     setupEnvelopeCheck();
 
+    if (prepareGraph)
+        prepareGraph(m_graph);
     loadWaveforms(filePath);
     m_graph->displayGraph();
 }

@@ -7,6 +7,8 @@
 #include <QVector>
 #include <QWidget>
 
+#include <functional>
+
 class QAction;
 class QLabel;
 class QMenu;
@@ -25,6 +27,10 @@ public:
     /// A file that cannot be read gets a message box and leaves the chart empty; the file is not
     /// touched.
     explicit WaveformWindow(const QString &filePath, const QString &title, QWidget *parent = nullptr);
+    /// The same, calling prepareGraph on graph() before the waveforms are displayed, for what
+    /// must be set before VornGraph::displayGraph() (VornGraph::setUseOpenGL()).
+    WaveformWindow(const QString &filePath, const QString &title, QWidget *parent,
+                   const std::function<void(VornGraph *)> &prepareGraph);
     /// Closes without asking; unsaved envelope changes are lost.
     ~WaveformWindow() override;
 
