@@ -126,14 +126,14 @@ void WaveformWindow::onCloseTriggered()
 void WaveformWindow::onEditEnvelopeTriggered()
 {
     const int index = m_graph->selectedWaveformIndex();
-    if (index >= 0 && !m_graph->isEnvelopeEditing())
-        m_graph->startEnvelopeEditing(index);
+    if (index >= 0)
+        showEnvelopeEditorDialog(index);
 }
 
 void WaveformWindow::onEditEnvelopeRequested(int waveformIndex)
 {
-    if (m_envelopeEditingEnabled && !m_graph->isEnvelopeEditing())
-        m_graph->startEnvelopeEditing(waveformIndex);
+    if (m_envelopeEditingEnabled)
+        showEnvelopeEditorDialog(waveformIndex);
 }
 
 void WaveformWindow::onDeleteEnvelopeTriggered()
