@@ -5,6 +5,7 @@
 #include "traceitem.h"
 
 #include <QChart>
+#include <QGuiApplication>
 #include <QLineSeries>
 #include <QOpenGLContext>
 #include <QPen>
@@ -117,14 +118,15 @@ QLineSeries *VornGraph::createWaveformSeries()
     return series;
 }
 
-// A series forced to OpenGL crashes where no context can be made (the offscreen platform), so it
-// asks only where one can. One probe per graph: a context takes milliseconds to make, which
-// thousands of waveforms would pay each.
+// A series forced to OpenGL crashes where no context can be made, so it asks only where one can.
+// The offscreen platform makes contexts through GLX whenever DISPLAY is set, yet the chart's
+// OpenGL widget crashes there all the same: tests and screenshots never ask. One probe per graph:
+// a context takes milliseconds to make, which thousands of waveforms would pay each.
 bool VornGraph::openGLAvailable()
 {
     if (m_openGLProbe < 0) {
         QOpenGLContext context;
-        m_openGLProbe = context.create() ? 1 : 0;
+        m_openGLProbe = QGuiApplication::platformName() != QLatin1String("offscreen") && context.create() ? 1 : 0;
     }
     return m_openGLProbe == 1;
 }

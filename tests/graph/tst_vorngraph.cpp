@@ -83,8 +83,9 @@ private slots:
     void asksForOpenGLWhereSwitchedOnAndAvailable()
     {
         QFETCH(bool, switchedOn);
+        // The offscreen platform makes contexts where DISPLAY is set, but its OpenGL widgets crash.
         QOpenGLContext probe;
-        const bool available = probe.create();
+        const bool available = QGuiApplication::platformName() != QLatin1String("offscreen") && probe.create();
         if (qEnvironmentVariableIsSet("VORN_EXPECT_OPENGL"))
             QVERIFY(available);
         m_graph = std::make_unique<VornGraph>();
