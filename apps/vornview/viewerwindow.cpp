@@ -173,7 +173,10 @@ bool ViewerWindow::loadFile(const QString &path)
                                                    .arg(file, capture.error);
     if (!problem.isEmpty())
         QMessageBox::critical(this, tr("Reading waveform file failed"), problem, QMessageBox::Ok);
-    auto *document = problem.isEmpty() ? new WaveformWindow(capture, file, this) : nullptr;
+    // The chart's OpenGL widget would make the whole window compose through OpenGL, in software
+    // where there is no GPU; the graph draws its traces itself.
+    const auto withoutOpenGL = [](VornGraph *graph) { graph->setUseOpenGL(false); };
+    auto *document = problem.isEmpty() ? new WaveformWindow(capture, file, this, withoutOpenGL) : nullptr;
     if (!document || document->graph()->waveformCount() == 0) {
         delete document;
         storeRecentFiles(recent);

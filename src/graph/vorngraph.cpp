@@ -198,7 +198,6 @@ void VornGraph::clearGraph()
     // A running edit holds the series that are about to go.
     if (m_envelopeEditor && m_envelopeEditor->isEditing())
         cancelEnvelopeEditing();
-    m_openGLHeldBack.clear();
     m_traces->setTraces({});
     m_bands.clear();
     // Deletes the envelope series too: every one of them was added to the chart.

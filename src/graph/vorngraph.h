@@ -91,9 +91,10 @@ public:
     /// The waveform selected in the tree, else 0; -1 when there is none.
     int selectedWaveformIndex() const;
 
-    /// Kept for hosts that set it; the traces are drawn by the graph's own item, so the series
-    /// never ask for OpenGL (its widget made the whole window compose through OpenGL, which cost
-    /// far more per step than it saved).
+    /// Whether waveform series made from now on ask for OpenGL, where a context can be made; on by
+    /// default, so set it before displayGraph(). The graph draws the traces itself either way;
+    /// off keeps the chart's OpenGL widget away, which otherwise makes the whole window compose
+    /// through OpenGL (in software where there is no GPU).
     void setUseOpenGL(bool useOpenGL);
     /// What setUseOpenGL() was given; true by default.
     bool useOpenGL() const;
@@ -314,6 +315,8 @@ private:
     // vorngraph_series.cpp: series and the time base
     void createSeriesForWaveform(const WaveformData &w);
     QLineSeries *createWaveformSeries();
+    bool openGLAvailable();
+    void hideChartOpenGLWidget();
     QValueAxis *createWaveformAxis();
     void attachWaveformSeries();
     void calculateGlobalXRange();
@@ -398,7 +401,6 @@ private:
     void connectOverlaySignals();
     void beginEnvelopeEditing(int index, bool newRegion);
     void positionEditorOverlay();
-    void holdBackOpenGL(bool hold);
     void updateKnotReadout();
 
     // vorngraph_envelopestyle.cpp: the opt-in envelope drawing
@@ -472,7 +474,7 @@ private:
     bool m_squareDivisionsPending = false;
     // Min/max index of every long waveform, so that a view change costs the same at any length.
     std::vector<std::shared_ptr<const MinMaxPyramid>> m_pyramids;
-    QList<QLineSeries *> m_openGLHeldBack; // series drawn by the scene only while an edit runs
+    int m_openGLProbe = -1; // whether an OpenGL context can be made: -1 not asked yet, else 0 or 1
     QVector<EnvelopeCheckResult> m_checkResults;
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks

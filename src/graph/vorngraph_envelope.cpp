@@ -336,35 +336,6 @@ void VornGraph::onEditorStateChanged()
     // While an edit runs, its waveform may not be hidden nor a second edit asked for.
     if (m_infoTree)
         m_infoTree->setEnabled(!m_envelopeEditor->isEditing());
-    holdBackOpenGL(m_envelopeEditor->isEditing());
-}
-
-// OpenGL series are painted over every item of the scene, the editor's handles included, so
-// they are drawn by the scene while an edit runs. The chart keeps its GL widget, which would
-// go on showing its last frame over the scene once the view moves: it is hidden meanwhile.
-void VornGraph::holdBackOpenGL(bool hold)
-{
-    if (hold) {
-        for (QLineSeries *series : qAsConst(m_series)) {
-            if (series->useOpenGL()) {
-                series->setUseOpenGL(false);
-                m_openGLHeldBack.append(series);
-            }
-        }
-    } else {
-        for (QLineSeries *series : qAsConst(m_openGLHeldBack)) {
-            if (m_series.contains(series))
-                series->setUseOpenGL(true);
-        }
-        m_openGLHeldBack.clear();
-    }
-    if (!m_chartView)
-        return;
-    const QList<QWidget *> children = m_chartView->findChildren<QWidget *>();
-    for (QWidget *child : children) {
-        if (child->inherits("QOpenGLWidget"))
-            child->setVisible(!hold);
-    }
 }
 
 void VornGraph::positionEditorOverlay()

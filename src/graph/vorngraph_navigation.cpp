@@ -55,6 +55,11 @@ bool VornGraph::eventFilter(QObject *watched, QEvent *event)
             m_hoverX = std::numeric_limits<double>::quiet_NaN();
             updateReadouts();
             break;
+        case QEvent::ChildAdded:
+            // The chart makes its OpenGL widget anew when the view's antialiasing changes; it is
+            // a plain widget until its constructor has run.
+            QMetaObject::invokeMethod(this, &VornGraph::hideChartOpenGLWidget, Qt::QueuedConnection);
+            break;
         default:
             break;
         }

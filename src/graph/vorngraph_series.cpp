@@ -1,11 +1,14 @@
 #include "vorngraph.h"
 
 #include "chartbatch.h"
+#include "interactivechartview.h"
 #include "minmaxpyramid.h"
 #include "traceitem.h"
 
 #include <QChart>
+#include <QGuiApplication>
 #include <QLineSeries>
+#include <QOpenGLContext>
 #include <QPen>
 #include <QThreadPool>
 #include <QValueAxis>
@@ -95,6 +98,8 @@ QLineSeries *VornGraph::createWaveformSeries()
 {
     // The chart owns the series once attachWaveformSeries has added it.
     auto *series = new QLineSeries(this);
+    if (m_useOpenGL)
+        series->setUseOpenGL(openGLAvailable());
     series->setColor(getWaveformColor(m_series.size()));
     QPen pen = series->pen();
     pen.setWidthF(1.0);
@@ -117,6 +122,33 @@ void VornGraph::attachWaveformSeries()
         QObject::disconnect(series, &QXYSeries::pointsReplaced, nullptr, nullptr);
         series->attachAxis(m_axisX);
         series->attachAxis(m_yAxes[i]);
+    }
+    // The chart's OpenGL widget appears with the first series that asks for it.
+    if (!m_series.isEmpty() && m_series.first()->useOpenGL())
+        hideChartOpenGLWidget();
+}
+
+// A series forced to OpenGL crashes where no context can be made, so it asks only where one can.
+// The offscreen platform makes contexts through GLX whenever DISPLAY is set, yet the chart's
+// OpenGL widget crashes there all the same: tests and screenshots never ask. One probe per graph:
+// a context takes milliseconds to make, which thousands of waveforms would pay each.
+bool VornGraph::openGLAvailable()
+{
+    if (m_openGLProbe < 0) {
+        QOpenGLContext context;
+        m_openGLProbe = QGuiApplication::platformName() != QLatin1String("offscreen") && context.create() ? 1 : 0;
+    }
+    return m_openGLProbe == 1;
+}
+
+// m_traces draws every trace in the scene, under the envelopes, marks and the editor's handles;
+// the chart's OpenGL widget would paint the series once more over all of them.
+void VornGraph::hideChartOpenGLWidget()
+{
+    const QList<QWidget *> children = m_chartView->viewport()->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+    for (QWidget *child : children) {
+        if (child->inherits("QOpenGLWidget"))
+            child->hide();
     }
 }
 

@@ -10,21 +10,32 @@
 #include <QVBoxLayout>
 
 WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QWidget *parent)
+    : WaveformWindow(filePath, title, parent, {})
+{
+}
+
+WaveformWindow::WaveformWindow(const QString &filePath, const QString &title, QWidget *parent,
+                               const std::function<void(VornGraph *)> &prepareGraph)
     : QWidget(parent)
     , m_graph(new VornGraph(this))
     , m_filePath(filePath)
 {
     setupWindow(title);
+    if (prepareGraph)
+        prepareGraph(m_graph);
     loadWaveforms(filePath);
     m_graph->displayGraph();
 }
 
-WaveformWindow::WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent)
+WaveformWindow::WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent,
+                               const std::function<void(VornGraph *)> &prepareGraph)
     : QWidget(parent)
     , m_graph(new VornGraph(this))
     , m_filePath(capture.path)
 {
     setupWindow(title);
+    if (prepareGraph)
+        prepareGraph(m_graph);
     m_fileIdentity = capture.identity;
     // The copies share the samples with the host's.
     QVector<WaveformData> waveforms = capture.waveforms;
@@ -136,14 +147,14 @@ void WaveformWindow::onCloseTriggered()
 void WaveformWindow::onEditEnvelopeTriggered()
 {
     const int index = m_graph->selectedWaveformIndex();
-    if (index >= 0 && !m_graph->isEnvelopeEditing())
-        m_graph->startEnvelopeEditing(index);
+    if (index >= 0)
+        showEnvelopeEditorDialog(index);
 }
 
 void WaveformWindow::onEditEnvelopeRequested(int waveformIndex)
 {
-    if (m_envelopeEditingEnabled && !m_graph->isEnvelopeEditing())
-        m_graph->startEnvelopeEditing(waveformIndex);
+    if (m_envelopeEditingEnabled)
+        showEnvelopeEditorDialog(waveformIndex);
 }
 
 void WaveformWindow::onDeleteEnvelopeTriggered()

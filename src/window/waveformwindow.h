@@ -27,11 +27,17 @@ public:
     /// A file that cannot be read gets a message box and leaves the chart empty; the file is not
     /// touched.
     explicit WaveformWindow(const QString &filePath, const QString &title, QWidget *parent = nullptr);
+    /// The same, calling prepareGraph on graph() before the waveforms are displayed, for what
+    /// must be set before VornGraph::displayGraph() (VornGraph::setUseOpenGL()).
+    WaveformWindow(const QString &filePath, const QString &title, QWidget *parent,
+                   const std::function<void(VornGraph *)> &prepareGraph);
     /// Shows a capture the host read itself with readCapture(), off the GUI thread if it likes, as
     /// the constructor above shows one it reads: envelopes paired, checked, and saved to
     /// capture.path. A capture that failed or was cancelled holds no waveform and leaves the chart
-    /// empty; telling the user is the host's part.
-    WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent = nullptr);
+    /// empty; telling the user is the host's part. prepareGraph is called as in the constructor
+    /// above.
+    WaveformWindow(const CaptureContents &capture, const QString &title, QWidget *parent = nullptr,
+                   const std::function<void(VornGraph *)> &prepareGraph = {});
     /// Closes without asking; unsaved envelope changes are lost.
     ~WaveformWindow() override;
 

@@ -5,6 +5,7 @@
 #include <QCategoryAxis>
 #include <QLabel>
 #include <QLineSeries>
+#include <QOpenGLContext>
 #include <QStackedWidget>
 #include <QTreeWidget>
 
@@ -63,16 +64,47 @@ private slots:
     void fitsEachWaveformIntoTenDivisions()
     {
         VornGraph g;
-        g.setUseOpenGL(true);
         g.addWaveform(sine());
         g.addWaveform(makeWaveform(QStringLiteral("offset"), {3.12, 3.9, 3.7}));
         g.displayGraph();
-        // No OpenGL context can be made offscreen, so no series may ask for one.
-        QVERIFY(!g.m_series[0]->useOpenGL());
         // -1 .. 1: 0.5 per division around 0; 3.12 .. 3.9: 0.1 per division around 3.5.
         QCOMPARE(QList<double>({g.m_divisionSizes[0], g.m_divisionSizes[1]}), QList<double>({0.5, 0.1}));
         QCOMPARE(QStringList({span(g.m_yAxes[0]), span(g.m_yAxes[1])}),
                  QStringList({"-2.5..2.5, grid from 0 by 0.5", "3..4, grid from 3.5 by 0.1"}));
+    }
+
+    // Only meaningful where a context can be made: the tst_vorngraph_opengl run under Xvfb
+    // insists on one.
+    void asksForOpenGLWhereSwitchedOnAndAvailable_data()
+    {
+        QTest::addColumn<bool>("switchedOn");
+        QTest::newRow("on") << true;
+        QTest::newRow("off") << false;
+    }
+    void asksForOpenGLWhereSwitchedOnAndAvailable()
+    {
+        QFETCH(bool, switchedOn);
+        // The offscreen platform makes contexts where DISPLAY is set, but its OpenGL widgets crash.
+        QOpenGLContext probe;
+        const bool available = QGuiApplication::platformName() != QLatin1String("offscreen") && probe.create();
+        if (qEnvironmentVariableIsSet("VORN_EXPECT_OPENGL"))
+            QVERIFY(available);
+        m_graph = std::make_unique<VornGraph>();
+        m_graph->setUseOpenGL(switchedOn);
+        m_graph->addWaveform(sine());
+        m_graph->addWaveform(sine());
+        m_graph->displayGraph();
+        m_graph->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_graph.get()));
+        QString asked;
+        for (QLineSeries *series : qAsConst(m_graph->m_series))
+            asked += series->useOpenGL() ? QLatin1Char('y') : QLatin1Char('n');
+        QCOMPARE(asked, QString(switchedOn && available ? "yy" : "nn"));
+        // The traces stay the graph's own: the chart's OpenGL widget never shows over them.
+        const auto widgets = m_graph->m_chartView->findChildren<QWidget *>();
+        QCOMPARE(std::count_if(widgets.begin(), widgets.end(),
+                               [](QWidget *w) { return w->inherits("QOpenGLWidget") && w->isVisible(); }),
+                 0);
     }
 
     void laysOutSquareDivisionsAndLabels_data()
