@@ -50,10 +50,11 @@ Mode modeOf(const SampleScan &scan, int first, int last, bool upper)
     // A handful of samples makes no state, however they happen to bunch.
     if (best < 8 || best < total / 16)
         mode.clear = false;
-    // Densest in the quarter next to the middle is the flank of one level spread over both
-    // halves (noise on a flat line), not a state of its own: states lie out towards the extremes.
-    const int fromMiddle = upper ? (bestLo + bestHi) / 2 - first : last - (bestLo + bestHi) / 2;
-    if (fromMiddle < (last - first) / 4 && best != total)
+    // Densest right against the middle is the flank of one level spread over both halves (noise
+    // on a flat line), not a state of its own. A state may lie well inside its half: a step that
+    // overshoots by 60 % settles a fifth of the half away from the middle.
+    const bool atMiddle = upper ? bestLo == first : bestHi == last;
+    if (atMiddle && best != total)
         mode.clear = false;
     const double width = (scan.histogramHigh - scan.histogramLow) / HISTOGRAM_BINS;
     double weighted = 0.0;

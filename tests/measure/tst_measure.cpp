@@ -18,11 +18,11 @@ double firstOrderStep(double t) // 0 V to 2 V at 100 us, tau 10 us
     return t < 100e-6 ? 0.0 : 2.0 * (1.0 - std::exp(-(t - 100e-6) / 10e-6));
 }
 
-double secondOrderStep(double t) // 0 V to 1 V at 100 us, zeta 0.3, natural 10 kHz
+double secondOrderStep(double t, double zeta = 0.3) // 0 V to 1 V at 100 us, natural 10 kHz
 {
     if (t < 100e-6)
         return 0.0;
-    const double zeta = 0.3, wn = 2 * PI * 10e3, s = std::sqrt(1 - zeta * zeta), x = t - 100e-6;
+    const double wn = 2 * PI * 10e3, s = std::sqrt(1 - zeta * zeta), x = t - 100e-6;
     return 1.0 - std::exp(-zeta * wn * x) / s * std::sin(wn * s * x + std::acos(zeta));
 }
 
@@ -55,6 +55,7 @@ WaveformData make(const QString &signal, double sigma, double duration)
         double x = signal == "step1" ? firstOrderStep(t)
                    : signal == "step2" ? secondOrderStep(t)
                    : signal == "falling2" ? 1.0 - secondOrderStep(t)
+                   : signal == "ringing" ? secondOrderStep(t, 0.15)
                    : signal == "train" ? trapezoid(t)
                    : signal == "inverted" ? 3.8 - trapezoid(t)
                    : signal == "logic" ? double(trapezoid(t) > 1.9)
@@ -102,6 +103,8 @@ void TstMeasure::measuresKnownSignals_data()
     QTest::newRow("second order/overshoot") << "step2" << 0.002 << NaN << "overshoot" << 100 * std::exp(-PI * zeta / s) << 0.8;
     QTest::newRow("second order/undershoot is the first dip") << "step2" << 0.002 << NaN << "undershoot" << 100 * std::exp(-2 * PI * zeta / s) << 0.8;
     QTest::newRow("second order falling/overshoot below") << "falling2" << 0.002 << NaN << "overshoot" << 100 * std::exp(-PI * zeta / s) << 0.8;
+    QTest::newRow("light damping/high level a fifth of the half above the middle") << "ringing" << 0.002 << NaN << "high" << 1.0 << 0.01;
+    QTest::newRow("light damping/overshoot") << "ringing" << 0.002 << NaN << "overshoot" << 100 * std::exp(-PI * 0.15 / std::sqrt(1 - 0.15 * 0.15)) << 0.8;
     QTest::newRow("second order/one transition despite ringing") << "step2" << 0.002 << NaN << "pulse_width" << NaN << 0.0;
     QTest::newRow("train/rise") << "train" << 0.01 << NaN << "rise_time" << 4e-6 << 0.15e-6;
     QTest::newRow("train/fall") << "train" << 0.01 << NaN << "fall_time" << 4e-6 << 0.15e-6;
