@@ -227,10 +227,13 @@ struct Search
 
     // The fit at one shift over the given samples: violations, the smallest slack and, for
     // centring, the squared distance to the envelope's middle.
-    Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift) const
+    // Counting stops once more than stopAbove samples are outside: such a shift cannot win.
+    Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove = UINT64_MAX) const
     {
         Fit fit;
         for (const auto &[first, last] : ranges) {
+            if (fit.violations > stopAbove)
+                break;
             for (uint64_t i = first; i < last; ++i) {
                 const double v = samples[i];
                 if (std::isnan(v))
@@ -306,7 +309,7 @@ struct Search
         const auto tryShift = [&](long s) {
             const size_t k = size_t(s - a);
             if (!tried[k]) {
-                fits[k] = fitAt(active, static_cast<double>(s));
+                fits[k] = fitAt(active, static_cast<double>(s), tried[top] ? fits[top].violations : UINT64_MAX);
                 tried[k] = true;
             }
             if (!tried[top] || better(fits[k], fits[top]))
