@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 constexpr int COARSE_STEPS = 32;        // coarse shifts on each side of zero
@@ -135,7 +139,22 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
         for (uint64_t c = from; c < to; ++c) {
             double hi = -INFINITY, lo = INFINITY;
             const uint64_t end = std::min<uint64_t>(s.size(), (c + 1) * size);
-            for (uint64_t i = c * size; i < end; ++i) {
+            uint64_t i = c * size;
+#ifdef __SSE2__
+            // Two lanes at a time: maxpd(x, h) is x > h ? x : h, the scalar rule below, NaN included.
+            __m128d h = _mm_set1_pd(-INFINITY), l = _mm_set1_pd(INFINITY);
+            for (; i + 2 <= end; i += 2) {
+                const __m128d x = _mm_loadu_pd(&s[i]);
+                h = _mm_max_pd(x, h);
+                l = _mm_min_pd(x, l);
+            }
+            double lanes[2];
+            _mm_storeu_pd(lanes, h);
+            hi = std::max(lanes[0], lanes[1]);
+            _mm_storeu_pd(lanes, l);
+            lo = std::min(lanes[0], lanes[1]);
+#endif
+            for (; i < end; ++i) {
                 // NaN compares false, so it never becomes an extreme.
                 hi = s[i] > hi ? s[i] : hi;
                 lo = s[i] < lo ? s[i] : lo;
@@ -205,10 +224,13 @@ struct Search
 
     // The fit at one shift over the given samples: violations, the smallest slack and, for
     // centring, the squared distance to the envelope's middle.
-    Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift) const
+    // Counting stops once more than stopAbove samples are outside: such a shift cannot win.
+    Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove = UINT64_MAX) const
     {
         Fit fit;
         for (const auto &[first, last] : ranges) {
+            if (fit.violations > stopAbove)
+                break;
             for (uint64_t i = first; i < last; ++i) {
                 const double v = samples[i];
                 if (std::isnan(v))
@@ -284,7 +306,7 @@ struct Search
         const auto tryShift = [&](long s) {
             const size_t k = size_t(s - a);
             if (!tried[k]) {
-                fits[k] = fitAt(active, static_cast<double>(s));
+                fits[k] = fitAt(active, static_cast<double>(s), tried[top] ? fits[top].violations : UINT64_MAX);
                 tried[k] = true;
             }
             if (!tried[top] || better(fits[k], fits[top]))
@@ -345,6 +367,26 @@ struct Search
     }
 };
 
+// Widens [first, last] to the span where the curve sets a limit, as a Limit over it would read it;
+// false where it sets none.
+bool definedSpan(const WaveformData &curve, double &first, double &last)
+{
+    const std::vector<double> &y = *curve.samples;
+    if (!(curve.sampleInterval > 0.0) || !std::isfinite(curve.sampleInterval) || !std::isfinite(curve.startTime) || y.size() < 2)
+        return false;
+    size_t a = 0;
+    while (a + 1 < y.size() && (std::isnan(y[a]) || std::isnan(y[a + 1])))
+        ++a;
+    if (a + 1 == y.size())
+        return false;
+    size_t b = y.size() - 1;
+    while (std::isnan(y[b]) || std::isnan(y[b - 1]))
+        --b;
+    first = std::min(first, curve.startTime + static_cast<double>(a) * curve.sampleInterval);
+    last = std::max(last, curve.startTime + static_cast<double>(b) * curve.sampleInterval);
+    return true;
+}
+
 // The envelope with no limits outside [first, last]: a segment that reaches past either loses
 // its limit.
 EnvelopeData clippedEnvelope(const EnvelopeData &envelope, double first, double last)
@@ -379,17 +421,11 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
 {
     const std::vector<double> &samples = *waveform.samples;
     const double dt = waveform.sampleInterval;
-    const Limit upper(envelope.upper, false), lower(envelope.lower, true);
-    if (!(dt > 0.0) || !std::isfinite(dt) || !std::isfinite(waveform.startTime) || samples.empty()
-        || (upper.isEmpty() && lower.isEmpty()) || !(maxShift >= 0.0))
-        return 0.0;
     double spanFirst = INFINITY, spanLast = -INFINITY;
-    for (const Limit *l : {&upper, &lower}) {
-        if (!l->isEmpty()) {
-            spanFirst = std::min(spanFirst, l->firstTime());
-            spanLast = std::max(spanLast, l->lastTime());
-        }
-    }
+    const bool limited = definedSpan(envelope.upper, spanFirst, spanLast) | definedSpan(envelope.lower, spanFirst, spanLast);
+    if (!(dt > 0.0) || !std::isfinite(dt) || !std::isfinite(waveform.startTime) || samples.empty() || !limited
+        || !(maxShift >= 0.0))
+        return 0.0;
     // Beyond the capture's length and the envelope's span no sample meets a limit any more.
     const double useful = static_cast<double>(samples.size()) + (spanLast - spanFirst) / dt + 1.0;
     const long reachSamples = static_cast<long>(std::min({std::floor(maxShift / dt + 1e-9), useful, 1e12}));
@@ -400,10 +436,12 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     const double reach = static_cast<double>(reachSamples) * dt;
     const double end = waveform.startTime + static_cast<double>(samples.size() - 1) * dt;
     const EnvelopeData common = clippedEnvelope(envelope, waveform.startTime + reach, end - reach);
-    const Limit commonUpper(common.upper, false), commonLower(common.lower, true);
-    const bool clipped = !commonUpper.isEmpty() || !commonLower.isEmpty();
-    return bestShift(samples, waveform.startTime, dt, clipped ? commonUpper : upper, clipped ? commonLower : lower,
-                     reachSamples, lowest, highest);
+    double commonFirst = INFINITY, commonLast = -INFINITY;
+    const bool clipped = definedSpan(common.upper, commonFirst, commonLast) | definedSpan(common.lower, commonFirst, commonLast);
+    // Only the curves searched get their range tables: on a long envelope building them is most of the set-up.
+    const EnvelopeData &searched = clipped ? common : envelope;
+    const Limit upper(searched.upper, false), lower(searched.lower, true);
+    return bestShift(samples, waveform.startTime, dt, upper, lower, reachSamples, lowest, highest);
 }
 
 namespace {
