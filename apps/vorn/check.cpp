@@ -558,6 +558,8 @@ std::vector<QString> writeReports(const ReportOptions &options, const std::vecto
         }
         ReportInfo info;
         info.command = "vorn";
+        if (!options.args.empty()) // check or run
+            info.title = QStringLiteral("vorn %1 report").arg(QString::fromStdString(options.args.front()));
         for (const std::string &a : options.args)
             info.command += " " + QString::fromStdString(a);
         info.reference = QString::fromStdString(options.reference);

@@ -314,11 +314,11 @@ QByteArray reportHtml(const std::vector<ReportRow> &rows, const std::vector<Repo
         html.open("head");
         xml.writeEmptyElement(QStringLiteral("meta"));
         xml.writeAttribute(QStringLiteral("charset"), QStringLiteral("utf-8"));
-        html.text("title", QStringLiteral("vorn check report"));
+        html.text("title", info.title);
         html.text("style", QString::fromLatin1(STYLE));
         html.close();
         html.open("body");
-        html.text("h1", QStringLiteral("vorn check report"));
+        html.text("h1", info.title);
         writeHeader(html, info);
         writeSummary(html, rows);
         writeVerdicts(html, rows, troubles);

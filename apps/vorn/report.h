@@ -40,6 +40,7 @@ struct ReportTrouble
 
 struct ReportInfo
 {
+    QString title = QStringLiteral("vorn check report");
     QString command;
     QString reference; // empty: each capture's own envelopes
     QDateTime date = QDateTime::currentDateTime();

@@ -180,6 +180,7 @@ bool ExportActions::exportReport(const QString &path, QString *error) const
     }
     ReportInfo info;
     info.command = QStringLiteral("vornview %1").arg(m_filePath);
+    info.title = QStringLiteral("vornview report");
     info.reference = m_reference;
     return writeReportFile(path, reportHtml(rows, {}, pictures, info), error);
 }
