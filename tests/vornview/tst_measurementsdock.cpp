@@ -65,6 +65,32 @@ private slots:
         QCOMPARE(row()->text(2).isEmpty(), verdict.isEmpty());
     }
 
+    // Closed, the dock measures nothing as the view moves; opened again, it shows the span now
+    // between the cursors.
+    void measuresOnlyWhileOpen()
+    {
+        ViewerWindow viewer;
+        QVERIFY(viewer.openFile(m_path));
+        viewer.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&viewer));
+        auto *dock = viewer.findChild<QDockWidget *>("measurementsDock");
+        auto *table = qobject_cast<QTreeWidget *>(dock->widget());
+        const auto width = [table] {
+            const QTreeWidgetItem *row = table->findItems("pulse_width", Qt::MatchExactly | Qt::MatchRecursive).value(0);
+            return row ? row->text(1) : QString();
+        };
+        VornGraph *graph = viewer.document()->graph();
+        graph->showWholeCapture();
+        QTRY_COMPARE(width(), "10 ms");
+        dock->close();
+        graph->setCursorsVisible(true);
+        graph->setCursorTimes(4e-3, 6e-3);
+        QTest::qWait(300);
+        QCOMPARE(width(), "10 ms");
+        dock->show();
+        QTRY_COMPARE(width(), "none");
+    }
+
     // A limit set in the dock reaches the file beside an envelope edit not yet saved, which the
     // next Save still writes; a file changed elsewhere meanwhile is left as it is.
     void limitsSetInTheDockReachTheFile()
@@ -83,6 +109,7 @@ private slots:
         document->graph()->setEnvelope(0, band);
         QVERIFY(document->hasUnsavedChanges());
 
+        QTRY_VERIFY(dock->table()->topLevelItemCount() == 1);
         QVERIFY(dock->setLimit({"A1", Measure::RiseTime, std::nan(""), 30e-6}));
         QVERIFY(dock->removeLimit("A1", Measure::PulseWidth));
         QVERIFY(document->hasUnsavedChanges());
