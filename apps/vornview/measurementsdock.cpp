@@ -147,7 +147,9 @@ MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document
     connect(graph, &VornGraph::viewChanged, this, &MeasurementsDock::viewMoved);
     connect(graph, &VornGraph::waveformSelectionChanged, this, &MeasurementsDock::viewMoved);
     connect(graph, &VornGraph::cursorsVisibleChanged, this, &MeasurementsDock::viewMoved);
+    // A dock tabified behind another one stays visible to Qt; only this signal tells.
     connect(m_dock, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+        m_inSight = visible;
         if (visible && m_stale)
             refresh();
     });
@@ -252,7 +254,7 @@ MeasurementsDock::~MeasurementsDock()
 // screen still gets its table.
 bool MeasurementsDock::isSeen() const
 {
-    return m_window->isVisible() ? m_dock->isVisible() : !m_dock->isHidden();
+    return m_window->isVisible() ? m_inSight && m_dock->isVisible() : !m_dock->isHidden();
 }
 
 void MeasurementsDock::viewMoved()

@@ -75,6 +75,7 @@ private:
     std::uint64_t m_generation = 0; // counts the view's moves; a result of an older one is dropped
     bool m_running = false;
     bool m_again = false; // asked for while one ran
+    bool m_inSight = true; // as the dock last said, which covers tabs
     bool m_stale = true; // the view moved while the dock was out of sight
 };
 

@@ -65,11 +65,20 @@ private slots:
         QCOMPARE(row()->text(2).isEmpty(), verdict.isEmpty());
     }
 
-    // Closed, the dock measures nothing as the view moves; opened again, it shows the span now
-    // between the cursors.
-    void measuresOnlyWhileOpen()
+    // Out of sight, the dock measures nothing as the view moves; back in sight, it shows the span
+    // now between the cursors.
+    void measuresOnlyWhileSeen_data()
     {
+        QTest::addColumn<bool>("tabified"); // else closed
+        QTest::newRow("closed") << false;
+        QTest::newRow("tabified behind another dock") << true;
+    }
+    void measuresOnlyWhileSeen()
+    {
+        QFETCH(bool, tabified);
         ViewerWindow viewer;
+        QDockWidget other("Other", &viewer);
+        viewer.addDockWidget(Qt::RightDockWidgetArea, &other);
         QVERIFY(viewer.openFile(m_path));
         viewer.show();
         QVERIFY(QTest::qWaitForWindowExposed(&viewer));
@@ -82,12 +91,21 @@ private slots:
         VornGraph *graph = viewer.document()->graph();
         graph->showWholeCapture();
         QTRY_COMPARE(width(), "10 ms");
-        dock->close();
+        if (tabified) {
+            viewer.tabifyDockWidget(dock, &other);
+            other.raise();
+        } else {
+            dock->close();
+        }
+        QTRY_VERIFY(dock->visibleRegion().isEmpty());
         graph->setCursorsVisible(true);
         graph->setCursorTimes(4e-3, 6e-3);
         QTest::qWait(300);
         QCOMPARE(width(), "10 ms");
-        dock->show();
+        if (tabified)
+            dock->raise();
+        else
+            dock->show();
         QTRY_COMPARE(width(), "none");
     }
 
