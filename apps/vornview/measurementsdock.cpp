@@ -14,6 +14,7 @@
 #include <QMainWindow>
 #include <QMenu>
 #include <QMessageBox>
+#include <QThread>
 #include <QThreadPool>
 #include <QTimer>
 #include <QTreeWidget>
@@ -126,6 +127,8 @@ MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document
       m_worker(new QThreadPool(this))
 {
     m_worker->setMaxThreadCount(1);
+    // Drawing the view comes first on a busy machine.
+    m_worker->setThreadPriority(QThread::IdlePriority);
     QString error;
     if (!loadLimits(path, m_limits, &error))
         m_limits.clear(); // the capture still opens; its limits simply judge nothing here
