@@ -14,6 +14,8 @@
 #include <QMainWindow>
 #include <QMenu>
 #include <QMessageBox>
+#include <QThread>
+#include <QThreadPool>
 #include <QTimer>
 #include <QTreeWidget>
 
@@ -120,9 +122,13 @@ bool askLimit(QWidget *parent, MeasurementLimit &limit, const QString &unit)
 } // namespace
 
 MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document, const QString &path)
-    : QObject(document), m_document(document), m_settle(new QTimer(this)), m_setLimit(new QAction(tr("Set Limit…"), this)),
-      m_removeLimit(new QAction(tr("Remove Limit"), this))
+    : QObject(document), m_window(window), m_document(document), m_settle(new QTimer(this)),
+      m_setLimit(new QAction(tr("Set Limit…"), this)), m_removeLimit(new QAction(tr("Remove Limit"), this)),
+      m_worker(new QThreadPool(this))
 {
+    m_worker->setMaxThreadCount(1);
+    // Drawing the view comes first on a busy machine.
+    m_worker->setThreadPriority(QThread::IdlePriority);
     QString error;
     if (!loadLimits(path, m_limits, &error))
         m_limits.clear(); // the capture still opens; its limits simply judge nothing here
@@ -141,10 +147,15 @@ MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document
     m_settle->setInterval(60);
     connect(m_settle, &QTimer::timeout, this, &MeasurementsDock::refresh);
     VornGraph *graph = document->graph();
-    const auto later = [this] { m_settle->start(); };
-    connect(graph, &VornGraph::viewChanged, this, later);
-    connect(graph, &VornGraph::waveformSelectionChanged, this, later);
-    connect(graph, &VornGraph::cursorsVisibleChanged, this, later);
+    connect(graph, &VornGraph::viewChanged, this, &MeasurementsDock::viewMoved);
+    connect(graph, &VornGraph::waveformSelectionChanged, this, &MeasurementsDock::viewMoved);
+    connect(graph, &VornGraph::cursorsVisibleChanged, this, &MeasurementsDock::viewMoved);
+    // A dock tabified behind another one stays visible to Qt; only this signal tells.
+    connect(m_dock, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+        m_inSight = visible;
+        if (visible && m_stale)
+            refresh();
+    });
     connect(m_table, &QTreeWidget::currentItemChanged, this, &MeasurementsDock::onCurrentItemChanged);
     m_table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_table, &QWidget::customContextMenuRequested, this, &MeasurementsDock::onContextMenuRequested);
@@ -181,7 +192,7 @@ bool MeasurementsDock::storeLimits(const std::vector<MeasurementLimit> &limits, 
     if (!m_document->rewriteFile([&](const QString &path, QString *why) { return saveLimits(path, limits, why); }, error))
         return false;
     m_limits = limits;
-    refresh();
+    fillTable(); // a limit changes verdicts, not values
     return true;
 }
 
@@ -236,9 +247,37 @@ const MeasurementLimit *MeasurementsDock::limitFor(const QString &waveform, Meas
     return it == m_limits.end() ? nullptr : &*it;
 }
 
+MeasurementsDock::~MeasurementsDock()
+{
+    // A measurement still running posts its result to this object: let it finish first.
+    m_worker->waitForDone();
+}
+
+// Closed, or tabified behind another dock, the dock is not measured for. A window not yet on
+// screen still gets its table.
+bool MeasurementsDock::isSeen() const
+{
+    return m_window->isVisible() ? m_inSight && m_dock->isVisible() : !m_dock->isHidden();
+}
+
+void MeasurementsDock::viewMoved()
+{
+    ++m_generation;
+    m_settle->start();
+}
+
 void MeasurementsDock::refresh()
 {
     m_settle->stop();
+    if (m_running) {
+        m_again = true;
+        return;
+    }
+    if (!isSeen()) {
+        m_stale = true;
+        return;
+    }
+    m_stale = false;
     VornGraph *graph = m_document->graph();
     const int selected = graph->selectedWaveformIndex();
     double from = graph->visibleTimeRange().first, to = graph->visibleTimeRange().second;
@@ -246,17 +285,53 @@ void MeasurementsDock::refresh()
         from = std::min(graph->cursorTime(0), graph->cursorTime(1));
         to = std::max(graph->cursorTime(0), graph->cursorTime(1));
     }
+    // The samples are shared with the graph, not copied; the worker only reads them.
+    std::vector<WaveformData> waveforms;
+    std::vector<int> indexes;
+    for (int i = 0; i < graph->waveformCount(); ++i) {
+        if (selected >= 0 ? i == selected : graph->isWaveformVisible(i)) {
+            // Measured where it is drawn: an aligned capture is shown moved back by its shift.
+            WaveformData w = graph->waveformData(i);
+            w.startTime -= graph->waveformShift(i);
+            waveforms.push_back(std::move(w));
+            indexes.push_back(i);
+        }
+    }
+    m_running = true;
+    const std::uint64_t generation = m_generation;
+    m_worker->start([this, generation, waveforms = std::move(waveforms), indexes = std::move(indexes), from, to] {
+        Measured measured;
+        for (size_t k = 0; k < waveforms.size(); ++k)
+            measured.push_back({indexes[k], waveforms[k].name, waveforms[k].unit, measurePulses(waveforms[k], from, to)});
+        QMetaObject::invokeMethod(
+            this, [this, generation, measured = std::move(measured)] { onMeasured(generation, measured); }, Qt::QueuedConnection);
+    });
+}
+
+void MeasurementsDock::onMeasured(std::uint64_t generation, const Measured &measured)
+{
+    m_running = false;
+    // Once the view has moved on, this result is of a span no longer shown.
+    const bool again = m_again || generation != m_generation;
+    m_again = false;
+    if (generation == m_generation) {
+        m_measured = measured;
+        fillTable();
+    }
+    if (again)
+        refresh();
+}
+
+void MeasurementsDock::fillTable()
+{
     // Keep the chosen row across the update, so that its marks follow the view.
     QTreeWidgetItem *current = m_table->currentItem();
     const QVariant currentMeasure = current ? current->data(0, MEASURE_ROLE) : QVariant();
     const QVariant currentWaveform = current ? current->data(0, WAVEFORM_ROLE) : QVariant();
     const QSignalBlocker blocker(m_table);
     m_table->clear();
-    m_measured.clear();
-    for (int i = 0; i < graph->waveformCount(); ++i) {
-        if (selected >= 0 ? i == selected : graph->isWaveformVisible(i))
-            addWaveform(i, from, to);
-    }
+    for (const Measurement &measured : m_measured)
+        addWaveform(measured);
     for (int i = 0; i < m_table->topLevelItemCount(); ++i) {
         QTreeWidgetItem *top = m_table->topLevelItem(i);
         top->setExpanded(true);
@@ -269,28 +344,23 @@ void MeasurementsDock::refresh()
     onCurrentItemChanged(m_table->currentItem());
 }
 
-void MeasurementsDock::addWaveform(int index, double from, double to)
+void MeasurementsDock::addWaveform(const Measurement &measured)
 {
-    VornGraph *graph = m_document->graph();
-    WaveformData w = graph->waveformData(index);
-    // Measured where it is drawn: an aligned capture is shown moved back by its shift.
-    w.startTime -= graph->waveformShift(index);
-    m_measured.emplace_back(index, measurePulses(w, from, to));
-    const PulseMeasurements &p = m_measured.back().second;
-    auto *top = new QTreeWidgetItem(m_table, {w.name});
+    const PulseMeasurements &p = measured.p;
+    auto *top = new QTreeWidgetItem(m_table, {measured.name});
     if (!p.levels.note.isEmpty())
         top->setText(1, p.levels.note);
     for (int k = 0; k < MEASURE_COUNT; ++k) {
         const Measure m = static_cast<Measure>(k);
         const MeasureValue &v = p[m];
-        const MeasurementLimit *limit = limitFor(w.name, m);
+        const MeasurementLimit *limit = limitFor(measured.name, m);
         if (!v.valid() && !limit && v.reason == p[Measure::Low].reason && p.logic)
             continue; // a logic probe has no levels, edges or aberrations to list
         auto *row = new QTreeWidgetItem(top, {QLatin1String(measureKey(m)),
-                                              v.valid() ? formatMeasure(m, v.value, w.unit) : tr("none"),
-                                              limit ? describeLimit(*limit, w.unit) : QString()});
+                                              v.valid() ? formatMeasure(m, v.value, measured.unit) : tr("none"),
+                                              limit ? describeLimit(*limit, measured.unit) : QString()});
         row->setData(0, MEASURE_ROLE, k);
-        row->setData(0, WAVEFORM_ROLE, index);
+        row->setData(0, WAVEFORM_ROLE, measured.index);
         if (!v.valid())
             row->setToolTip(1, v.reason);
         if (limit) {
@@ -309,11 +379,11 @@ void MeasurementsDock::onCurrentItemChanged(QTreeWidgetItem *item)
         return;
     }
     const int index = item->data(0, WAVEFORM_ROLE).toInt();
-    for (const auto &[measuredIndex, p] : m_measured) {
-        if (measuredIndex != index)
+    for (const Measurement &measured : m_measured) {
+        if (measured.index != index)
             continue;
         QVector<double> times, levels;
-        marksOf(p, static_cast<Measure>(item->data(0, MEASURE_ROLE).toInt()), times, levels);
+        marksOf(measured.p, static_cast<Measure>(item->data(0, MEASURE_ROLE).toInt()), times, levels);
         // Marks are drawn at screen times; the waveform's shift was already taken into account.
         graph->setMeasurementMarks(index, times, levels);
     }

@@ -5,9 +5,12 @@
 
 #include <QObject>
 
+#include <cstdint>
+
 class QAction;
 class QDockWidget;
 class QMainWindow;
+class QThreadPool;
 class QTimer;
 class QTreeWidget;
 class QTreeWidgetItem;
@@ -17,16 +20,19 @@ class WaveformWindow;
 // selected) over the visible span, or between the cursors while they are shown, each beside the
 // limit the capture keeps for it, in the colour of its verdict. Choosing a row marks on the trace
 // where that measurement was taken; its context menu sets and removes a row's limit in the
-// capture. Lives as long as the capture's window.
+// capture. Lives as long as the capture's window. Measures on a worker thread, and only while the
+// dock can be seen, so that a long capture never holds up moving the view.
 class MeasurementsDock : public QObject
 {
     Q_OBJECT
 
 public:
     MeasurementsDock(QMainWindow *window, WaveformWindow *document, const QString &path);
+    ~MeasurementsDock() override;
 
     QTreeWidget *table() const { return m_table; }
-    // Measures again now rather than once the view has settled.
+    // Measures again now rather than once the view has settled; the table follows when the worker
+    // is done (or, while a measurement runs, once more after it).
     void refresh();
     // Keeps limit in the capture in place of the one its waveform and measurement had, beside the
     // envelopes and the user's unsaved edits of them; false with the reason, the file untouched.
@@ -35,15 +41,28 @@ public:
     bool removeLimit(const QString &waveform, Measure measure, QString *error = nullptr);
 
 private:
+    struct Measurement
+    {
+        int index; // in the graph
+        QString name, unit;
+        PulseMeasurements p;
+    };
+    using Measured = std::vector<Measurement>;
+
+    bool isSeen() const;
+    void viewMoved();
+    void onMeasured(std::uint64_t generation, const Measured &measured);
+    void fillTable();
     void onCurrentItemChanged(QTreeWidgetItem *item);
     void onContextMenuRequested(const QPoint &position);
     void onSetLimitTriggered();
     void onRemoveLimitTriggered();
     bool storeLimits(const std::vector<MeasurementLimit> &limits, QString *error);
     bool chosenRow(QString &waveform, Measure &measure, QString &unit) const;
-    void addWaveform(int index, double from, double to);
+    void addWaveform(const Measurement &measured);
     const MeasurementLimit *limitFor(const QString &waveform, Measure measure) const;
 
+    QMainWindow *m_window;
     WaveformWindow *m_document;
     QDockWidget *m_dock;
     QTreeWidget *m_table;
@@ -51,7 +70,13 @@ private:
     QAction *m_setLimit;
     QAction *m_removeLimit;
     std::vector<MeasurementLimit> m_limits;
-    std::vector<std::pair<int, PulseMeasurements>> m_measured; // graph index and its measurements
+    Measured m_measured; // what the table shows
+    QThreadPool *m_worker; // one thread: never two measurements at once
+    std::uint64_t m_generation = 0; // counts the view's moves; a result of an older one is dropped
+    bool m_running = false;
+    bool m_again = false; // asked for while one ran
+    bool m_inSight = true; // as the dock last said, which covers tabs
+    bool m_stale = true; // the view moved while the dock was out of sight
 };
 
 #endif

@@ -65,6 +65,50 @@ private slots:
         QCOMPARE(row()->text(2).isEmpty(), verdict.isEmpty());
     }
 
+    // Out of sight, the dock measures nothing as the view moves; back in sight, it shows the span
+    // now between the cursors.
+    void measuresOnlyWhileSeen_data()
+    {
+        QTest::addColumn<bool>("tabified"); // else closed
+        QTest::newRow("closed") << false;
+        QTest::newRow("tabified behind another dock") << true;
+    }
+    void measuresOnlyWhileSeen()
+    {
+        QFETCH(bool, tabified);
+        ViewerWindow viewer;
+        QDockWidget other("Other", &viewer);
+        viewer.addDockWidget(Qt::RightDockWidgetArea, &other);
+        QVERIFY(viewer.openFile(m_path));
+        viewer.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&viewer));
+        auto *dock = viewer.findChild<QDockWidget *>("measurementsDock");
+        auto *table = qobject_cast<QTreeWidget *>(dock->widget());
+        const auto width = [table] {
+            const QTreeWidgetItem *row = table->findItems("pulse_width", Qt::MatchExactly | Qt::MatchRecursive).value(0);
+            return row ? row->text(1) : QString();
+        };
+        VornGraph *graph = viewer.document()->graph();
+        graph->showWholeCapture();
+        QTRY_COMPARE(width(), "10 ms");
+        if (tabified) {
+            viewer.tabifyDockWidget(dock, &other);
+            other.raise();
+        } else {
+            dock->close();
+        }
+        QTRY_VERIFY(dock->visibleRegion().isEmpty());
+        graph->setCursorsVisible(true);
+        graph->setCursorTimes(4e-3, 6e-3);
+        QTest::qWait(300);
+        QCOMPARE(width(), "10 ms");
+        if (tabified)
+            dock->raise();
+        else
+            dock->show();
+        QTRY_COMPARE(width(), "none");
+    }
+
     // A limit set in the dock reaches the file beside an envelope edit not yet saved, which the
     // next Save still writes; a file changed elsewhere meanwhile is left as it is.
     void limitsSetInTheDockReachTheFile()
@@ -83,6 +127,7 @@ private slots:
         document->graph()->setEnvelope(0, band);
         QVERIFY(document->hasUnsavedChanges());
 
+        QTRY_VERIFY(dock->table()->topLevelItemCount() == 1);
         QVERIFY(dock->setLimit({"A1", Measure::RiseTime, std::nan(""), 30e-6}));
         QVERIFY(dock->removeLimit("A1", Measure::PulseWidth));
         QVERIFY(document->hasUnsavedChanges());
