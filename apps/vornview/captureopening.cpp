@@ -8,6 +8,7 @@
 #include <QProgressDialog>
 #include <QTimer>
 
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -53,7 +54,7 @@ CaptureContents CaptureOpening::read(const QString &path, QString &problem)
     CaptureContents contents;
     QEventLoop loop;
     bool finished = false;
-    std::thread worker([&] {
+    const auto readFile = [&] {
         problem = captureOpenProblem(path);
         if (problem.isEmpty()) {
             contents = readCapture(path, [&](uint64_t d, uint64_t t) {
@@ -66,7 +67,13 @@ CaptureContents CaptureOpening::read(const QString &path, QString &problem)
             finished = true;
             loop.quit();
         }, Qt::QueuedConnection);
-    });
+    };
+    std::thread worker;
+    try {
+        worker = std::thread(readFile);
+    } catch (const std::system_error &) {
+        readFile(); // no thread to be had: read here, without Cancel; the loop below sees it finished
+    }
     emit started(path);
     QTimer ticker;
     // Busy while the file is opened and memory is taken, then samples read of all.
@@ -88,7 +95,8 @@ CaptureContents CaptureOpening::read(const QString &path, QString &problem)
     // Left without the worker's word only when the application quits: it need not finish.
     if (!finished)
         m_cancelled = true;
-    worker.join();
+    if (worker.joinable())
+        worker.join();
     if (m_cancelled) {
         contents = CaptureContents();
         contents.path = path;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -36,10 +37,15 @@ bool readSamples(const QByteArray &path, int32_t index, std::vector<double> &sam
     QEventLoop loop;
     // The worker ends the loop as soon as it is done; a quit posted before the loop runs waits
     // for it.
-    std::thread worker([&] {
-        ok = read();
-        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
-    });
+    std::thread worker;
+    try {
+        worker = std::thread([&] {
+            ok = read();
+            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        });
+    } catch (const std::system_error &) {
+        return read(); // no thread to be had: read here, with the dialog still
+    }
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     worker.join();
     return ok;
