@@ -183,8 +183,10 @@ MinMaxPyramid::Extremes MinMaxPyramid::scan(const double *samples, uint64_t firs
     return e;
 }
 
-void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary)
+void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary,
+                              std::vector<Block> &parents)
 {
+    Extremes group{INF, -INF, 0, 0};
     for (size_t b = firstBlock; b < lastBlock; ++b) {
         const double *block = samples + b * BASE_BLOCK;
         const BlockSums sums = sumBlock(block);
@@ -199,6 +201,19 @@ void MinMaxPyramid::buildBase(const double *samples, size_t firstBlock, size_t l
         part.max = sums.max == -INF ? -INF : block[maxOffset];
         part.sum = sums.sum;
         part.count = sums.count;
+        // The level above is merged from these blocks while their samples are still in the
+        // cache, exactly as from the finished base level: in order, the earliest index winning.
+        const uint64_t start = b * BASE_BLOCK;
+        if (b / FAN_OUT < parents.size()) {
+            if (b % FAN_OUT == 0)
+                group = Extremes{INF, -INF, start, start};
+            merge(group, Block{part.min, part.max, minOffset, maxOffset}, start);
+            if (b % FAN_OUT == FAN_OUT - 1) {
+                const uint64_t first = start - (FAN_OUT - 1) * BASE_BLOCK;
+                parents[b / FAN_OUT] = Block{group.min, group.max, static_cast<uint32_t>(group.minIndex - first),
+                                             static_cast<uint32_t>(group.maxIndex - first)};
+            }
+        }
         if (std::isfinite(part.min) && std::isfinite(part.max)) {
             part.finiteMin = part.min;
             part.finiteMax = part.max;
@@ -221,13 +236,15 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQu
     };
     const size_t blocks = samples.size() / BASE_BLOCK;
     m_base.resize(blocks);
-    // The base level reads every sample: long arrays are split over two threads.
-    const size_t half = samples.size() >= THREADED_SAMPLES ? blocks / 2 : 0;
+    std::vector<Block> firstLevel(blocks / FAN_OUT);
+    // The base level reads every sample: long arrays are split over two threads, at a block
+    // of the level above.
+    const size_t half = samples.size() >= THREADED_SAMPLES ? blocks / 2 / FAN_OUT * FAN_OUT : 0;
     SampleSummary later;
     std::thread helper;
     if (half > 0)
-        helper = std::thread([&] { buildBase(samples.data(), half, blocks, later); });
-    buildBase(samples.data(), 0, half > 0 ? half : blocks, m_summary);
+        helper = std::thread([&] { buildBase(samples.data(), half, blocks, later, firstLevel); });
+    buildBase(samples.data(), 0, half > 0 ? half : blocks, m_summary, firstLevel);
     if (helper.joinable()) {
         helper.join();
         m_summary.append(later);
@@ -236,6 +253,11 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQu
 
     uint64_t childSize = BASE_BLOCK;
     size_t children = m_base.size();
+    if (!firstLevel.empty()) {
+        childSize *= FAN_OUT;
+        children = firstLevel.size();
+        m_levels.push_back(std::move(firstLevel));
+    }
     while (children >= FAN_OUT) {
         std::vector<Block> parents(children / FAN_OUT);
         for (size_t b = 0; b < parents.size(); ++b) {
@@ -243,8 +265,7 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQu
             Extremes e{INF, -INF, start, start};
             for (unsigned c = 0; c < FAN_OUT; ++c) {
                 const size_t child = b * FAN_OUT + c;
-                merge(e, m_levels.empty() ? baseBlockAt(samples.data(), child) : m_levels.back()[child],
-                      start + c * childSize);
+                merge(e, m_levels.back()[child], start + c * childSize);
             }
             parents[b] = toBlock(e, start);
         }
@@ -254,14 +275,6 @@ MinMaxPyramid::MinMaxPyramid(const std::vector<double> &samples, bool threadedQu
         children = parents.size();
         m_levels.push_back(std::move(parents));
     }
-}
-
-MinMaxPyramid::Block MinMaxPyramid::baseBlockAt(const double *samples, size_t index) const
-{
-    const BaseBlock b = m_base[index];
-    const double *block = samples + index * BASE_BLOCK;
-    return Block{b.minOffset == NO_VALUE ? INF : block[b.minOffset], b.maxOffset == NO_VALUE ? -INF : block[b.maxOffset],
-                 b.minOffset == NO_VALUE ? 0u : b.minOffset, b.maxOffset == NO_VALUE ? 0u : b.maxOffset};
 }
 
 void MinMaxPyramid::mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart)

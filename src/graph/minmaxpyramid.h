@@ -94,7 +94,6 @@ private:
 
     static void merge(Extremes &into, const Block &block, uint64_t blockStart);
     static void mergeBase(Extremes &into, BaseBlock block, const double *samples, uint64_t blockStart);
-    Block baseBlockAt(const double *samples, size_t index) const;
     void prefetchIndex(uint64_t first, uint64_t last) const;
     void prefetchEdges(const double *samples, uint64_t first, uint64_t last) const;
     void mergeHead(Extremes &into, const double *samples, uint64_t first, uint64_t blockEnd) const;
@@ -102,7 +101,9 @@ private:
     void extremesInOrder(const double *samples, const uint64_t *first, const uint64_t *last, size_t count,
                          Extremes *out) const;
 
-    void buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary);
+    // Also fills parents, the level above, for the blocks from firstBlock (a multiple of FAN_OUT) on.
+    void buildBase(const double *samples, size_t firstBlock, size_t lastBlock, SampleSummary &summary,
+                   std::vector<Block> &parents);
 
     uint64_t m_sampleCount = 0;
     bool m_threadedQueries = true;

@@ -87,6 +87,30 @@ private slots:
         }
     }
 
+    // Long arrays are indexed on two threads that meet at a block of the level above the base:
+    // ranges around the middle, where they meet, and the whole array.
+    void agreesWhereTheThreadsMeet_data()
+    {
+        QTest::addColumn<QString>("shape");
+        QTest::addColumn<int>("count");
+        for (int count : {4'000'037, 4'194'624})
+            for (const char *shape : {"random", "with gaps"})
+                QTest::addRow("%s, %d", shape, count) << shape << count;
+    }
+    void agreesWhereTheThreadsMeet()
+    {
+        QFETCH(QString, shape);
+        QFETCH(int, count);
+        std::mt19937_64 random(3);
+        const std::vector<double> s = makeSamples(shape, size_t(count), random);
+        const MinMaxPyramid pyramid(s);
+        const uint64_t n = s.size(), middle = n / 2;
+        for (uint64_t before : {0ul, 1ul, 64ul, 129ul, 256ul, 1024ul, 5000ul, 70000ul, middle})
+            for (uint64_t after : {1ul, 63ul, 128ul, 255ul, 1025ul, 4096ul, 70000ul, n - middle})
+                if (!same(pyramid.extremes(s.data(), middle - before, middle + after), scanned(s, middle - before, middle + after)))
+                    QFAIL(qPrintable(QStringLiteral("range [%1, %2)").arg(middle - before).arg(middle + after)));
+    }
+
     void staysWithinAnEighthOfTheSamples()
     {
         const std::vector<double> s(1 << 20, 1.0);
