@@ -3,6 +3,7 @@
 #include <QCategoryAxis>
 #include <QFontMetricsF>
 #include <QPainter>
+#include <QValueAxis>
 
 #include <cmath>
 
@@ -27,6 +28,18 @@ bool upright(const QCategoryAxis *axis)
     return std::abs(axis->labelsAngle()) == 90;
 }
 
+// Where Qt Charts puts the dynamic ticks of axis: from its anchor at steps of its interval.
+template <typename Line>
+void eachTick(const QValueAxis *axis, Line line)
+{
+    const double min = axis->min(), max = axis->max(), step = axis->tickInterval();
+    if (!(step > 0.0) || !(max > min) || (max - min) / step > 1000.0)
+        return;
+    const double anchor = axis->tickAnchor();
+    for (double t = anchor + std::ceil((min - anchor) / step) * step; t <= max; t += step)
+        line((t - min) / (max - min));
+}
+
 } // namespace
 
 AxisLabelItem::AxisLabelItem(QGraphicsItem *parent)
@@ -41,15 +54,14 @@ void AxisLabelItem::setAxes(QCategoryAxis *time, QCategoryAxis *value)
     update();
 }
 
-void AxisLabelItem::setPlotArea(const QRectF &plot)
+void AxisLabelItem::setGridAxes(QValueAxis *time, QValueAxis *value)
 {
-    if (plot == m_plot)
-        return;
-    prepareGeometryChange();
-    m_plot = plot;
+    m_gridTime = time;
+    m_gridValue = value;
+    update();
 }
 
-QMarginsF AxisLabelItem::room() const
+void AxisLabelItem::labelsChanged()
 {
     QMarginsF room;
     if (m_value)
@@ -58,16 +70,29 @@ QMarginsF AxisLabelItem::room() const
         const QSizeF extent = labelExtent(m_time);
         room.setBottom(TICK + GAP + (upright(m_time) ? extent.width() : extent.height()));
     }
-    return room;
+    const double line = m_time ? QFontMetricsF(m_time->labelsFont()).height() : 0.0;
+    if (room != m_room || line != m_lineHeight)
+        prepareGeometryChange();
+    m_room = room;
+    m_lineHeight = line;
+    update();
+}
+
+void AxisLabelItem::setPlotArea(const QRectF &plot)
+{
+    if (plot == m_plot)
+        return;
+    prepareGeometryChange();
+    m_plot = plot;
 }
 
 QRectF AxisLabelItem::boundingRect() const
 {
     if (m_plot.isEmpty())
         return QRectF();
-    const QMarginsF r = room();
+    const QMarginsF &r = m_room;
     // Half a label beyond the plot's corners, where the first and last labels reach.
-    const double line = m_time ? QFontMetricsF(m_time->labelsFont()).height() : 0.0;
+    const double line = m_lineHeight;
     return m_plot.marginsAdded(QMarginsF(r.left(), line, r.left() + r.bottom(), r.bottom() + line));
 }
 
@@ -76,6 +101,20 @@ void AxisLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, Q
     if (m_plot.isEmpty())
         return;
     painter->save();
+    if (m_gridTime && m_gridTime->isGridLineVisible()) {
+        painter->setPen(m_gridTime->gridLinePen());
+        eachTick(m_gridTime, [&](double at) {
+            const double x = m_plot.left() + at * m_plot.width();
+            painter->drawLine(QPointF(x, m_plot.top()), QPointF(x, m_plot.bottom()));
+        });
+    }
+    if (m_gridValue && m_gridValue->isGridLineVisible()) {
+        painter->setPen(m_gridValue->gridLinePen());
+        eachTick(m_gridValue, [&](double at) {
+            const double y = m_plot.bottom() - at * m_plot.height();
+            painter->drawLine(QPointF(m_plot.left(), y), QPointF(m_plot.right(), y));
+        });
+    }
     if (m_time && m_time->max() > m_time->min()) {
         QCategoryAxis &axis = *m_time;
         const double scale = m_plot.width() / (axis.max() - axis.min());

@@ -6,21 +6,27 @@
 #include <QPointer>
 
 class QCategoryAxis;
+class QValueAxis;
 
-// Draws the time labels under the plot and the value labels left of it, with the axis lines and
-// their ticks, from the categories the two label axes hold. Those axes stay hidden from the chart:
-// Qt Charts lays out every label of a shown axis as rich text on each range change, which took
-// about a quarter of a pan or wheel step.
+// Draws the grid of the two value axes, and the time labels under the plot and the value labels
+// left of it with the axis lines and their ticks, from the categories the two label axes hold.
+// All four axes stay hidden from the chart: Qt Charts lays out every label of a shown axis as
+// rich text on each range change (even an empty one), which took about a quarter of a pan or
+// wheel step.
 class AxisLabelItem : public QGraphicsItem
 {
 public:
     explicit AxisLabelItem(QGraphicsItem *parent = nullptr);
 
     void setAxes(QCategoryAxis *time, QCategoryAxis *value);
+    // The axes whose dynamic ticks give the vertical and the horizontal grid lines.
+    void setGridAxes(QValueAxis *time, QValueAxis *value);
     // In the parent's coordinates, as QChart::plotArea() gives it.
     void setPlotArea(const QRectF &plot);
-    // Room the labels need left of and under the plot for what the axes hold now.
-    QMarginsF room() const;
+    // Measures the labels the axes hold now and repaints; call after refilling them.
+    void labelsChanged();
+    // Room the labels need left of and under the plot.
+    QMarginsF room() const { return m_room; }
 
     QRectF boundingRect() const override;
     void paint(QPainter *painter, const QStyleOptionGraphicsItem *option, QWidget *widget) override;
@@ -28,7 +34,11 @@ public:
 private:
     QPointer<QCategoryAxis> m_time;
     QPointer<QCategoryAxis> m_value;
+    QPointer<QValueAxis> m_gridTime;
+    QPointer<QValueAxis> m_gridValue;
     QRectF m_plot;
+    QMarginsF m_room;
+    double m_lineHeight = 0.0;
 };
 
 #endif

@@ -34,6 +34,7 @@ const QColor WAVEFORM_PALETTE[16] = {
 };
 
 constexpr double MIN_SAMPLE_INTERVAL = 1e-12;
+constexpr double GRID_Z = 2.0; // Qt Charts' own grid level
 // Above the grid and the axes, below every series of the chart.
 constexpr double TRACE_Z = 3.5;
 const QColor CHART_BACKGROUND(32, 33, 42); // the dark theme's gradient, in one colour
@@ -139,7 +140,8 @@ void VornGraph::createFrameWidgets()
     m_bandLabels = new BandLabelItem(m_chart);
     m_bandLabels->setZValue(BAND_LABEL_Z);
     m_axisLabels = new AxisLabelItem(m_chart);
-    m_axisLabels->setZValue(BAND_LABEL_Z);
+    // With the grid, under every series; its labels lie outside the plot.
+    m_axisLabels->setZValue(GRID_Z);
     m_chartMargins = m_chart->margins();
 
     m_errorLabel = new QLabel;
@@ -171,6 +173,7 @@ void VornGraph::displayGraph()
     for (const WaveformData &w : qAsConst(m_waveforms))
         createSeriesForWaveform(w);
     attachWaveformSeries();
+    m_axisLabels->setGridAxes(m_axisX, m_yAxes.value(0));
     for (int i = 0; i < m_waveforms.size(); ++i)
         createEnvelopeSeries(i);
     updateTraces();

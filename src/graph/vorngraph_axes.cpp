@@ -111,6 +111,8 @@ void VornGraph::setupAxisX()
     m_axisX->setGridLineVisible(true);
     m_axisX->setLineVisible(false);
     hideValueLabels(m_axisX);
+    // Our label item draws its grid.
+    m_axisX->setVisible(false);
     m_chart->legend()->setVisible(false);
     m_chart->addAxis(m_axisX, Qt::AlignBottom);
 
@@ -232,7 +234,7 @@ void VornGraph::updateXAxisLabels()
 // the plot area, and the layout follows from there.
 void VornGraph::followLabelRoom()
 {
-    m_axisLabels->update();
+    m_axisLabels->labelsChanged();
     const QMarginsF room = m_axisLabels->room();
     const QMargins margins = m_chartMargins.toMargins()
         + QMargins(int(std::ceil(room.left())), 0, 0, int(std::ceil(room.bottom())));

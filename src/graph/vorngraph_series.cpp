@@ -171,8 +171,9 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setLabelsVisible(false);
     // Hidden labels are formatted and measured all the same; without a conversion they are empty.
     axis->setLabelFormat(QStringLiteral("-"));
-    // An axis that draws nothing still costs a label layout on every view change, unless hidden.
-    axis->setVisible(m_yAxes.isEmpty());
+    // An axis that draws nothing still costs a label layout on every view change, unless hidden;
+    // the first one's grid is drawn by our label item.
+    axis->setVisible(false);
     m_chart->addAxis(axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;
