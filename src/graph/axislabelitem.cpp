@@ -32,6 +32,7 @@ bool upright(const QCategoryAxis *axis)
 template <typename Line>
 void eachTick(const QValueAxis *axis, Line line)
 {
+    // Dynamic ticks step by adding the interval, as Qt Charts does.
     const double min = axis->min(), max = axis->max(), step = axis->tickInterval();
     if (!(step > 0.0) || !(max > min) || (max - min) / step > 1000.0)
         return;
@@ -86,6 +87,40 @@ void AxisLabelItem::setPlotArea(const QRectF &plot)
     m_plot = plot;
 }
 
+QVector<AxisLabelItem::Placed> AxisLabelItem::placedLabels(Qt::Orientation orientation) const
+{
+    QVector<Placed> placed;
+    const bool across = orientation == Qt::Horizontal;
+    QCategoryAxis *axis = across ? m_time.data() : m_value.data();
+    if (!axis || !(axis->max() > axis->min()) || m_plot.isEmpty())
+        return placed;
+    const double length = across ? m_plot.width() : -m_plot.height();
+    const double origin = across ? m_plot.left() : m_plot.bottom();
+    const double scale = length / (axis->max() - axis->min());
+    const QStringList labels = axis->categoriesLabels();
+    for (const QString &label : labels) {
+        const double at = origin + (axis->endValue(label) - axis->min()) * scale;
+        const double from = across ? m_plot.left() : m_plot.top(), to = across ? m_plot.right() : m_plot.bottom();
+        if (at >= from - 0.5 && at <= to + 0.5)
+            placed.append({label, at});
+    }
+    return placed;
+}
+
+const QStaticText &AxisLabelItem::laidOut(const QString &label)
+{
+    auto it = m_texts.find(label);
+    if (it == m_texts.end()) {
+        // A long zoom session meets many labels; the ones of the current scales are few.
+        if (m_texts.size() > 512)
+            m_texts.clear();
+        it = m_texts.insert(label, QStaticText(label));
+        it->setTextFormat(Qt::PlainText);
+        it->setPerformanceHint(QStaticText::AggressiveCaching);
+    }
+    return *it;
+}
+
 QRectF AxisLabelItem::boundingRect() const
 {
     if (m_plot.isEmpty())
@@ -101,66 +136,63 @@ void AxisLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, Q
     if (m_plot.isEmpty())
         return;
     painter->save();
+    QVector<QLineF> lines;
     if (m_gridTime && m_gridTime->isGridLineVisible()) {
-        painter->setPen(m_gridTime->gridLinePen());
         eachTick(m_gridTime, [&](double at) {
             const double x = m_plot.left() + at * m_plot.width();
-            painter->drawLine(QPointF(x, m_plot.top()), QPointF(x, m_plot.bottom()));
+            lines.append(QLineF(x, m_plot.top(), x, m_plot.bottom()));
         });
+        painter->setPen(m_gridTime->gridLinePen());
+        painter->drawLines(lines);
     }
     if (m_gridValue && m_gridValue->isGridLineVisible()) {
-        painter->setPen(m_gridValue->gridLinePen());
+        lines.clear();
         eachTick(m_gridValue, [&](double at) {
             const double y = m_plot.bottom() - at * m_plot.height();
-            painter->drawLine(QPointF(m_plot.left(), y), QPointF(m_plot.right(), y));
+            lines.append(QLineF(m_plot.left(), y, m_plot.right(), y));
         });
+        painter->setPen(m_gridValue->gridLinePen());
+        painter->drawLines(lines);
     }
     if (m_time && m_time->max() > m_time->min()) {
         QCategoryAxis &axis = *m_time;
-        const double scale = m_plot.width() / (axis.max() - axis.min());
         painter->setPen(axis.linePen());
         painter->drawLine(m_plot.bottomLeft(), m_plot.bottomRight());
         painter->setFont(axis.labelsFont());
         painter->setPen(QPen(axis.labelsBrush(), 0));
         const QFontMetricsF metrics(axis.labelsFont());
         const bool turned = upright(&axis);
-        const QStringList labels = axis.categoriesLabels();
-        for (const QString &label : labels) {
-            const double x = m_plot.left() + (axis.endValue(label) - axis.min()) * scale;
-            if (x < m_plot.left() - 0.5 || x > m_plot.right() + 0.5)
-                continue;
-            const double width = metrics.horizontalAdvance(label);
+        for (const Placed &placed : placedLabels(Qt::Horizontal)) {
+            const double x = placed.at;
+            const QStaticText &text = laidOut(placed.text);
+            const double width = text.size().width();
             if (turned) {
                 painter->save();
-                painter->translate(x + metrics.ascent() / 2 - metrics.descent() / 2, m_plot.bottom() + GAP);
+                painter->translate(x - metrics.height() / 2, m_plot.bottom() + GAP);
                 painter->rotate(-90);
-                painter->drawText(QPointF(-width, 0), label);
+                painter->drawStaticText(QPointF(-width, 0), text);
                 painter->restore();
             } else {
-                painter->drawText(QPointF(x - width / 2, m_plot.bottom() + GAP + metrics.ascent()), label);
+                painter->drawStaticText(QPointF(x - width / 2, m_plot.bottom() + GAP), text);
             }
         }
     }
     if (m_value && m_value->max() > m_value->min()) {
         QCategoryAxis &axis = *m_value;
-        const double scale = m_plot.height() / (axis.max() - axis.min());
         const QPen line = axis.linePen();
         painter->setPen(line);
         painter->drawLine(m_plot.topLeft(), m_plot.bottomLeft());
         painter->setFont(axis.labelsFont());
         const QFontMetricsF metrics(axis.labelsFont());
         const QPen text(axis.labelsBrush(), 0);
-        const QStringList labels = axis.categoriesLabels();
-        for (const QString &label : labels) {
-            const double y = m_plot.bottom() - (axis.endValue(label) - axis.min()) * scale;
-            if (y < m_plot.top() - 0.5 || y > m_plot.bottom() + 0.5)
-                continue;
+        for (const Placed &placed : placedLabels(Qt::Vertical)) {
+            const double y = placed.at;
+            const QString &label = placed.text;
             painter->setPen(line);
             painter->drawLine(QPointF(m_plot.left() - TICK, y), QPointF(m_plot.left(), y));
             painter->setPen(text);
-            const double width = metrics.horizontalAdvance(label);
-            painter->drawText(QPointF(m_plot.left() - TICK - GAP - width, y + (metrics.ascent() - metrics.descent()) / 2),
-                              label);
+            const QStaticText &laid = laidOut(label);
+            painter->drawStaticText(QPointF(m_plot.left() - TICK - GAP - laid.size().width(), y - metrics.height() / 2), laid);
         }
     }
     painter->restore();

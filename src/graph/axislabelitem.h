@@ -1,9 +1,14 @@
 #ifndef AXISLABELITEM_H
 #define AXISLABELITEM_H
 
+#include "vorngraph_export.h"
+
 #include <QGraphicsItem>
+#include <QHash>
 #include <QMarginsF>
 #include <QPointer>
+#include <QStaticText>
+#include <QVector>
 
 class QCategoryAxis;
 class QValueAxis;
@@ -13,7 +18,7 @@ class QValueAxis;
 // All four axes stay hidden from the chart: Qt Charts lays out every label of a shown axis as
 // rich text on each range change (even an empty one), which took about a quarter of a pan or
 // wheel step.
-class AxisLabelItem : public QGraphicsItem
+class VORNGRAPH_EXPORT AxisLabelItem : public QGraphicsItem
 {
 public:
     explicit AxisLabelItem(QGraphicsItem *parent = nullptr);
@@ -28,10 +33,20 @@ public:
     // Room the labels need left of and under the plot.
     QMarginsF room() const { return m_room; }
 
+    struct Placed
+    {
+        QString text;
+        double at; // x of a time label, y of a value label, in the parent's coordinates
+    };
+    // The labels drawn along the time (Horizontal) or the value axis, where they are drawn.
+    QVector<Placed> placedLabels(Qt::Orientation orientation) const;
+
     QRectF boundingRect() const override;
     void paint(QPainter *painter, const QStyleOptionGraphicsItem *option, QWidget *widget) override;
 
 private:
+    const QStaticText &laidOut(const QString &label);
+
     QPointer<QCategoryAxis> m_time;
     QPointer<QCategoryAxis> m_value;
     QPointer<QValueAxis> m_gridTime;
@@ -39,6 +54,8 @@ private:
     QRectF m_plot;
     QMarginsF m_room;
     double m_lineHeight = 0.0;
+    // Labels come back as the view moves; laying a text out costs more than drawing it.
+    QHash<QString, QStaticText> m_texts;
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "graphharness.h"
 
+#include "axislabelitem.h"
 #include "scaledspinbox.h"
 
 #include <QCategoryAxis>
@@ -135,6 +136,26 @@ private slots:
         const QStringList value = g->m_axisYLabels->categoriesLabels();
         QCOMPARE(QStringList({QString::number(value.size()), value.first(), value.value(5), value.last()}),
                  QStringList({"11", "-2.5 V", "0 V", "2.5 V"}));
+
+        // After a zoom the label item draws what the label axes hold, where the traces put those values.
+        g->m_timePerDivision = 0.02;
+        g->updateXAxis(0.02);
+        for (const auto &[orientation, axis] : {std::pair(Qt::Horizontal, g->m_axisXLabels), std::pair(Qt::Vertical, g->m_axisYLabels)}) {
+            QStringList held, drawn;
+            for (const QString &label : axis->categoriesLabels()) {
+                if (axis->endValue(label) >= axis->min() && axis->endValue(label) <= axis->max())
+                    held << label;
+            }
+            for (const AxisLabelItem::Placed &placed : g->m_axisLabels->placedLabels(orientation)) {
+                drawn << placed.text;
+                const double value = axis->endValue(placed.text);
+                const QPointF at = g->m_chart->mapToPosition(orientation == Qt::Horizontal ? QPointF(value, 0.0) : QPointF(0.0, value),
+                                                             g->m_series[0]);
+                QVERIFY2(std::abs((orientation == Qt::Horizontal ? at.x() : at.y()) - placed.at) < 0.5, qPrintable(placed.text));
+            }
+            QVERIFY(held.size() > 5);
+            QCOMPARE(drawn, held);
+        }
     }
 
     void drawsAnyWaveformAnywhere()
