@@ -40,6 +40,37 @@ QLabel *statusLabel()
     return label;
 }
 
+// The status lines under the chart, each at the height of one line, laid out here rather than by a
+// layout: a label's new text asks its parent's layout for a new layout, which on every step relaid
+// out the whole chart page.
+class StatusLines : public QWidget
+{
+public:
+    void addLine(QLabel *label)
+    {
+        label->setParent(this);
+        m_lines.append(label);
+        int height = 0;
+        for (const QLabel *line : qAsConst(m_lines))
+            height += line->sizeHint().height();
+        setFixedHeight(height);
+    }
+
+protected:
+    void resizeEvent(QResizeEvent *) override
+    {
+        int y = 0;
+        for (QLabel *line : qAsConst(m_lines)) {
+            const int height = line->sizeHint().height();
+            line->setGeometry(0, y, width(), height);
+            y += height;
+        }
+    }
+
+private:
+    QVector<QLabel *> m_lines;
+};
+
 } // namespace
 
 QWidget *VornGraph::createChartPage()
@@ -57,8 +88,10 @@ QWidget *VornGraph::createChartPage()
     policy.setRetainSizeWhenHidden(true);
     m_cursorLabel->setSizePolicy(policy);
     m_cursorLabel->hide();
-    layout->addWidget(m_hoverLabel);
-    layout->addWidget(m_cursorLabel);
+    auto *lines = new StatusLines;
+    lines->addLine(m_hoverLabel);
+    lines->addLine(m_cursorLabel);
+    layout->addWidget(lines);
 
     m_chartView->setFocusPolicy(Qt::StrongFocus);
     m_chartView->viewport()->setMouseTracking(true);
