@@ -47,6 +47,7 @@ class QStackedWidget;
 class QTreeWidget;
 class QTreeWidgetItem;
 class QValueAxis;
+class QTimer;
 
 /// An oscilloscope-like screen: every waveform on its own vertical scale of Y_DIVISIONS
 /// divisions, all on one time base with square divisions. Fill it with addWaveform(), then call
@@ -367,6 +368,7 @@ private:
     // The offset goes to the roundest value within slack of timeOffset; without a slack, to a
     // tenth of a division.
     void setTimeBase(double timePerDivision, double timeOffset, double slack = -1.0);
+    void showTimeInTree();
     void setWaveformScale(int index, double divisionSize, double offset);
     QDoubleSpinBox *divisionSpinBox(int index) const;
     bool chartKeyPressed(QKeyEvent *event);
@@ -502,6 +504,8 @@ private:
     bool m_settingScales = false;
     // A left-button drag on the chart: the pan's start, or the cursor being moved.
     bool m_panning = false;
+    bool m_treeBehind = false; // the tree's time rows wait for a drag to rest
+    QTimer *m_treeFollow = nullptr;
     int m_draggedCursor = -1;
     QPoint m_pressPos;
     double m_pressTimeOffset = 0.0;

@@ -124,6 +124,9 @@ QLineSeries *VornGraph::createZeroLine(int waveformIndex)
 
 void VornGraph::updateRangeDisplay()
 {
+    // A drag's pan shows its time in the tree once it rests (showTimeInTree).
+    if (m_panning)
+        return;
     const QString seconds = QStringLiteral("s");
     if (m_axisX && m_timeRangePlusItem && m_timeRangeMinusItem) {
         m_timeRangePlusItem->setText(1, ValueFormatter::formatWithUnit(m_axisX->max(), seconds));

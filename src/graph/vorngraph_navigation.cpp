@@ -8,12 +8,14 @@
 #include <QKeyEvent>
 #include <QLineSeries>
 #include <QSignalBlocker>
+#include <QTimer>
 #include <QTreeWidget>
 #include <QValueAxis>
 #include <QWheelEvent>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -145,6 +147,32 @@ void VornGraph::setTimeBase(double timePerDivision, double timeOffset, double sl
         const double tenths = std::round(timeOffset / timePerDivision * 10.0);
         m_timeOffset = std::isfinite(tenths) ? tenths * timePerDivision / 10.0 : timeOffset;
     }
+    showTimeInTree();
+    updateSquareDivisions();
+}
+
+// While a drag pans, the tree's time rows follow once the pointer rests or lets go: repainting
+// them cost about as much as the plot's labels on every move.
+void VornGraph::showTimeInTree()
+{
+    if (m_panning) {
+        m_treeBehind = true;
+        if (!m_treeFollow) {
+            m_treeFollow = new QTimer(this);
+            m_treeFollow->setSingleShot(true);
+            m_treeFollow->setInterval(250);
+            connect(m_treeFollow, &QTimer::timeout, this, [this] {
+                const bool panning = std::exchange(m_panning, false);
+                showTimeInTree();
+                m_panning = panning;
+            });
+        }
+        m_treeFollow->start();
+        return;
+    }
+    m_treeBehind = false;
+    if (m_treeFollow)
+        m_treeFollow->stop();
     if (m_timeDivisionSpinBox) {
         showInBox(m_timeDivisionSpinBox, m_timePerDivision);
         m_timeDivisionSpinBox->setProperty("lastValue", m_timePerDivision);
@@ -153,7 +181,7 @@ void VornGraph::setTimeBase(double timePerDivision, double timeOffset, double sl
         offsetBox->setStep(m_timePerDivision);
         showInBox(offsetBox, m_timeOffset);
     }
-    updateSquareDivisions();
+    updateRangeDisplay();
 }
 
 void VornGraph::setWaveformScale(int index, double divisionSize, double offset)
@@ -290,6 +318,8 @@ bool VornGraph::chartMouseEvent(QMouseEvent *event)
         }
         m_panning = false;
         m_draggedCursor = -1;
+        if (m_treeBehind)
+            showTimeInTree();
         return true;
     default:
         return false;

@@ -133,7 +133,9 @@ private slots:
         m_harness->drag(from, from + QPoint(100, 30));
         const double tenths = std::round(100 / g->m_divisionPixels * 10);
         QVERIFY(std::fabs(g->timeOffset() - (offset + tenths * g->timePerDivision() / 10)) < 1e-12);
+        // The tree's time rows, held back while the drag moved, show where it let go.
         QCOMPARE(g->m_timeOffsetSpinBox->value(), g->timeOffset());
+        QCOMPARE(g->m_timeRangeMinusItem->text(1), ValueFormatter::formatWithUnit(g->m_axisX->min(), "s"));
     }
 
     void cursorsAndHoverReadValues()
