@@ -4,6 +4,7 @@
 # the application nor the X server has used the processor for QUIET seconds. Prints the medians
 # and the ratios `pan step vs PulseView: <r>x` and `wheel step vs PulseView: <r>x`.
 #   side_by_side.py VORNVIEW VORN_GENSR [STEPS]
+# The X server takes a free display number of its own (-displayfd), or VORN_BENCH_DISPLAY's.
 import glob
 import os
 import shutil
@@ -109,12 +110,20 @@ def main():
         return
     if not os.path.exists(CAPTURE):
         subprocess.run([gensr, CAPTURE, '10000000', '1'], check=True)
-    number = 90 + os.getpid() % 100
-    xserver = subprocess.Popen(['Xvfb', ':%d' % number, '-screen', '0', '%dx%dx24' % (WIDTH, HEIGHT), '-nolisten', 'tcp'],
-                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    fixed = os.environ.get('VORN_BENCH_DISPLAY', '').lstrip(':')
+    reader, writer = os.pipe()
+    xserver = subprocess.Popen(['Xvfb'] + ([':' + fixed] if fixed else []) +
+                               ['-displayfd', str(writer), '-screen', '0', '%dx%dx24' % (WIDTH, HEIGHT), '-nolisten', 'tcp'],
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(writer,))
+    os.close(writer)
     try:
-        time.sleep(2)
-        env = dict(os.environ, DISPLAY=':%d' % number)
+        # The server writes its number once it accepts connections.
+        with os.fdopen(reader) as f:
+            number = f.readline().strip()
+        if not number:
+            print('pan step vs PulseView: not measured (Xvfb did not start)')
+            return
+        env = dict(os.environ, DISPLAY=':' + number)
         env.pop('QT_QPA_PLATFORM', None)
         # Each at a point inside its trace area: our plot fills the window, PulseView's first row
         # lies under its ruler.

@@ -4,6 +4,7 @@
 #include "waveformwindow.h"
 
 #include <QAction>
+#include <QBrush>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDockWidget>
@@ -142,9 +143,10 @@ MeasurementsDock::MeasurementsDock(QMainWindow *window, WaveformWindow *document
     window->addDockWidget(Qt::RightDockWidgetArea, m_dock);
     connect(document, &QObject::destroyed, m_dock, &QObject::deleteLater);
 
-    // A pan or a wheel step moves the view many times a second; measure once it rests.
+    // A pan or a wheel step moves the view many times a second; measure once it rests, and not
+    // between the moves of a drag or the notches of a wheel turn.
     m_settle->setSingleShot(true);
-    m_settle->setInterval(60);
+    m_settle->setInterval(250);
     connect(m_settle, &QTimer::timeout, this, &MeasurementsDock::refresh);
     VornGraph *graph = document->graph();
     connect(graph, &VornGraph::viewChanged, this, &MeasurementsDock::viewMoved);
@@ -329,46 +331,75 @@ void MeasurementsDock::fillTable()
     const QVariant currentMeasure = current ? current->data(0, MEASURE_ROLE) : QVariant();
     const QVariant currentWaveform = current ? current->data(0, WAVEFORM_ROLE) : QVariant();
     const QSignalBlocker blocker(m_table);
-    m_table->clear();
+    // The same waveforms with the same rows after a move of the view: their texts change in
+    // place, which spares the table a new layout of every row.
+    std::vector<Rows> tables;
     for (const Measurement &measured : m_measured)
-        addWaveform(measured);
-    for (int i = 0; i < m_table->topLevelItemCount(); ++i) {
+        tables.push_back(rowsOf(measured));
+    bool same = m_table->topLevelItemCount() == int(tables.size());
+    for (int i = 0; same && i < int(tables.size()); ++i) {
+        const QTreeWidgetItem *top = m_table->topLevelItem(i);
+        same = top->text(0) == m_measured[i].name && top->childCount() == int(tables[i].size());
+        for (int k = 0; same && k < top->childCount(); ++k)
+            same = top->child(k)->data(0, MEASURE_ROLE).toInt() == tables[i][k].measure
+                && top->child(k)->data(0, WAVEFORM_ROLE).toInt() == m_measured[i].index;
+    }
+    if (!same) {
+        m_table->clear();
+        for (size_t i = 0; i < tables.size(); ++i) {
+            auto *top = new QTreeWidgetItem(m_table, {m_measured[i].name});
+            for (const Row &r : tables[i]) {
+                auto *row = new QTreeWidgetItem(top, {QLatin1String(measureKey(static_cast<Measure>(r.measure)))});
+                row->setData(0, MEASURE_ROLE, r.measure);
+                row->setData(0, WAVEFORM_ROLE, m_measured[i].index);
+            }
+            top->setExpanded(true);
+        }
+    }
+    for (int i = 0; i < int(tables.size()); ++i) {
         QTreeWidgetItem *top = m_table->topLevelItem(i);
-        top->setExpanded(true);
+        const QString &note = m_measured[i].p.levels.note;
+        if (top->text(1) != note)
+            top->setText(1, note);
         for (int k = 0; k < top->childCount(); ++k) {
             QTreeWidgetItem *row = top->child(k);
-            if (row->data(0, WAVEFORM_ROLE) == currentWaveform && row->data(0, MEASURE_ROLE) == currentMeasure)
+            const Row &r = tables[i][k];
+            if (row->text(1) != r.value)
+                row->setText(1, r.value);
+            if (row->text(2) != r.limit)
+                row->setText(2, r.limit);
+            if (row->toolTip(1) != r.reason)
+                row->setToolTip(1, r.reason);
+            for (int c = 1; c < 3; ++c) {
+                if (row->data(c, Qt::ForegroundRole) != r.colour)
+                    row->setData(c, Qt::ForegroundRole, r.colour);
+            }
+            if (!same && row->data(0, WAVEFORM_ROLE) == currentWaveform && row->data(0, MEASURE_ROLE) == currentMeasure)
                 m_table->setCurrentItem(row);
         }
     }
     onCurrentItemChanged(m_table->currentItem());
 }
 
-void MeasurementsDock::addWaveform(const Measurement &measured)
+MeasurementsDock::Rows MeasurementsDock::rowsOf(const Measurement &measured) const
 {
     const PulseMeasurements &p = measured.p;
-    auto *top = new QTreeWidgetItem(m_table, {measured.name});
-    if (!p.levels.note.isEmpty())
-        top->setText(1, p.levels.note);
+    Rows rows;
     for (int k = 0; k < MEASURE_COUNT; ++k) {
         const Measure m = static_cast<Measure>(k);
         const MeasureValue &v = p[m];
         const MeasurementLimit *limit = limitFor(measured.name, m);
         if (!v.valid() && !limit && v.reason == p[Measure::Low].reason && p.logic)
             continue; // a logic probe has no levels, edges or aberrations to list
-        auto *row = new QTreeWidgetItem(top, {QLatin1String(measureKey(m)),
-                                              v.valid() ? formatMeasure(m, v.value, measured.unit) : tr("none"),
-                                              limit ? describeLimit(*limit, measured.unit) : QString()});
-        row->setData(0, MEASURE_ROLE, k);
-        row->setData(0, WAVEFORM_ROLE, measured.index);
-        if (!v.valid())
-            row->setToolTip(1, v.reason);
+        Row row{k, v.valid() ? formatMeasure(m, v.value, measured.unit) : tr("none"),
+                limit ? describeLimit(*limit, measured.unit) : QString(), v.valid() ? QString() : v.reason, QVariant()};
         if (limit) {
             const bool passed = v.valid() && !(v.value > limit->max) && !(v.value < limit->min);
-            for (int c = 1; c < 3; ++c)
-                row->setForeground(c, passed ? PASS_COLOUR : FAIL_COLOUR);
+            row.colour = QBrush(passed ? PASS_COLOUR : FAIL_COLOUR);
         }
+        rows.push_back(row);
     }
+    return rows;
 }
 
 void MeasurementsDock::onCurrentItemChanged(QTreeWidgetItem *item)

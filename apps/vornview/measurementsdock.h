@@ -4,6 +4,7 @@
 #include "vornmeasure.h"
 
 #include <QObject>
+#include <QVariant>
 
 #include <cstdint>
 
@@ -48,6 +49,13 @@ private:
         PulseMeasurements p;
     };
     using Measured = std::vector<Measurement>;
+    struct Row
+    {
+        int measure;
+        QString value, limit, reason;
+        QVariant colour; // a brush for a verdict, none without a limit
+    };
+    using Rows = std::vector<Row>;
 
     bool isSeen() const;
     void viewMoved();
@@ -59,7 +67,7 @@ private:
     void onRemoveLimitTriggered();
     bool storeLimits(const std::vector<MeasurementLimit> &limits, QString *error);
     bool chosenRow(QString &waveform, Measure &measure, QString &unit) const;
-    void addWaveform(const Measurement &measured);
+    Rows rowsOf(const Measurement &measured) const;
     const MeasurementLimit *limitFor(const QString &waveform, Measure measure) const;
 
     QMainWindow *m_window;

@@ -5,6 +5,7 @@
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
 #include "traceitem.h"
+#include "axislabelitem.h"
 #include "bandlabelitem.h"
 #include "waveformitemdelegate.h"
 
@@ -124,6 +125,7 @@ void VornGraph::createFrameWidgets()
     // Labels turned upright make the bottom axis taller and the plot lower, without a resize of
     // the widget: lay the divisions out again whenever the plot area moves. The plot area also
     // settles only after a resize event, and the editor's markers follow from there.
+    connect(m_chart, &QChart::plotAreaChanged, this, [this](const QRectF &plot) { m_axisLabels->setPlotArea(plot); });
     connect(m_chart, &QChart::plotAreaChanged, this, &VornGraph::updateSquareDivisions);
     // The view takes the chart over and deletes it with itself.
     m_chartView = new InteractiveChartView(m_chart);
@@ -136,6 +138,9 @@ void VornGraph::createFrameWidgets()
     m_traces->setZValue(TRACE_Z);
     m_bandLabels = new BandLabelItem(m_chart);
     m_bandLabels->setZValue(BAND_LABEL_Z);
+    m_axisLabels = new AxisLabelItem(m_chart);
+    m_axisLabels->setZValue(BAND_LABEL_Z);
+    m_chartMargins = m_chart->margins();
 
     m_errorLabel = new QLabel;
     m_errorLabel->setAlignment(Qt::AlignCenter);

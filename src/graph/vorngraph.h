@@ -9,6 +9,7 @@
 
 #include <QColor>
 #include <QList>
+#include <QMargins>
 #include <QPointF>
 #include <QVector>
 #include <QWidget>
@@ -26,6 +27,7 @@ class MinMaxPyramid;
 struct SampleSummary;
 class TraceItem;
 class BandLabelItem;
+class AxisLabelItem;
 class QAreaSeries;
 class QCategoryAxis;
 class QChart;
@@ -343,6 +345,7 @@ private:
     void updateXAxisLabels();
     void updateYAxisForWaveform(int waveformIndex, double divisionSize);
     void updateYAxisLabels();
+    void followLabelRoom();
     // Sets a range of divisions around centre; leaves the axis as it was where the doubles
     // cannot tell the grid lines apart.
     static void applyDivisionGrid(QValueAxis *axis, double centre, double halfSpan, double interval);
@@ -489,6 +492,8 @@ private:
     };
     QVector<Band> m_bands;
     BandLabelItem *m_bandLabels = nullptr;
+    AxisLabelItem *m_axisLabels = nullptr; // draws what m_axisXLabels and m_axisYLabels hold
+    QMarginsF m_chartMargins; // the chart's own, before the labels' room
     std::array<double, 6> m_laidOut{}; // plot area and time base of the last layout
     bool m_stacked = false;
     bool m_horizontalTimeLabels = false;

@@ -1,5 +1,6 @@
 #include "vorngraph.h"
 
+#include "axislabelitem.h"
 #include "interactivechartview.h"
 #include "scaledspinbox.h"
 
@@ -36,8 +37,10 @@ void hideValueLabels(QValueAxis *axis)
     axis->setLabelFormat(QStringLiteral("-"));
 }
 
+// The axis keeps its labels, but our item draws them: hidden, the chart lays none of them out.
 void setUpLabelAxis(QCategoryAxis *axis)
 {
+    axis->setVisible(false);
     axis->setGridLineVisible(false);
     axis->setLabelsPosition(QCategoryAxis::AxisLabelsPositionOnValue);
     axis->setTruncateLabels(false);
@@ -53,6 +56,7 @@ void fillLabels(QCategoryAxis *axis, double min, double max, double anchor, doub
     // The value axis was left as it was in that case, so its labels stay too.
     if (!isDrawableGrid(min, max, division))
         return;
+    const QSignalBlocker blocker(axis);
     const auto labels = axis->categoriesLabels();
     for (const QString &label : labels)
         axis->remove(label);
@@ -117,6 +121,7 @@ void VornGraph::setupAxisX()
     m_axisYLabels = new QCategoryAxis;
     setUpLabelAxis(m_axisYLabels);
     m_chart->addAxis(m_axisYLabels, Qt::AlignLeft);
+    m_axisLabels->setAxes(m_axisXLabels, m_axisYLabels);
 }
 
 void VornGraph::updateSquareDivisions()
@@ -220,6 +225,19 @@ void VornGraph::updateXAxisLabels()
     fillLabels(m_axisXLabels, m_axisX->min(), m_axisX->max(), -m_timeOffset, m_timePerDivision,
                QStringLiteral("s"), -INFINITY, INFINITY, false, stride);
     m_axisXLabels->setLabelsAngle(narrow && stride == 1 ? -90 : 0);
+    followLabelRoom();
+}
+
+// The chart leaves the labels room beside the plot as it did while it drew them: a change moves
+// the plot area, and the layout follows from there.
+void VornGraph::followLabelRoom()
+{
+    m_axisLabels->update();
+    const QMarginsF room = m_axisLabels->room();
+    const QMargins margins = m_chartMargins.toMargins()
+        + QMargins(int(std::ceil(room.left())), 0, 0, int(std::ceil(room.bottom())));
+    if (m_chart->margins() != margins)
+        m_chart->setMargins(margins);
 }
 
 void VornGraph::setHorizontalTimeLabels(bool horizontal)
@@ -261,6 +279,7 @@ void VornGraph::updateYAxisLabels()
     if (!m_stacked) {
         fillLabels(m_axisYLabels, axis->min(), axis->max(), -m_offsets[i], m_divisionSizes[i],
                    m_waveforms.at(i).unit);
+        followLabelRoom();
         return;
     }
     // Stacked, the left edge reads the selected waveform beside its own band only: anywhere else
@@ -277,4 +296,5 @@ void VornGraph::updateYAxisLabels()
     }
     const QString &unit = m_waveforms.at(i).unit;
     fillLabels(m_axisYLabels, axis->min(), axis->max(), centre, size, unit, from, to, logic || unit.isEmpty());
+    followLabelRoom();
 }

@@ -84,13 +84,12 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&viewer));
         auto *dock = viewer.findChild<QDockWidget *>("measurementsDock");
         auto *table = qobject_cast<QTreeWidget *>(dock->widget());
-        const auto width = [table] {
-            const QTreeWidgetItem *row = table->findItems("pulse_width", Qt::MatchExactly | Qt::MatchRecursive).value(0);
-            return row ? row->text(1) : QString();
-        };
+        const auto item = [table] { return table->findItems("pulse_width", Qt::MatchExactly | Qt::MatchRecursive).value(0); };
+        const auto width = [&] { return item() ? item()->text(1) : QString(); };
         VornGraph *graph = viewer.document()->graph();
         graph->showWholeCapture();
         QTRY_COMPARE(width(), "10 ms");
+        const QTreeWidgetItem *shown = item();
         if (tabified) {
             viewer.tabifyDockWidget(dock, &other);
             other.raise();
@@ -107,6 +106,7 @@ private slots:
         else
             dock->show();
         QTRY_COMPARE(width(), "none");
+        QCOMPARE(item(), shown); // the same rows, their texts changed in place
     }
 
     // A limit set in the dock reaches the file beside an envelope edit not yet saved, which the
