@@ -1,11 +1,14 @@
 #include "chartbatch.h"
 
+#include <QAbstractAxis>
 #include <QAbstractSeries>
 #include <QChart>
 #include <QMetaObject>
 #include <QSignalBlocker>
 
 namespace {
+
+const char *const HIDDEN_AXIS = "vornHiddenAxis";
 
 // The chart's own QObject children: its series list, and the presenter that makes the items
 // that draw and lay out each series.
@@ -40,5 +43,43 @@ void addSeriesTogether(QChart *chart, const QList<QAbstractSeries *> &series)
         }
         if (fresh && s->chart() == chart)
             QMetaObject::invokeMethod(presenter, "handleSeriesAdded", Qt::DirectConnection, Q_ARG(QAbstractSeries *, s));
+    }
+}
+
+void addHiddenAxis(QChart *chart, QAbstractAxis *axis, Qt::Alignment alignment)
+{
+    QObject *dataSet = chartPart(chart, "ChartDataSet");
+    const bool quietly = dataSet && !axis->isVisible()
+        && dataSet->metaObject()->indexOfSignal("axisAdded(QAbstractAxis*)") >= 0
+        && dataSet->metaObject()->indexOfSignal("axisRemoved(QAbstractAxis*)") >= 0;
+    if (!quietly) {
+        chart->addAxis(axis, alignment);
+        return;
+    }
+    const QSignalBlocker blocker(dataSet);
+    chart->addAxis(axis, alignment);
+    axis->setProperty(HIDDEN_AXIS, true);
+}
+
+void removeAllTogether(QChart *chart)
+{
+    QObject *dataSet = chartPart(chart, "ChartDataSet");
+    const QList<QAbstractAxis *> axes = chart->axes();
+    for (QAbstractAxis *axis : axes)
+        axis->disconnect();
+    // The presenter made no item for a hidden axis, so it must not hear of its removal.
+    for (QAbstractAxis *axis : axes) {
+        if (!axis->property(HIDDEN_AXIS).toBool())
+            continue;
+        {
+            const QSignalBlocker blocker(dataSet);
+            chart->removeAxis(axis);
+        }
+        delete axis;
+    }
+    chart->removeAllSeries();
+    for (QAbstractAxis *axis : chart->axes()) {
+        chart->removeAxis(axis);
+        delete axis;
     }
 }

@@ -310,6 +310,7 @@ private:
     void createEnvelopeEditor();
     bool showErrorForInvalidInterval();
     void clearGraph();
+    void releaseForClosing(); // vorngraph_tree.cpp: the tree and the chart let go at once
     QColor getWaveformColor(int index) const;
 
     // vorngraph_series.cpp: series and the time base
@@ -393,6 +394,9 @@ private:
     void updateInfoTree();
     void addTimeRows();
     void addWaveformRows(int index);
+    void addRowControls(int index);
+    void removeRowControls(int index);
+    void placeRowControls();
 
     // vorngraph_envelope.cpp: envelope drawing and the editor's panel
     void createEnvelopeSeries(int index);
@@ -453,7 +457,12 @@ private:
     QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
     QList<QTreeWidgetItem *> m_rangePlusItems;
     QList<QTreeWidgetItem *> m_rangeMinusItems;
+    QVector<QPair<double, double>> m_shownRanges; // what the range rows show, min and max
     QList<QTreeWidgetItem *> m_waveformItems;
+    // Past a few dozen waveforms, only the rows in view carry their boxes (see placeRowControls).
+    bool m_rowControlsInViewOnly = false;
+    QVector<int> m_rowsWithControls;
+    QObject *m_treeViewportWatcher = nullptr;
     QList<QList<QLineSeries *>> m_envelopeUpperSeries;
     QList<QList<QLineSeries *>> m_envelopeLowerSeries;
     QList<QList<QAreaSeries *>> m_envelopeAreaSeries;

@@ -173,7 +173,7 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setLabelFormat(QStringLiteral("-"));
     // An axis that draws nothing still costs a label layout on every view change, unless hidden.
     axis->setVisible(m_yAxes.isEmpty());
-    m_chart->addAxis(axis, Qt::AlignLeft);
+    addHiddenAxis(m_chart, axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;
 }
