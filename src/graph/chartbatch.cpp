@@ -21,6 +21,17 @@ QObject *chartPart(QChart *chart, const char *className)
     return nullptr;
 }
 
+// An axis' private half is a QObject of its own, whose range signal every series' domain on the
+// axis listens to; each series that leaves walks all of those connections.
+struct AxisPrivateHalf : QAbstractAxis
+{
+    static QObject *of(QAbstractAxis *axis)
+    {
+        auto *half = reinterpret_cast<QObject *>((axis->*&AxisPrivateHalf::d_ptr).data());
+        return half && half->inherits("QAbstractAxisPrivate") ? half : nullptr;
+    }
+};
+
 } // namespace
 
 void addSeriesTogether(QChart *chart, const QList<QAbstractSeries *> &series)
@@ -65,8 +76,11 @@ void removeAllTogether(QChart *chart)
 {
     QObject *dataSet = chartPart(chart, "ChartDataSet");
     const QList<QAbstractAxis *> axes = chart->axes();
-    for (QAbstractAxis *axis : axes)
+    for (QAbstractAxis *axis : axes) {
         axis->disconnect();
+        if (QObject *half = AxisPrivateHalf::of(axis))
+            half->disconnect();
+    }
     // The presenter made no item for a hidden axis, so it must not hear of its removal.
     for (QAbstractAxis *axis : axes) {
         if (!axis->property(HIDDEN_AXIS).toBool())
