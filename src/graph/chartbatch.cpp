@@ -3,6 +3,8 @@
 #include <QAbstractAxis>
 #include <QAbstractSeries>
 #include <QChart>
+#include <QCoreApplication>
+#include <QEvent>
 #include <QMetaObject>
 #include <QSignalBlocker>
 
@@ -30,6 +32,40 @@ struct AxisPrivateHalf : QAbstractAxis
         auto *half = reinterpret_cast<QObject *>((axis->*&AxisPrivateHalf::d_ptr).data());
         return half && half->inherits("QAbstractAxisPrivate") ? half : nullptr;
     }
+};
+
+// A chart lays itself out when it receives a layout request.
+class LayoutPassFilter : public QObject
+{
+public:
+    LayoutPassFilter(QObject *parent, std::function<void()> before, std::function<void()> after)
+        : QObject(parent)
+        , m_before(std::move(before))
+        , m_after(std::move(after))
+    {
+    }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() != QEvent::LayoutRequest || m_inPass)
+            return false;
+        m_inPass = true;
+        m_before();
+        // Passed on through the other filters and the chart itself, then followed up; this filter
+        // steps aside meanwhile, so that the event is not caught twice.
+        watched->removeEventFilter(this);
+        QCoreApplication::sendEvent(watched, event);
+        watched->installEventFilter(this);
+        m_after();
+        m_inPass = false;
+        return true;
+    }
+
+private:
+    std::function<void()> m_before;
+    std::function<void()> m_after;
+    bool m_inPass = false;
 };
 
 } // namespace
@@ -96,4 +132,11 @@ void removeAllTogether(QChart *chart)
         chart->removeAxis(axis);
         delete axis;
     }
+}
+
+QObject *wrapLayoutPasses(QChart *chart, std::function<void()> before, std::function<void()> after)
+{
+    auto *filter = new LayoutPassFilter(chart, std::move(before), std::move(after));
+    chart->installEventFilter(filter);
+    return filter;
 }

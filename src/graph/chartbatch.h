@@ -4,9 +4,12 @@
 #include <QList>
 #include <Qt>
 
+#include <functional>
+
 class QAbstractAxis;
 class QAbstractSeries;
 class QChart;
+class QObject;
 
 // Adds many series to a chart at once, for thousands of waveforms. The chart's theme numbers each
 // new series by sorting the numbers of every series it already holds, and its legend, hidden here,
@@ -27,5 +30,10 @@ void addHiddenAxis(QChart *chart, QAbstractAxis *axis, Qt::Alignment alignment);
 // series' detaching to every other one, which made closing thousands of waveforms take longer
 // than opening them: its connections go first, in one pass.
 void removeAllTogether(QChart *chart);
+
+// Calls before() and after() around every layout pass of chart (the outermost one, where passes
+// nest). The chart's items redraw every point of their series when a pass moves the plot area.
+// Returns the event filter that does it, a child of chart; deleting it ends the wrapping.
+QObject *wrapLayoutPasses(QChart *chart, std::function<void()> before, std::function<void()> after);
 
 #endif

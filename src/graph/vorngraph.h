@@ -10,6 +10,7 @@
 #include <QColor>
 #include <QList>
 #include <QPointF>
+#include <QRectF>
 #include <QVector>
 #include <QWidget>
 
@@ -328,6 +329,8 @@ private:
     void updateSeriesForViewport();
     QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
     void buildPyramids();
+    void holdPointsForLayout();
+    void returnPointsAfterLayout();
     const MinMaxPyramid *pyramidFor(const WaveformData &w) const;
     SampleSummary summaryOf(const WaveformData &w) const;
 
@@ -488,6 +491,10 @@ private:
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
     TraceItem *m_traces = nullptr; // draws every waveform series' points
+    // The waveform series' points and the plot area while the chart lays itself out.
+    QObject *m_layoutPassFilter = nullptr;
+    QVector<QList<QPointF>> m_heldPoints;
+    QRectF m_heldPlotArea;
     // The stacked view's bands, in divisions above the centre, and their labels.
     struct Band
     {

@@ -292,6 +292,8 @@ void VornGraph::releaseForClosing()
         m_infoTree->verticalScrollBar()->disconnect(this);
         m_infoTree->disconnect(this);
     }
+    delete m_layoutPassFilter;
+    m_layoutPassFilter = nullptr;
     if (m_chart) {
         m_chart->disconnect(this);
         m_traces->setTraces({});
