@@ -11,6 +11,7 @@
 #include <QList>
 #include <QMargins>
 #include <QPointF>
+#include <QRectF>
 #include <QVector>
 #include <QWidget>
 
@@ -312,6 +313,7 @@ private:
     void createEnvelopeEditor();
     bool showErrorForInvalidInterval();
     void clearGraph();
+    void releaseForClosing(); // vorngraph_tree.cpp: the tree and the chart let go at once
     QColor getWaveformColor(int index) const;
 
     // vorngraph_series.cpp: series and the time base
@@ -329,6 +331,8 @@ private:
     void updateSeriesForViewport();
     QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
     void buildPyramids();
+    void holdPointsForLayout();
+    void returnPointsAfterLayout();
     const MinMaxPyramid *pyramidFor(const WaveformData &w) const;
     SampleSummary summaryOf(const WaveformData &w) const;
 
@@ -396,6 +400,9 @@ private:
     void updateInfoTree();
     void addTimeRows();
     void addWaveformRows(int index);
+    void addRowControls(int index);
+    void removeRowControls(int index);
+    void placeRowControls();
 
     // vorngraph_envelope.cpp: envelope drawing and the editor's panel
     void createEnvelopeSeries(int index);
@@ -456,7 +463,12 @@ private:
     QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
     QList<QTreeWidgetItem *> m_rangePlusItems;
     QList<QTreeWidgetItem *> m_rangeMinusItems;
+    QVector<QPair<double, double>> m_shownRanges; // what the range rows show, min and max
     QList<QTreeWidgetItem *> m_waveformItems;
+    // Past a few dozen waveforms, only the rows in view carry their boxes (see placeRowControls).
+    bool m_rowControlsInViewOnly = false;
+    QVector<int> m_rowsWithControls;
+    QObject *m_treeViewportWatcher = nullptr;
     QList<QList<QLineSeries *>> m_envelopeUpperSeries;
     QList<QList<QLineSeries *>> m_envelopeLowerSeries;
     QList<QList<QAreaSeries *>> m_envelopeAreaSeries;
@@ -482,6 +494,10 @@ private:
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
     TraceItem *m_traces = nullptr; // draws every waveform series' points
+    // The waveform series' points and the plot area while the chart lays itself out.
+    QObject *m_layoutPassFilter = nullptr;
+    QVector<QList<QPointF>> m_heldPoints;
+    QRectF m_heldPlotArea;
     // The stacked view's bands, in divisions above the centre, and their labels.
     struct Band
     {

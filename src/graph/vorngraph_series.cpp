@@ -126,6 +126,35 @@ void VornGraph::attachWaveformSeries()
     // The chart's OpenGL widget appears with the first series that asks for it.
     if (!m_series.isEmpty() && m_series.first()->useOpenGL())
         hideChartOpenGLWidget();
+    if (!m_layoutPassFilter)
+        m_layoutPassFilter = wrapLayoutPasses(m_chart, [this] { holdPointsForLayout(); }, [this] { returnPointsAfterLayout(); });
+}
+
+// A layout pass that moves the plot area makes the chart's items stroke every point of every
+// waveform, which the graph reduces anew for the new area anyway: the waveform series hold
+// nothing during a pass, and get their points back where the plot area stayed.
+void VornGraph::holdPointsForLayout()
+{
+    m_heldPlotArea = m_chart->plotArea();
+    m_heldPoints.resize(m_series.size());
+    for (int i = 0; i < m_series.size(); ++i) {
+        m_heldPoints[i] = m_series[i]->points();
+        if (!m_heldPoints[i].isEmpty())
+            m_series[i]->replace(QList<QPointF>());
+    }
+}
+
+void VornGraph::returnPointsAfterLayout()
+{
+    if (m_chart->plotArea() != m_heldPlotArea) {
+        updateSquareDivisions();
+    } else {
+        for (int i = 0; i < m_series.size() && i < m_heldPoints.size(); ++i) {
+            if (m_series[i]->count() == 0 && !m_heldPoints[i].isEmpty())
+                m_series[i]->replace(m_heldPoints[i]);
+        }
+    }
+    m_heldPoints.clear();
 }
 
 // A series forced to OpenGL crashes where no context can be made, so it asks only where one can.
@@ -173,7 +202,7 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setLabelFormat(QStringLiteral("-"));
     // An axis that draws nothing still costs a label layout on every view change, unless hidden.
     axis->setVisible(m_yAxes.isEmpty());
-    m_chart->addAxis(axis, Qt::AlignLeft);
+    addHiddenAxis(m_chart, axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;
 }
