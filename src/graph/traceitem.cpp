@@ -10,6 +10,7 @@
 #include <cmath>
 #include <deque>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -251,8 +252,8 @@ void TraceItem::columnValues(const QList<QPointF> &points, const Mapping &m, int
     }
 }
 
-// Solid limits go through the columns like a trace; wider than a pixel, each column becomes a
-// rectangle as tall as the pen is wide, which costs a fill where a stroke would cost an outline.
+// Solid limits go through the columns like a trace; wider than a pixel, they are filled column by
+// column, which costs a fill where a stroke would cost an outline.
 void TraceItem::paintLimit(QPainter *painter, const QLineSeries *series, const Mapping &m) const
 {
     if (!series->isVisible())
@@ -272,26 +273,58 @@ void TraceItem::paintLimit(QPainter *painter, const QLineSeries *series, const M
             painter->setPen(thin);
             painter->drawLines(m_lines.constData(), int(m_lines.size()));
         } else {
-            m_rects.clear();
-            qsizetype slanted = 0;
-            for (const QLineF &line : qAsConst(m_lines)) {
-                if (line.x1() != line.x2()) {
-                    m_lines[slanted++] = line;
-                    continue;
-                }
-                const double top = std::min(line.y1(), line.y2()) - width / 2;
-                addRows(QRectF(line.x1() - 0.5, top, 1.0, std::abs(line.dy()) + width));
-            }
-            painter->setPen(Qt::NoPen);
-            painter->setBrush(pen.color());
-            painter->drawRects(m_rects.constData(), int(m_rects.size()));
-            painter->setBrush(Qt::NoBrush);
-            painter->setPen(pen);
-            painter->drawLines(m_lines.constData(), int(slanted));
+            paintWideColumns(painter, pen.color(), width);
         }
     }
     if (series->pointsVisible())
         paintPointMarks(painter, points, pen, m);
+}
+
+// Each gathered line as the pixel columns it crosses, each column as tall as the line's extent
+// there plus the pen's width; equal neighbours merge into one rectangle.
+void TraceItem::paintWideColumns(QPainter *painter, const QColor &colour, double width) const
+{
+    m_rects.clear();
+    const double firstColumn = std::floor(m_plot.left()) - 1.0, lastColumn = std::ceil(m_plot.right());
+    int runTop = 0, runBottom = -1;
+    double runEnd = 0.0; // the column after the rectangle being widened
+    const auto addColumn = [&](double column, double y1, double y2) {
+        const int top = int(std::ceil(std::max(std::min(y1, y2) - width / 2, m_plot.top() - 1.0) - 0.5));
+        const int bottom = int(std::floor(std::min(std::max(y1, y2) + width / 2, m_plot.bottom() + 1.0) - 0.5));
+        if (bottom < top)
+            return;
+        if (!m_rects.isEmpty() && column == runEnd && top == runTop && bottom == runBottom) {
+            m_rects.last().setRight(column + 1.0);
+            runEnd = column + 1.0;
+            return;
+        }
+        m_rects.append(QRectF(column, top, 1.0, bottom - top + 1));
+        runTop = top;
+        runBottom = bottom;
+        runEnd = column + 1.0;
+    };
+    for (QLineF line : qAsConst(m_lines)) {
+        if (line.x1() > line.x2())
+            line = QLineF(line.p2(), line.p1());
+        const double from = std::max(std::floor(line.x1()), firstColumn), to = std::min(std::floor(line.x2()), lastColumn);
+        if (line.dx() == 0.0) {
+            if (from == to)
+                addColumn(from, line.y1(), line.y2());
+            continue;
+        }
+        const double slope = line.dy() / line.dx();
+        for (double column = from; column <= to; ++column) {
+            const double left = std::max(line.x1(), column), right = std::min(line.x2(), column + 1.0);
+            addColumn(column, line.y1() + (left - line.x1()) * slope, line.y1() + (right - line.x1()) * slope);
+        }
+    }
+    const QVector<QRectF> columns = std::exchange(m_rects, {});
+    for (const QRectF &rect : columns)
+        addRows(rect);
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(colour);
+    painter->drawRects(m_rects.constData(), int(m_rects.size()));
+    painter->setBrush(Qt::NoBrush);
 }
 
 // A dash pattern runs on along one polyline; of the points in one pixel column only those that

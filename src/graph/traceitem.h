@@ -11,6 +11,7 @@
 #include <vector>
 
 class QAreaSeries;
+class QColor;
 class QLineSeries;
 class QPen;
 class QValueAxis;
@@ -62,6 +63,7 @@ private:
     void paintTrace(QPainter *painter, const Trace &trace) const;
     void paintBand(QPainter *painter, const Envelope &envelope, const Mapping &m) const;
     void paintLimit(QPainter *painter, const QLineSeries *series, const Mapping &m) const;
+    void paintWideColumns(QPainter *painter, const QColor &colour, double width) const;
     void paintDashedLimit(QPainter *painter, const QList<QPointF> &points, const QPen &pen, const Mapping &m) const;
     void paintPointMarks(QPainter *painter, const QList<QPointF> &points, const QPen &pen, const Mapping &m) const;
     void addRows(const QRectF &rect) const;
