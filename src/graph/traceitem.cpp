@@ -379,24 +379,54 @@ void TraceItem::paintDashedLimit(QPainter *painter, const QList<QPointF> &points
     painter->drawPolyline(line);
 }
 
-// The marks the chart draws for visible points: a disc one and a half pen widths round, one
-// per pixel where many points share it.
+// The marks the chart draws for visible points: a disc one and a half pen widths round. Up to a
+// pen of a pixel, such a disc covers the 3 x 3 pixels round its centre, so the marks of one
+// column are drawn as runs of those squares; larger ones one disc per pixel.
 void TraceItem::paintPointMarks(QPainter *painter, const QList<QPointF> &points, const QPen &pen, const Mapping &m) const
 {
     const double radius = pen.widthF() * 1.5;
     const QRectF reach = m_plot.adjusted(-radius, -radius, radius, radius);
     painter->setPen(Qt::NoPen);
     painter->setBrush(pen.color());
-    QPoint last(std::numeric_limits<int>::min(), 0);
+    if (radius > 1.5) {
+        QPoint last(std::numeric_limits<int>::min(), 0);
+        for (const QPointF &p : points) {
+            const QPointF at = m.map(p);
+            const QPoint pixel(int(std::floor(at.x())), int(std::floor(at.y())));
+            if (!reach.contains(at) || pixel == last)
+                continue;
+            last = pixel;
+            painter->drawEllipse(at, radius, radius);
+        }
+        painter->setBrush(Qt::NoBrush);
+        return;
+    }
+    m_rects.clear();
+    std::vector<int> rows;
+    int column = std::numeric_limits<int>::min();
+    const auto closeColumn = [&] {
+        std::sort(rows.begin(), rows.end());
+        for (size_t i = 0; i < rows.size();) {
+            size_t j = i;
+            while (j + 1 < rows.size() && rows[j + 1] <= rows[j] + 3)
+                ++j;
+            addRows(QRectF(column - 1, rows[i] - 1, 3, rows[j] - rows[i] + 3));
+            i = j + 1;
+        }
+        rows.clear();
+    };
     for (const QPointF &p : points) {
         const QPointF at = m.map(p);
         if (!reach.contains(at))
             continue;
-        const QPoint pixel(int(std::floor(at.x())), int(std::floor(at.y())));
-        if (pixel == last)
-            continue;
-        last = pixel;
-        painter->drawEllipse(at, radius, radius);
+        const int x = int(std::floor(at.x()));
+        if (x != column) {
+            closeColumn();
+            column = x;
+        }
+        rows.push_back(int(std::floor(at.y())));
     }
+    closeColumn();
+    painter->drawRects(m_rects.constData(), int(m_rects.size()));
     painter->setBrush(Qt::NoBrush);
 }
