@@ -207,6 +207,8 @@ void VornGraph::clearGraph()
     if (m_envelopeEditor && m_envelopeEditor->isEditing())
         cancelEnvelopeEditing();
     m_traces->setTraces({});
+    m_traces->setEnvelopes({});
+    m_envelopePointsAside.clear();
     m_bands.clear();
     // Deletes the envelope series too: every one of them was added to the chart.
     removeAllTogether(m_chart);

@@ -8,6 +8,7 @@
 #include "vornmask.h"
 
 #include <QColor>
+#include <QHash>
 #include <QList>
 #include <QMargins>
 #include <QPointF>
@@ -418,6 +419,8 @@ private:
     QColor envelopeFillColor(int index) const;
     void createReducedEnvelopeSeries(int index);
     void updateEnvelopeSeriesForViewport();
+    void setEnvelopePointsAside(int index = -1);
+    void restoreEnvelopePoints();
     void redrawEnvelopes();
     void updateBackgroundForViewport(); // vorngraph_background.cpp
     void addBackgroundPoints(int index, const QVector<QPointF> &points);
@@ -483,6 +486,7 @@ private:
     bool m_envelopeReduction = false;
     // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment.
     QVector<QVector<EnvelopeData>> m_envelopeRuns;
+    QHash<QLineSeries *, QList<QPointF>> m_envelopePointsAside; // while an axis changes
     QList<QList<QLineSeries *>> m_backgroundSeries;
     QList<QList<QVector<QPointF>>> m_backgroundPoints; // per series: the kept min/max points
     // One zero-delay retry of the layout at a time, however many resizes ask for it.

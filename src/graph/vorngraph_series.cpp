@@ -187,6 +187,14 @@ void VornGraph::updateTraces()
     for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i)
         traces.append(TraceItem::Trace{m_series[i], m_axisX, m_yAxes[i]});
     m_traces->setTraces(traces);
+    QVector<TraceItem::Envelope> envelopes;
+    for (int i = 0; i < m_envelopeUpperSeries.size() && i < m_yAxes.size(); ++i) {
+        const QList<QLineSeries *> &upper = m_envelopeUpperSeries.at(i);
+        for (int k = 0; k < upper.size(); ++k)
+            envelopes.append({upper.at(k), m_envelopeLowerSeries.at(i).value(k), m_envelopeAreaSeries.at(i).value(k),
+                              m_axisX, m_yAxes.at(i)});
+    }
+    m_traces->setEnvelopes(envelopes);
     m_traces->setPlotArea(m_chart->plotArea());
 }
 
@@ -298,6 +306,7 @@ void VornGraph::updateSeriesForViewport()
     }
     for (int i = 0; i < count; ++i)
         m_series[i]->replace(points[i]);
+    restoreEnvelopePoints();
     updateEnvelopeSeriesForViewport();
     updateBackgroundForViewport();
     m_traces->update();
