@@ -128,18 +128,47 @@ void printOpen()
     std::printf("open channels of 1000 samples: first frame %s\n", qPrintable(channels.join(QStringLiteral(", "))));
 }
 
-// Ten thousand channels of 100 samples: time and memory must grow with the count, not its square.
+// Seconds the viewer takes to close file once it has drawn it: it writes a picture of the window
+// and ends, reporting how long the window took to go; NaN when it did not.
+double closeSeconds(const QString &file)
+{
+    QProcess viewer;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    viewer.setProcessEnvironment(environment);
+    viewer.setStandardOutputFile(QProcess::nullDevice());
+    const QString picture = QDir::temp().filePath(QStringLiteral("vorn-bench-close.png"));
+    viewer.start(QStringLiteral(VORN_VORNVIEW), {file, QStringLiteral("--timing"), QStringLiteral("--screenshot"), picture});
+    if (!viewer.waitForFinished(600000)) {
+        viewer.kill();
+        viewer.waitForFinished();
+        return NAN;
+    }
+    QFile::remove(picture);
+    const auto m = QRegularExpression(QStringLiteral("closed after ([0-9]+) ms")).match(QString::fromUtf8(viewer.readAllStandardError()));
+    return m.hasMatch() ? m.captured(1).toDouble() / 1e3 : NAN;
+}
+
+// Ten thousand channels of 100 samples: time and memory must grow with the count, not its square,
+// and closing must not take longer than opening.
 void printManyChannels()
 {
-    const QString many = QStringLiteral("/tmp/vorn-bench-10000x100.sr");
-    double peak = NAN;
-    if (!ensureCapture(many, 100, 10000)) {
-        std::printf("open 10000 channels: could not write %s\n", qPrintable(many));
-        return;
+    QStringList counts;
+    double peak = NAN, seconds = NAN;
+    for (int count : {2500, 5000, 10000}) {
+        const QString file = QStringLiteral("/tmp/vorn-bench-%1x100.sr").arg(count);
+        if (!ensureCapture(file, 100, count)) {
+            std::printf("open %d channels: could not write %s\n", count, qPrintable(file));
+            return;
+        }
+        // One run each, given the minutes it took before opening became linear.
+        peak = NAN;
+        seconds = firstFrameSeconds(file, &peak, 1, 600000);
+        counts << QString::asprintf("%d %.2f s %.0f MB (%.0f KB each)", count, seconds, peak / 1e6, peak / 1e3 / count);
     }
-    // One run, given the minutes it took before opening became linear.
-    const double seconds = firstFrameSeconds(many, &peak, 1, 600000);
+    std::printf("open channels of 100 samples: %s\n", qPrintable(counts.join(QStringLiteral(", "))));
     std::printf("open 10000 channels: %.2f s, %.0f MB\n", seconds, peak / 1e6);
+    std::printf("close 10000 channels: %.2f s\n", closeSeconds(QStringLiteral("/tmp/vorn-bench-10000x100.sr")));
 }
 
 // Loading runs in a process of its own, so that its peak memory is the load's alone; it and
@@ -275,7 +304,7 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
         printLoad();
     if (want("open 100M"))
         printOpen();
-    if (want("open 10000 channels"))
+    if (want("open channels of 100 samples, open 10000 channels, close 10000 channels"))
         printManyChannels();
     if (want("drag")) {
         const double drag = dragMillisecondsPerMove(100);

@@ -13,6 +13,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <ctime>
 #include <stdexcept>
 #include <thread>
@@ -364,8 +365,15 @@ void Run::summary(double seconds, double acquiring) const
 
 int Run::exec()
 {
+    // A folder that does not exist yet is made, as a user naming a new one expects.
     for (const std::string &dir : {m_options.saveFailures, m_options.saveAll}) {
-        if (!dir.empty() && access(dir.c_str(), W_OK) != 0)
+        if (dir.empty())
+            continue;
+        std::error_code error;
+        std::filesystem::create_directories(dir, error);
+        if (error)
+            throw Failure{"cannot make the folder " + dir + ": " + error.message()};
+        if (access(dir.c_str(), W_OK) != 0)
             throw Failure{"cannot write into " + dir};
     }
     AcquisitionLoop loop;

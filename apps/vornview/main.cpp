@@ -53,6 +53,22 @@ private:
     const QElapsedTimer &m_sinceStart;
 };
 
+// Reports how long closing took, from the end of the event loop until the window is gone; made
+// before the window, so that it is destroyed after it.
+class CloseTimer
+{
+public:
+    void start() { m_clock.start(); }
+    ~CloseTimer()
+    {
+        if (m_clock.isValid())
+            std::fprintf(stderr, "vornview: closed after %lld ms\n", static_cast<long long>(m_clock.elapsed()));
+    }
+
+private:
+    QElapsedTimer m_clock;
+};
+
 // With nobody to click a message box away, a screenshot run says what went wrong on stderr and
 // ends: every box is answered at once and the run fails.
 class BatchErrors : public QObject
@@ -160,6 +176,7 @@ int main(int argc, char *argv[])
         return fail(QString::fromUtf8(sigrok_get_last_error()), EXIT_FAILED);
 
     BatchErrors batchErrors;
+    CloseTimer closeTimer;
     if (!options.screenshot.isEmpty())
         app.installEventFilter(&batchErrors);
     ViewerWindow window;
@@ -182,5 +199,8 @@ int main(int argc, char *argv[])
     }
     if (!options.screenshot.isEmpty())
         QTimer::singleShot(0, &window, [&] { saveWhenSettled(&window, options.screenshot, SETTLE_ATTEMPTS, QImage()); });
-    return app.exec();
+    const int code = app.exec();
+    if (options.timing)
+        closeTimer.start();
+    return code;
 }

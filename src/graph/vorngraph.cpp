@@ -2,6 +2,8 @@
 
 #include "envelopeeditorcontroller.h"
 
+#include "chartbatch.h"
+
 #include "envelopeeditoroverlay.h"
 #include "interactivechartview.h"
 #include "traceitem.h"
@@ -55,6 +57,7 @@ VornGraph::~VornGraph()
     if (m_envelopeEditor)
         m_envelopeEditor->removePointMarkers();
     releaseLegendItems();
+    releaseForClosing();
 }
 
 // The chart takes its legend markers out of their group one series at a time, measuring all the
@@ -207,20 +210,17 @@ void VornGraph::clearGraph()
     if (m_envelopeEditor && m_envelopeEditor->isEditing())
         cancelEnvelopeEditing();
     m_traces->setTraces({});
+    m_traces->setEnvelopes({});
+    m_envelopePointsAside.clear();
     m_bands.clear();
     // Deletes the envelope series too: every one of them was added to the chart.
-    m_chart->removeAllSeries();
+    removeAllTogether(m_chart);
     m_envelopeUpperSeries.clear();
     m_envelopeLowerSeries.clear();
     m_envelopeAreaSeries.clear();
     m_envelopeRuns.clear();
     m_backgroundSeries.clear();
     m_backgroundPoints.clear();
-    const auto axes = m_chart->axes();
-    for (QAbstractAxis *axis : axes) {
-        m_chart->removeAxis(axis);
-        delete axis;
-    }
     m_series.clear();
     m_yAxes.clear();
     m_waveformVisible.clear();

@@ -8,9 +8,11 @@
 #include "vornmask.h"
 
 #include <QColor>
+#include <QHash>
 #include <QList>
 #include <QMargins>
 #include <QPointF>
+#include <QRectF>
 #include <QVector>
 #include <QWidget>
 
@@ -313,6 +315,7 @@ private:
     void createEnvelopeEditor();
     bool showErrorForInvalidInterval();
     void clearGraph();
+    void releaseForClosing(); // vorngraph_tree.cpp: the tree and the chart let go at once
     QColor getWaveformColor(int index) const;
 
     // vorngraph_series.cpp: series and the time base
@@ -330,6 +333,8 @@ private:
     void updateSeriesForViewport();
     QList<QPointF> viewportPoints(const WaveformData &w, double xMin, double xMax);
     void buildPyramids();
+    void holdPointsForLayout();
+    void returnPointsAfterLayout();
     const MinMaxPyramid *pyramidFor(const WaveformData &w) const;
     SampleSummary summaryOf(const WaveformData &w) const;
 
@@ -398,6 +403,9 @@ private:
     void updateInfoTree();
     void addTimeRows();
     void addWaveformRows(int index);
+    void addRowControls(int index);
+    void removeRowControls(int index);
+    void placeRowControls();
 
     // vorngraph_envelope.cpp: envelope drawing and the editor's panel
     void createEnvelopeSeries(int index);
@@ -413,6 +421,8 @@ private:
     QColor envelopeFillColor(int index) const;
     void createReducedEnvelopeSeries(int index);
     void updateEnvelopeSeriesForViewport();
+    void setEnvelopePointsAside(int index = -1);
+    void restoreEnvelopePoints();
     void redrawEnvelopes();
     void updateBackgroundForViewport(); // vorngraph_background.cpp
     void addBackgroundPoints(int index, const QVector<QPointF> &points);
@@ -458,7 +468,12 @@ private:
     QTreeWidgetItem *m_timeRangeMinusItem = nullptr;
     QList<QTreeWidgetItem *> m_rangePlusItems;
     QList<QTreeWidgetItem *> m_rangeMinusItems;
+    QVector<QPair<double, double>> m_shownRanges; // what the range rows show, min and max
     QList<QTreeWidgetItem *> m_waveformItems;
+    // Past a few dozen waveforms, only the rows in view carry their boxes (see placeRowControls).
+    bool m_rowControlsInViewOnly = false;
+    QVector<int> m_rowsWithControls;
+    QObject *m_treeViewportWatcher = nullptr;
     QList<QList<QLineSeries *>> m_envelopeUpperSeries;
     QList<QList<QLineSeries *>> m_envelopeLowerSeries;
     QList<QList<QAreaSeries *>> m_envelopeAreaSeries;
@@ -473,6 +488,7 @@ private:
     bool m_envelopeReduction = false;
     // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment.
     QVector<QVector<EnvelopeData>> m_envelopeRuns;
+    QHash<QLineSeries *, QList<QPointF>> m_envelopePointsAside; // while an axis changes
     QList<QList<QLineSeries *>> m_backgroundSeries;
     QList<QList<QVector<QPointF>>> m_backgroundPoints; // per series: the kept min/max points
     // One zero-delay retry of the layout at a time, however many resizes ask for it.
@@ -484,6 +500,10 @@ private:
     std::vector<ViolationMask> m_violationMasks;
     QGraphicsPathItem *m_violationMarks = nullptr; // one item for every waveform's marks
     TraceItem *m_traces = nullptr; // draws every waveform series' points
+    // The waveform series' points and the plot area while the chart lays itself out.
+    QObject *m_layoutPassFilter = nullptr;
+    QVector<QList<QPointF>> m_heldPoints;
+    QRectF m_heldPlotArea;
     // The stacked view's bands, in divisions above the centre, and their labels.
     struct Band
     {

@@ -165,6 +165,7 @@ void VornGraph::emptyWaveformSeries()
 {
     for (QLineSeries *series : qAsConst(m_series))
         series->replace(QList<QPointF>());
+    setEnvelopePointsAside();
 }
 
 void VornGraph::scheduleSquareDivisions()
@@ -259,9 +260,11 @@ void VornGraph::updateYAxisForWaveform(int waveformIndex, double divisionSize)
     const QList<QPointF> points = series ? series->points() : QList<QPointF>();
     if (series)
         series->replace(QList<QPointF>());
+    setEnvelopePointsAside(waveformIndex);
     applyDivisionGrid(m_yAxes[waveformIndex], -offset, divisionSize * Y_DIVISIONS * 0.5, divisionSize);
     if (series)
         series->replace(points);
+    restoreEnvelopePoints();
     if (m_settingScales)
         return;
     updateCenterLines();

@@ -131,6 +131,7 @@ void VornGraph::createEnvelopeSeries(int index)
         lowerSegment->append(time, lower[i]);
     }
     closeEnvelopeSegment(index, upperSegment, lowerSegment);
+    updateTraces();
 }
 
 // Hands the open segment to the chart, which owns it from then on, and starts afresh.
@@ -142,12 +143,24 @@ void VornGraph::closeEnvelopeSegment(int index, QLineSeries *&upper, QLineSeries
     auto *area = new QAreaSeries(upper, lower);
     area->setBrush(QBrush(fill, Qt::SolidPattern));
     area->setPen(QPen(Qt::NoPen));
+    // The points join once the chart's items have stopped listening, which they would outline
+    // in full at every addition.
+    const QList<QPointF> upperPoints = upper->points(), lowerPoints = lower->points();
+    upper->replace(QList<QPointF>());
+    lower->replace(QList<QPointF>());
     const QList<QAbstractSeries *> segment{area, upper, lower};
     for (QAbstractSeries *series : segment) {
         m_chart->addSeries(series);
         series->attachAxis(m_axisX);
         series->attachAxis(m_yAxes.at(index));
+        // m_traces draws the envelope from the series (see updateTraces).
+        series->setOpacity(0.0);
+        connect(series, &QAbstractSeries::visibleChanged, this, [this] { m_traces->update(); });
     }
+    QObject::disconnect(upper, &QXYSeries::pointsReplaced, nullptr, nullptr);
+    QObject::disconnect(lower, &QXYSeries::pointsReplaced, nullptr, nullptr);
+    upper->replace(upperPoints);
+    lower->replace(lowerPoints);
     m_envelopeAreaSeries[index].append(area);
     m_envelopeUpperSeries[index].append(upper);
     m_envelopeLowerSeries[index].append(lower);
@@ -162,8 +175,12 @@ void VornGraph::clearEnvelopeSeries(int index)
     const QList<QLineSeries *> upper = takeEntry(m_envelopeUpperSeries, index);
     const QList<QLineSeries *> lower = takeEntry(m_envelopeLowerSeries, index);
     const QList<QAreaSeries *> areas = takeEntry(m_envelopeAreaSeries, index);
-    for (QLineSeries *series : upper + lower)
+    if (!upper.isEmpty())
+        updateTraces();
+    for (QLineSeries *series : upper + lower) {
+        m_envelopePointsAside.remove(series);
         m_chart->removeSeries(series);
+    }
     for (QAreaSeries *series : areas)
         m_chart->removeSeries(series);
     // Detached series have no owner left. The fills go first: they point at their lines.

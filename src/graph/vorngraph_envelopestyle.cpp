@@ -118,7 +118,29 @@ void VornGraph::createReducedEnvelopeSeries(int index)
         lowerSegment->setPen(lowerPen);
         closeEnvelopeSegment(index, upperSegment, lowerSegment);
     }
+    updateTraces();
     updateEnvelopeSeriesForViewport();
+}
+
+// Whenever an axis changes, the chart outlines every series on it anew. The envelope series are
+// emptied around such a change and take their points back after it: m_traces draws them.
+void VornGraph::setEnvelopePointsAside(int index)
+{
+    for (int i = index < 0 ? 0 : index; i < m_envelopeUpperSeries.size() && (index < 0 || i == index); ++i) {
+        for (QLineSeries *series : m_envelopeUpperSeries.at(i) + m_envelopeLowerSeries.value(i)) {
+            if (series->count() == 0)
+                continue;
+            m_envelopePointsAside.insert(series, series->points());
+            series->replace(QList<QPointF>());
+        }
+    }
+}
+
+void VornGraph::restoreEnvelopePoints()
+{
+    for (auto it = m_envelopePointsAside.cbegin(); it != m_envelopePointsAside.cend(); ++it)
+        it.key()->replace(it.value());
+    m_envelopePointsAside.clear();
 }
 
 void VornGraph::updateEnvelopeSeriesForViewport()

@@ -8,6 +8,9 @@
 #include <QTreeWidgetItem>
 #include <QValueAxis>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 QPen linePen(const QColor &colour, Qt::PenStyle style)
@@ -132,11 +135,18 @@ void VornGraph::updateRangeDisplay()
         m_timeRangePlusItem->setText(1, ValueFormatter::formatWithUnit(m_axisX->max(), seconds));
         m_timeRangeMinusItem->setText(1, ValueFormatter::formatWithUnit(m_axisX->min(), seconds));
     }
-    for (int i = 0; i < m_yAxes.size(); ++i) {
-        if (i >= m_rangePlusItems.size() || i >= m_rangeMinusItems.size())
-            break;
+    // A time step changes no waveform's range: with thousands of waveforms, writing them all
+    // again would cost more than the step.
+    const qsizetype rows = std::min({m_yAxes.size(), m_rangePlusItems.size(), m_rangeMinusItems.size()});
+    if (m_shownRanges.size() != rows)
+        m_shownRanges.fill({NAN, NAN}, rows);
+    for (int i = 0; i < m_shownRanges.size(); ++i) {
+        const QPair<double, double> range(m_yAxes[i]->min(), m_yAxes[i]->max());
+        if (range == m_shownRanges[i])
+            continue;
+        m_shownRanges[i] = range;
         const QString &unit = m_waveforms.at(i).unit;
-        m_rangePlusItems[i]->setText(1, ValueFormatter::formatWithUnit(m_yAxes[i]->max(), unit));
-        m_rangeMinusItems[i]->setText(1, ValueFormatter::formatWithUnit(m_yAxes[i]->min(), unit));
+        m_rangePlusItems[i]->setText(1, ValueFormatter::formatWithUnit(range.second, unit));
+        m_rangeMinusItems[i]->setText(1, ValueFormatter::formatWithUnit(range.first, unit));
     }
 }

@@ -126,6 +126,35 @@ void VornGraph::attachWaveformSeries()
     // The chart's OpenGL widget appears with the first series that asks for it.
     if (!m_series.isEmpty() && m_series.first()->useOpenGL())
         hideChartOpenGLWidget();
+    if (!m_layoutPassFilter)
+        m_layoutPassFilter = wrapLayoutPasses(m_chart, [this] { holdPointsForLayout(); }, [this] { returnPointsAfterLayout(); });
+}
+
+// A layout pass that moves the plot area makes the chart's items stroke every point of every
+// waveform, which the graph reduces anew for the new area anyway: the waveform series hold
+// nothing during a pass, and get their points back where the plot area stayed.
+void VornGraph::holdPointsForLayout()
+{
+    m_heldPlotArea = m_chart->plotArea();
+    m_heldPoints.resize(m_series.size());
+    for (int i = 0; i < m_series.size(); ++i) {
+        m_heldPoints[i] = m_series[i]->points();
+        if (!m_heldPoints[i].isEmpty())
+            m_series[i]->replace(QList<QPointF>());
+    }
+}
+
+void VornGraph::returnPointsAfterLayout()
+{
+    if (m_chart->plotArea() != m_heldPlotArea) {
+        updateSquareDivisions();
+    } else {
+        for (int i = 0; i < m_series.size() && i < m_heldPoints.size(); ++i) {
+            if (m_series[i]->count() == 0 && !m_heldPoints[i].isEmpty())
+                m_series[i]->replace(m_heldPoints[i]);
+        }
+    }
+    m_heldPoints.clear();
 }
 
 // A series forced to OpenGL crashes where no context can be made, so it asks only where one can.
@@ -158,6 +187,14 @@ void VornGraph::updateTraces()
     for (int i = 0; i < m_series.size() && i < m_yAxes.size(); ++i)
         traces.append(TraceItem::Trace{m_series[i], m_axisX, m_yAxes[i]});
     m_traces->setTraces(traces);
+    QVector<TraceItem::Envelope> envelopes;
+    for (int i = 0; i < m_envelopeUpperSeries.size() && i < m_yAxes.size(); ++i) {
+        const QList<QLineSeries *> &upper = m_envelopeUpperSeries.at(i);
+        for (int k = 0; k < upper.size(); ++k)
+            envelopes.append({upper.at(k), m_envelopeLowerSeries.at(i).value(k), m_envelopeAreaSeries.at(i).value(k),
+                              m_axisX, m_yAxes.at(i)});
+    }
+    m_traces->setEnvelopes(envelopes);
     m_traces->setPlotArea(m_chart->plotArea());
 }
 
@@ -171,10 +208,12 @@ QValueAxis *VornGraph::createWaveformAxis()
     axis->setLabelsVisible(false);
     // Hidden labels are formatted and measured all the same; without a conversion they are empty.
     axis->setLabelFormat(QStringLiteral("-"));
-    // An axis that draws nothing still costs a label layout on every view change, unless hidden;
-    // the first one's grid is drawn by our label item.
+    // An axis that draws nothing still costs a label layout on every view change, unless hidden.
+    // The first one is added shown, so that it takes the theme's grid pen, then hidden: our
+    // label item draws its grid.
+    axis->setVisible(m_yAxes.isEmpty());
+    addHiddenAxis(m_chart, axis, Qt::AlignLeft);
     axis->setVisible(false);
-    m_chart->addAxis(axis, Qt::AlignLeft);
     m_yAxes.append(axis);
     return axis;
 }
@@ -270,6 +309,7 @@ void VornGraph::updateSeriesForViewport()
     }
     for (int i = 0; i < count; ++i)
         m_series[i]->replace(points[i]);
+    restoreEnvelopePoints();
     updateEnvelopeSeriesForViewport();
     updateBackgroundForViewport();
     m_traces->update();

@@ -1,20 +1,57 @@
 #include "vorngraph.h"
 
+#include "chartbatch.h"
 #include "samplesummary.h"
+#include "traceitem.h"
 #include "waveformitemdelegate.h"
 
 #include <QAction>
+#include <QChart>
 #include <QDoubleSpinBox>
+#include <QEvent>
 #include <QLineSeries>
 #include <QMenu>
+#include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTreeWidget>
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 
 namespace {
+
+// A spin box costs tens of kilobytes and a good part of a millisecond to make: past this many
+// waveforms, only the rows in view carry theirs.
+constexpr int CONTROLS_FOR_ALL_UP_TO = 64;
+// The waveform a top-level row shows.
+constexpr int WAVEFORM_INDEX_ROLE = Qt::UserRole + 1;
+// The rows of a waveform that carry a box.
+constexpr int DIVISION_ROW = 0;
+constexpr int OFFSET_ROW = 2;
+
+// Calls back whenever the watched widget changes size.
+class ResizeWatcher : public QObject
+{
+public:
+    ResizeWatcher(QObject *parent, std::function<void()> resized)
+        : QObject(parent)
+        , m_resized(std::move(resized))
+    {
+    }
+
+protected:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Resize)
+            m_resized();
+        return false;
+    }
+
+private:
+    std::function<void()> m_resized;
+};
 
 QTreeWidgetItem *addRow(QTreeWidgetItem *parent, const QString &name, const QString &value = QString())
 {
@@ -42,15 +79,35 @@ void VornGraph::updateInfoTree()
 {
     // A rebuild is no choice of the user's: nothing is reported while the rows come and go.
     const QSignalBlocker blocker(m_infoTree);
+    m_rowControlsInViewOnly = false;
+    m_rowsWithControls.clear();
     m_infoTree->clear();
     m_rangePlusItems.clear();
     m_rangeMinusItems.clear();
+    m_shownRanges.clear();
     m_waveformItems.clear();
+    m_offsetSpinBoxes.clear();
 
     addTimeRows();
-    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i)
+    const bool inViewOnly = m_waveforms.size() > CONTROLS_FOR_ALL_UP_TO;
+    for (int i = 0; i < m_waveforms.size() && i < m_series.size(); ++i) {
         addWaveformRows(i);
+        if (!inViewOnly)
+            addRowControls(i);
+    }
     fitRowHeights(m_infoTree, m_timeDivisionSpinBox, m_waveforms.size());
+    if (inViewOnly) {
+        m_rowControlsInViewOnly = true;
+        if (!m_treeViewportWatcher) {
+            m_treeViewportWatcher = new ResizeWatcher(this, [this] { placeRowControls(); });
+            m_infoTree->viewport()->installEventFilter(m_treeViewportWatcher);
+            connect(m_infoTree->verticalScrollBar(), &QScrollBar::valueChanged, this, &VornGraph::placeRowControls);
+            connect(m_infoTree, &QTreeWidget::itemExpanded, this, &VornGraph::placeRowControls);
+            connect(m_infoTree, &QTreeWidget::itemCollapsed, this, &VornGraph::placeRowControls);
+        }
+        // Before the columns are sized, so that the boxes' width counts.
+        placeRowControls();
+    }
     m_infoTree->resizeColumnToContents(0);
     m_infoTree->resizeColumnToContents(1);
 }
@@ -78,14 +135,13 @@ void VornGraph::addWaveformRows(int index)
     row->setFlags(row->flags() | Qt::ItemIsUserCheckable);
     row->setCheckState(1, Qt::Checked);
     row->setData(0, WaveformItemDelegate::COLOR_ROLE, m_series.at(index)->pen().color());
+    row->setData(0, WAVEFORM_INDEX_ROLE, index);
     m_waveformItems.append(row);
+    m_offsetSpinBoxes.append(nullptr);
 
-    const auto i = static_cast<size_t>(index);
-    m_infoTree->setItemWidget(addRow(row, tr("/ Div")), 1, createDivisionSpinBox(i, m_divisionSizes.at(index), w.unit));
+    addRow(row, tr("/ Div"));
     m_rangePlusItems.append(addRow(row, tr("Range+")));
-    QDoubleSpinBox *offset = createWaveformOffsetSpinBox(i);
-    m_offsetSpinBoxes.append(offset);
-    m_infoTree->setItemWidget(addRow(row, tr("Offset")), 1, offset);
+    addRow(row, tr("Offset"));
     m_rangeMinusItems.append(addRow(row, tr("Range-")));
 
     const std::vector<double> &samples = *w.samples;
@@ -100,6 +156,64 @@ void VornGraph::addWaveformRows(int index)
         addRow(row, tr("Min"), ValueFormatter::formatWithUnit(shown.min, w.unit));
     }
     row->setExpanded(true);
+}
+
+// The boxes show the waveform's scale as it is now: one made later shows what the keys or a
+// layout set meanwhile.
+void VornGraph::addRowControls(int index)
+{
+    QTreeWidgetItem *row = m_waveformItems.value(index);
+    if (!row || m_offsetSpinBoxes.value(index))
+        return;
+    const auto i = static_cast<size_t>(index);
+    m_infoTree->setItemWidget(row->child(DIVISION_ROW), 1,
+                              createDivisionSpinBox(i, m_divisionSizes.at(index), m_waveforms.at(index).unit));
+    QDoubleSpinBox *offset = createWaveformOffsetSpinBox(i);
+    m_offsetSpinBoxes[index] = offset;
+    m_infoTree->setItemWidget(row->child(OFFSET_ROW), 1, offset);
+    m_rowsWithControls.append(index);
+}
+
+void VornGraph::removeRowControls(int index)
+{
+    QTreeWidgetItem *row = m_waveformItems.value(index);
+    if (!row)
+        return;
+    for (int child : {DIVISION_ROW, OFFSET_ROW}) {
+        // The tree deletes the box later; until then it must not show where the row was.
+        if (QWidget *box = m_infoTree->itemWidget(row->child(child), 1))
+            box->hide();
+        m_infoTree->removeItemWidget(row->child(child), 1);
+    }
+    m_offsetSpinBoxes[index] = nullptr;
+    m_rowsWithControls.removeOne(index);
+}
+
+// Gives the waveforms with a row in view their boxes and takes them from the rest, except from a
+// box the user is typing in.
+void VornGraph::placeRowControls()
+{
+    if (!m_rowControlsInViewOnly)
+        return;
+    QVector<int> inView;
+    const int bottom = m_infoTree->viewport()->height();
+    for (QTreeWidgetItem *item = m_infoTree->itemAt(0, 0); item; item = m_infoTree->itemBelow(item)) {
+        if (m_infoTree->visualItemRect(item).top() >= bottom)
+            break;
+        const QVariant index = (item->parent() ? item->parent() : item)->data(0, WAVEFORM_INDEX_ROLE);
+        if (index.isValid() && !inView.contains(index.toInt()))
+            inView.append(index.toInt());
+    }
+    const QVector<int> placed = m_rowsWithControls;
+    for (int index : placed) {
+        QDoubleSpinBox *division = divisionSpinBox(index);
+        QDoubleSpinBox *offset = m_offsetSpinBoxes.value(index);
+        const bool typing = (division && division->hasFocus()) || (offset && offset->hasFocus());
+        if (!inView.contains(index) && !typing)
+            removeRowControls(index);
+    }
+    for (int index : qAsConst(inView))
+        addRowControls(index);
 }
 
 void VornGraph::setWaveformVisible(int index, bool visible)
@@ -167,4 +281,22 @@ void VornGraph::onWaveformVisibilityChanged(QTreeWidgetItem *item, int)
     updateZeroLines();
     if (m_stacked)
         applyStackedLayout();
+}
+
+// Closing: nothing the graph listens to answers any more, and the chart lets go of its series and
+// axes together rather than one at a time.
+void VornGraph::releaseForClosing()
+{
+    m_rowControlsInViewOnly = false;
+    if (m_infoTree) {
+        m_infoTree->verticalScrollBar()->disconnect(this);
+        m_infoTree->disconnect(this);
+    }
+    delete m_layoutPassFilter;
+    m_layoutPassFilter = nullptr;
+    if (m_chart) {
+        m_chart->disconnect(this);
+        m_traces->setTraces({});
+        removeAllTogether(m_chart);
+    }
 }

@@ -3,7 +3,9 @@
 
 #include <QLocale>
 
+#include <charconv>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -24,34 +26,78 @@ const Prefix FORMAT_PREFIXES[] = {
 };
 constexpr int FORMAT_PREFIX_COUNT = sizeof FORMAT_PREFIXES / sizeof FORMAT_PREFIXES[0];
 
-bool parseNumberBefore(const QString &text, const QString &suffix, int exponent, double &value)
+// A number as QString::toDouble reads it (C locale, blanks around it allowed); plain ASCII
+// numbers, which are all the formatter writes, skip the QString and locale machinery.
+bool parseNumber(QStringView text, double &value)
 {
-    if (!text.endsWith(suffix))
-        return false;
+    text = text.trimmed();
+    char buffer[64];
+    const qsizetype size = text.size();
+    if (size > 0 && size < qsizetype(sizeof buffer)) {
+        qsizetype n = 0;
+        for (const QChar c : text) {
+            const char16_t u = c.unicode();
+            if (!((u >= u'0' && u <= u'9') || u == u'.' || u == u'-' || u == u'+' || u == u'e' || u == u'E'))
+                break;
+            buffer[n++] = char(u);
+        }
+        if (n == size) {
+            // from_chars takes no leading plus.
+            const char *first = buffer + (buffer[0] == '+' && n > 1 && buffer[1] != '-' && buffer[1] != '+' ? 1 : 0);
+            const auto result = std::from_chars(first, buffer + n, value);
+            if (result.ec == std::errc() && result.ptr == buffer + n)
+                return true;
+        }
+    }
     bool ok = false;
-    const double number = text.left(text.size() - suffix.size()).trimmed().toDouble(&ok);
-    if (ok)
-        value = scaleByPowerOfTen(number, exponent);
+    value = text.toString().toDouble(&ok);
     return ok;
 }
 
-QString mantissaText(double mantissa, int significant)
+// text is prefix + unit after a number: the number scaled by the prefix.
+bool parseNumberBefore(QStringView text, QStringView prefix, QStringView unit, int exponent, double &value)
+{
+    if (!text.endsWith(unit))
+        return false;
+    text.chop(unit.size());
+    if (!text.endsWith(prefix))
+        return false;
+    text.chop(prefix.size());
+    double number = 0.0;
+    if (!parseNumber(text, number))
+        return false;
+    value = scaleByPowerOfTen(number, exponent);
+    return true;
+}
+
+// The mantissa with significant digits, trailing zeros dropped; its length.
+int mantissaText(double mantissa, int significant, char *buffer, int capacity)
 {
     const double magnitude = std::fabs(mantissa);
     const int integerDigits = magnitude >= 1.0 ? static_cast<int>(std::floor(std::log10(magnitude))) + 1 : 0;
     int decimals = significant - integerDigits;
     if (magnitude < 1.0 && magnitude > 0.0)
         decimals = significant - 1 - static_cast<int>(std::floor(std::log10(magnitude)));
-    QString text = QString::number(mantissa, 'f', decimals < 0 ? 0 : decimals);
-    if (text.contains(QLatin1Char('.'))) {
-        while (text.endsWith(QLatin1Char('0')))
-            text.chop(1);
-        if (text.endsWith(QLatin1Char('.')))
-            text.chop(1);
+    const auto result = std::to_chars(buffer, buffer + capacity, mantissa, std::chars_format::fixed, decimals < 0 ? 0 : decimals);
+    int length = result.ec == std::errc() ? int(result.ptr - buffer) : 0;
+    if (std::memchr(buffer, '.', size_t(length))) {
+        while (buffer[length - 1] == '0')
+            --length;
+        if (buffer[length - 1] == '.')
+            --length;
     }
-    if (text == QLatin1String("-0"))
-        text = QStringLiteral("0");
-    return text;
+    if (length == 2 && buffer[0] == '-' && buffer[1] == '0') {
+        buffer[0] = '0';
+        length = 1;
+    }
+    return length;
+}
+
+double parsedMantissa(const char *text, int length)
+{
+    double value = 0.0;
+    std::from_chars(text, text + length, value);
+    return value;
 }
 
 QString joinUnit(const QString &number, const QString &prefix, const QString &unit)
@@ -64,20 +110,18 @@ QString joinUnit(const QString &number, const QString &prefix, const QString &un
 
 double parseScaledValue(const QString &text, const QString &unit)
 {
-    const QString s = text.trimmed();
+    const QStringView s = QStringView(text).trimmed();
     double value = 0.0;
     for (const Prefix &p : PARSE_PREFIXES) {
-        if (parseNumberBefore(s, QString::fromUtf16(p.text) + unit, p.exponent, value))
+        if (parseNumberBefore(s, p.text, unit, p.exponent, value))
             return value;
     }
     // The unit may be left out: "5m".
     for (const Prefix &p : PARSE_PREFIXES) {
-        if (p.exponent != 0 && parseNumberBefore(s, QString::fromUtf16(p.text), p.exponent, value))
+        if (p.exponent != 0 && parseNumberBefore(s, p.text, QStringView(), p.exponent, value))
             return value;
     }
-    bool ok = false;
-    value = s.toDouble(&ok);
-    return ok ? value : std::nan("");
+    return parseNumber(s, value) ? value : std::nan("");
 }
 
 double parseCommandLineValue(const QString &text, const QString &unit)
@@ -103,18 +147,19 @@ QString ValueFormatter::formatWithUnit(double value, const QString &unit)
             break;
         }
     }
-    QString best;
+    char number[64];
+    int length = 0;
+    int i = index;
     for (int significant = 1; significant <= 6; ++significant) {
-        int i = index;
-        QString number = mantissaText(unscaleByPowerOfTen(value, FORMAT_PREFIXES[i].exponent), significant);
+        i = index;
+        length = mantissaText(unscaleByPowerOfTen(value, FORMAT_PREFIXES[i].exponent), significant, number, sizeof number);
         // Rounding may carry into the next prefix: 999.9996 m is 1.
-        if (i > 0 && std::fabs(number.toDouble()) >= 1000.0) {
+        if (i > 0 && std::fabs(parsedMantissa(number, length)) >= 1000.0) {
             --i;
-            number = mantissaText(unscaleByPowerOfTen(value, FORMAT_PREFIXES[i].exponent), significant);
+            length = mantissaText(unscaleByPowerOfTen(value, FORMAT_PREFIXES[i].exponent), significant, number, sizeof number);
         }
-        best = joinUnit(number, QString::fromUtf16(FORMAT_PREFIXES[i].text), unit);
-        if (scaleByPowerOfTen(number.toDouble(), FORMAT_PREFIXES[i].exponent) == value)
+        if (scaleByPowerOfTen(parsedMantissa(number, length), FORMAT_PREFIXES[i].exponent) == value)
             break;
     }
-    return best;
+    return joinUnit(QString::fromLatin1(number, length), QString::fromUtf16(FORMAT_PREFIXES[i].text), unit);
 }

@@ -127,6 +127,50 @@ private slots:
         QVERIFY(!upper->pointsVisible());
     }
 
+    // The band is painted from the series' points: a knot edit narrows it, an undo (the old
+    // envelope set again) widens it back, in both styles.
+    void drawnBandFollowsEditAndUndo_data()
+    {
+        QTest::addColumn<bool>("distinctAndReduced");
+        QTest::newRow("plain") << false;
+        QTest::newRow("distinct, reduced") << true;
+    }
+
+    void drawnBandFollowsEditAndUndo()
+    {
+        QFETCH(bool, distinctAndReduced);
+        VornGraph *g = graph();
+        g->setDistinctEnvelopeStyle(distinctAndReduced);
+        g->setEnvelopeReduction(distinctAndReduced);
+        g->setEnvelopeEditingByKnots(true);
+        // Between the limits before the edit and above them after it; far above either.
+        const QPoint between = m_h->viewPos(1, 0.04, 0.65), above = m_h->viewPos(1, 0.04, 0.95);
+        const auto colours = [&] {
+            const QImage picture = g->m_chartView->grab().toImage();
+            return QList<QRgb>{picture.pixel(between), picture.pixel(above)};
+        };
+        const QList<QRgb> bare = colours();
+        const EnvelopeData wide = makeEnvelope();
+        g->setEnvelope(1, wide);
+        const QList<QRgb> banded = colours();
+        QVERIFY(banded[0] != bare[0]);
+        QCOMPARE(banded[1], bare[1]);
+
+        g->startEnvelopeEditing(1);
+        QVector<EnvelopePoint> knots = g->m_envelopeEditor->points();
+        for (EnvelopePoint &knot : knots) {
+            knot.upperValue = 0.5;
+            knot.lowerValue = -0.5;
+        }
+        g->m_envelopeEditor->setKnots(knots);
+        g->finishEnvelopeEditing();
+        QCOMPARE(g->envelope(1).upper.samples->front(), 0.5);
+        QCOMPARE(colours(), bare);
+
+        g->setEnvelope(1, wide);
+        QCOMPARE(colours(), banded);
+    }
+
     // A long capture behind a trace costs a bounded index and about a pair of points per column;
     // clearing takes its series out of the chart.
     void backgroundCapturesStayBoundedAndGo()

@@ -5,6 +5,7 @@
 #include <QAreaSeries>
 #include <QCategoryAxis>
 #include <QContextMenuEvent>
+#include <QDoubleSpinBox>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QTimer>
@@ -135,6 +136,46 @@ private slots:
         // The graph only asks; the host starts or deletes.
         QCOMPARE(graph()->isEnvelopeEditing(), setup == "edit running");
         QVERIFY(graph()->hasEnvelope(1));
+    }
+
+    // Past a few dozen waveforms only those with a row in view carry boxes; one scrolled into
+    // view gets them, showing the scale it was given meanwhile, and the ones scrolled away lose them.
+    void manyWaveformsHaveBoxesOnlyInView()
+    {
+        GraphHarness many;
+        QVector<WaveformData> waveforms;
+        for (int i = 0; i < 100; ++i)
+            waveforms << sineWave(QString("w%1").arg(i), 1.0);
+        QVERIFY(many.show(waveforms));
+        VornGraph *g = many.graph.get();
+        QTreeWidget *t = g->m_infoTree;
+        const auto boxesAndRowsInView = [g, t] {
+            QVector<int> boxes, rows;
+            for (int i = 0; i < g->waveformCount(); ++i) {
+                QTreeWidgetItem *row = g->m_waveformItems[i];
+                if (t->itemWidget(row->child(0), 1) && t->itemWidget(row->child(2), 1) == static_cast<QWidget *>(g->m_offsetSpinBoxes[i]))
+                    boxes << i;
+                for (int k = -1; k < row->childCount(); ++k) {
+                    if (t->viewport()->rect().intersects(t->visualItemRect(k < 0 ? row : row->child(k)))) {
+                        rows << i;
+                        break;
+                    }
+                }
+            }
+            return QPair<QVector<int>, QVector<int>>(boxes, rows);
+        };
+        auto shown = boxesAndRowsInView();
+        QVERIFY(!shown.first.isEmpty() && shown.first.contains(0) && !shown.first.contains(99));
+        QCOMPARE(shown.first, shown.second);
+
+        g->stepDivisionSize(99, 1);
+        g->stepOffset(99, 2);
+        t->scrollToItem(g->m_waveformItems[99]->child(2));
+        shown = boxesAndRowsInView();
+        QVERIFY(shown.first.contains(99) && !shown.first.contains(0));
+        QCOMPARE(shown.first, shown.second);
+        QCOMPARE(g->divisionSpinBox(99)->value(), g->divisionSize(99));
+        QCOMPARE(g->m_offsetSpinBoxes[99]->value(), 2 * g->divisionSize(99));
     }
 
 private:

@@ -65,8 +65,8 @@ private slots:
         QFETCH(int, exitCode);
         QFETCH(QString, expected);
         QFETCH(int, saved);
+        // Not made here: run makes the folder it is told to save into.
         QDir failures(path(QTest::currentDataTag()));
-        QVERIFY(failures.mkpath("."));
         args.replaceInStrings(QRegularExpression("^F$"), failures.path());
         const Run r = vorn(QStringList{"run", driver} + DEMO + QStringList{"--reference", path("g-001.sr")} + args);
         QVERIFY2(r.exitCode == exitCode, r.out + r.err);
