@@ -31,29 +31,11 @@ public:
         m_y.resize(y.size());
         for (size_t i = 0; i < y.size(); ++i)
             m_y[i] = negate ? -y[i] : y[i];
-        // Sparse tables over the segments between nodes; an undefined segment is +infinity in both.
-        const size_t segments = m_y.size() - 1;
-        std::vector<double> low(segments), high(segments);
-        for (size_t i = 0; i < segments; ++i) {
-            const bool defined = !std::isnan(m_y[i]) && !std::isnan(m_y[i + 1]);
-            low[i] = defined ? std::min(m_y[i], m_y[i + 1]) : INFINITY;
-            high[i] = defined ? std::max(m_y[i], m_y[i + 1]) : INFINITY;
-            if (defined) {
+        for (size_t i = 0; i + 1 < m_y.size(); ++i) {
+            if (!std::isnan(m_y[i]) && !std::isnan(m_y[i + 1])) {
                 m_first = std::min(m_first, i);
                 m_last = i + 1;
             }
-        }
-        m_low.push_back(std::move(low));
-        m_high.push_back(std::move(high));
-        for (size_t width = 2; width <= segments; width *= 2) {
-            const std::vector<double> &pl = m_low.back(), &ph = m_high.back();
-            std::vector<double> nl(segments - width + 1), nh(segments - width + 1);
-            for (size_t i = 0; i < nl.size(); ++i) {
-                nl[i] = std::min(pl[i], pl[i + width / 2]);
-                nh[i] = std::max(ph[i], ph[i + width / 2]);
-            }
-            m_low.push_back(std::move(nl));
-            m_high.push_back(std::move(nh));
         }
     }
 
@@ -128,21 +110,21 @@ public:
     }
 
 private:
+    // The segments first ... last, scanned: range() is asked about neighbouring blocks, so each
+    // segment is read about once, and tables over them would cost more in fresh pages than they save.
+    // An undefined segment is +infinity in both.
     void query(size_t first, size_t last, double &low, double &high) const
     {
-        const size_t count = last - first + 1;
-        size_t level = 0;
-        while ((size_t(2) << level) <= count)
-            ++level;
-        const size_t width = size_t(1) << level;
-        low = std::min({low, m_low[level][first], m_low[level][last + 1 - width]});
-        high = std::max({high, m_high[level][first], m_high[level][last + 1 - width]});
+        for (size_t i = first; i <= last; ++i) {
+            const bool defined = !std::isnan(m_y[i]) && !std::isnan(m_y[i + 1]);
+            low = std::min(low, defined ? std::min(m_y[i], m_y[i + 1]) : INFINITY);
+            high = std::max(high, defined ? std::max(m_y[i], m_y[i + 1]) : INFINITY);
+        }
     }
 
     double m_start;
     double m_interval;
     std::vector<double> m_y;
-    std::vector<std::vector<double>> m_low, m_high;
     size_t m_first = SIZE_MAX;
     size_t m_last = 0;
 };
