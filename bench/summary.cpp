@@ -288,8 +288,8 @@ void printSummary(const std::function<std::vector<double>(std::size_t)> &makeSam
     std::printf("\n");
     if (want("reduction zoom"))
         printReduction(makeSamples(LONG));
-    if (want("check 100M"))
-        printCheck(makeSamples(LONG));
+    if (want("check 100M") || want("check aligned 100M"))
+        printCheck(makeSamples(LONG), want("check 100M"), want("check aligned 100M"));
     if (want("measure"))
         printMeasure();
     if (want("envelope 10x10M"))

@@ -12,8 +12,8 @@ class QString;
 // the repaint included (bench_drag.cpp).
 double dragMillisecondsPerMove(int points);
 
-// Prints the check 100M line (bench_check.cpp).
-void printCheck(std::vector<double> samples);
+// Prints the check 100M and the check aligned 100M lines, each where asked for (bench_check.cpp).
+void printCheck(std::vector<double> samples, bool plainLine, bool alignedLine);
 struct ViewStepFigure
 {
     double wheel = -1;

@@ -1,3 +1,4 @@
+#include "alignmentinternal.h"
 #include "vornmask.h"
 
 #include <algorithm>
@@ -14,6 +15,7 @@ constexpr int CANDIDATES = 3;           // coarse optima refined to the sample
 constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs more than it saves
 constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
 constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
+constexpr uint64_t STOP_CHECK = 4096;      // samples between looks at whether a shift can still win
 
 // A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
 // negated, so that one slack formula serves both. No limit reads as +infinity.
@@ -29,40 +31,43 @@ public:
         m_y.resize(y.size());
         for (size_t i = 0; i < y.size(); ++i)
             m_y[i] = negate ? -y[i] : y[i];
-        // Sparse tables over the segments between nodes; an undefined segment is +infinity in both.
-        const size_t segments = m_y.size() - 1;
-        std::vector<double> low(segments), high(segments);
-        for (size_t i = 0; i < segments; ++i) {
-            const bool defined = !std::isnan(m_y[i]) && !std::isnan(m_y[i + 1]);
-            low[i] = defined ? std::min(m_y[i], m_y[i + 1]) : INFINITY;
-            high[i] = defined ? std::max(m_y[i], m_y[i + 1]) : INFINITY;
-            if (defined) {
+        for (size_t i = 0; i + 1 < m_y.size(); ++i) {
+            if (!std::isnan(m_y[i]) && !std::isnan(m_y[i + 1])) {
                 m_first = std::min(m_first, i);
                 m_last = i + 1;
             }
         }
-        m_low.push_back(std::move(low));
-        m_high.push_back(std::move(high));
-        for (size_t width = 2; width <= segments; width *= 2) {
-            const std::vector<double> &pl = m_low.back(), &ph = m_high.back();
-            std::vector<double> nl(segments - width + 1), nh(segments - width + 1);
-            for (size_t i = 0; i < nl.size(); ++i) {
-                nl[i] = std::min(pl[i], pl[i + width / 2]);
-                nh[i] = std::max(ph[i], ph[i + width / 2]);
-            }
-            m_low.push_back(std::move(nl));
-            m_high.push_back(std::move(nh));
-        }
     }
 
     bool isEmpty() const { return m_last == 0; }
+    // Whether other reads its values at the same positions, so that one position serves both.
+    bool sharesGrid(const Limit &other) const
+    {
+        return m_y.size() >= 2 && m_y.size() == other.m_y.size() && m_start == other.m_start && m_interval == other.m_interval;
+    }
+    // at() for this limit and other on a shared grid, worked out from one position.
+    void bothAt(const Limit &other, double t, double &mine, double &theirs) const
+    {
+        const double u = (t - m_start) / m_interval;
+        if (!(u >= 0.0) || !(u <= static_cast<double>(m_y.size() - 1))) {
+            mine = theirs = INFINITY;
+            return;
+        }
+        const size_t i = std::min(static_cast<size_t>(u), m_y.size() - 2);
+        const double f = u - static_cast<double>(i);
+        const double a = m_y[i], b = m_y[i + 1], c = other.m_y[i], d = other.m_y[i + 1];
+        mine = std::isnan(a) || std::isnan(b) ? INFINITY : a + (b - a) * f;
+        theirs = std::isnan(c) || std::isnan(d) ? INFINITY : c + (d - c) * f;
+    }
     double firstTime() const { return m_start + static_cast<double>(m_first) * m_interval; }
     double lastTime() const { return m_start + static_cast<double>(m_last) * m_interval; }
 
-    double at(double t) const
+    double at(double t) const { return valueAt(position(t)); }
+    // Where t lies on the curve's nodes, and the limit there.
+    double position(double t) const { return (t - m_start) / m_interval; }
+    double valueAt(double u) const
     {
-        const double u = (t - m_start) / m_interval;
-        if (!(u >= 0.0) || !(u <= static_cast<double>(m_y.size() - 1)))
+        if (m_y.empty() || !(u >= 0.0) || !(u <= static_cast<double>(m_y.size() - 1)))
             return INFINITY;
         const size_t i = std::min(static_cast<size_t>(u), m_y.size() - 2);
         const double a = m_y[i], b = m_y[i + 1];
@@ -72,14 +77,18 @@ public:
     // The smallest and the largest limit over [a, b]; a part without limit makes the largest +infinity.
     void range(double a, double b, double &low, double &high) const
     {
+        const double ua = position(a), ub = position(b);
+        range(ua, valueAt(ua), ub, valueAt(ub), low, high);
+    }
+    // The same from the positions of a and b and the limits there.
+    void range(double ua, double ea, double ub, double eb, double &low, double &high) const
+    {
         low = high = INFINITY;
         if (m_y.empty())
             return;
-        const double ua = (a - m_start) / m_interval, ub = (b - m_start) / m_interval;
         const double last = static_cast<double>(m_y.size() - 1);
         if (ub < 0.0 || ua > last)
             return;
-        const double ea = at(a), eb = at(b);
         low = std::min(ea, eb);
         high = std::max(ea, eb);
         const long i0 = static_cast<long>(std::floor(std::max(ua, 0.0)));
@@ -101,21 +110,21 @@ public:
     }
 
 private:
+    // The segments first ... last, scanned: range() is asked about neighbouring blocks, so each
+    // segment is read about once, and tables over them would cost more in fresh pages than they save.
+    // An undefined segment is +infinity in both.
     void query(size_t first, size_t last, double &low, double &high) const
     {
-        const size_t count = last - first + 1;
-        size_t level = 0;
-        while ((size_t(2) << level) <= count)
-            ++level;
-        const size_t width = size_t(1) << level;
-        low = std::min({low, m_low[level][first], m_low[level][last + 1 - width]});
-        high = std::max({high, m_high[level][first], m_high[level][last + 1 - width]});
+        for (size_t i = first; i <= last; ++i) {
+            const bool defined = !std::isnan(m_y[i]) && !std::isnan(m_y[i + 1]);
+            low = std::min(low, defined ? std::min(m_y[i], m_y[i + 1]) : INFINITY);
+            high = std::max(high, defined ? std::max(m_y[i], m_y[i + 1]) : INFINITY);
+        }
     }
 
     double m_start;
     double m_interval;
     std::vector<double> m_y;
-    std::vector<std::vector<double>> m_low, m_high;
     size_t m_first = SIZE_MAX;
     size_t m_last = 0;
 };
@@ -142,12 +151,22 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
             uint64_t i = c * size;
 #ifdef __SSE2__
             // Two lanes at a time: maxpd(x, h) is x > h ? x : h, the scalar rule below, NaN included.
-            __m128d h = _mm_set1_pd(-INFINITY), l = _mm_set1_pd(INFINITY);
+            // Two pairs of accumulators, so that the loop waits on memory rather than on maxpd.
+            __m128d h = _mm_set1_pd(-INFINITY), l = _mm_set1_pd(INFINITY), h2 = h, l2 = l;
+            for (; i + 4 <= end; i += 4) {
+                const __m128d x = _mm_loadu_pd(&s[i]), y = _mm_loadu_pd(&s[i + 2]);
+                h = _mm_max_pd(x, h);
+                l = _mm_min_pd(x, l);
+                h2 = _mm_max_pd(y, h2);
+                l2 = _mm_min_pd(y, l2);
+            }
             for (; i + 2 <= end; i += 2) {
                 const __m128d x = _mm_loadu_pd(&s[i]);
                 h = _mm_max_pd(x, h);
                 l = _mm_min_pd(x, l);
             }
+            h = _mm_max_pd(h2, h);
+            l = _mm_min_pd(l2, l);
             double lanes[2];
             _mm_storeu_pd(lanes, h);
             hi = std::max(lanes[0], lanes[1]);
@@ -185,6 +204,7 @@ struct Search
     double interval;
     const Limit &upper;
     const Limit &lower;
+    bool shortcuts; // false: every shift worked out in full, in order, on one thread
     Blocks blocks;
     long reach; // envelope blocks precomputed on each side beyond the capture's
     // Per envelope block j (index j + reach): limit extremes over positions [jB, (j + 1)B].
@@ -200,11 +220,23 @@ struct Search
         loLow.resize(count);
         loHigh.resize(count);
         const double size = static_cast<double>(blocks.size);
-        for (long k = 0; k < count; ++k) {
-            const double first = time(static_cast<double>(k - reach) * size), last = time(static_cast<double>(k - reach + 1) * size);
-            upper.range(first, last, upLow[k], upHigh[k]);
-            lower.range(first, last, loLow[k], loHigh[k]);
-        }
+        // A block ends where the next starts: each border's position and limits are worked out once.
+        const auto fill = [&](long from, long to) {
+            double pu = 0.0, eu = 0.0, pl = 0.0, el = 0.0;
+            for (long k = from; k <= to; ++k) {
+                const double t = time(static_cast<double>(k - reach) * size);
+                const double qu = upper.position(t), fu = upper.valueAt(qu), ql = lower.position(t), fl = lower.valueAt(ql);
+                if (k > from) {
+                    upper.range(pu, eu, qu, fu, upLow[k - 1], upHigh[k - 1]);
+                    lower.range(pl, el, ql, fl, loLow[k - 1], loHigh[k - 1]);
+                }
+                pu = qu, eu = fu, pl = ql, el = fl;
+            }
+        };
+        if (shortcuts && blocks.high.size() >= 4096)
+            runBeside([&] { fill(0, count / 2); }, [&] { fill(count / 2, count); });
+        else
+            fill(0, count);
     }
 
     // At a shift of k whole blocks: how many blocks surely hold a sample outside, and an upper
@@ -227,22 +259,35 @@ struct Search
     // Counting stops once more than stopAbove samples are outside: such a shift cannot win.
     Fit fitAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove = UINT64_MAX) const
     {
+        return upper.sharesGrid(lower) ? fitOn<true>(ranges, shift, stopAbove) : fitOn<false>(ranges, shift, stopAbove);
+    }
+    template<bool Shared>
+    Fit fitOn(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove) const
+    {
         Fit fit;
         for (const auto &[first, last] : ranges) {
-            if (fit.violations > stopAbove)
-                break;
-            for (uint64_t i = first; i < last; ++i) {
-                const double v = samples[i];
-                if (std::isnan(v))
-                    continue;
-                const double t = time(static_cast<double>(i) - shift);
-                const double u = upper.at(t), l = lower.at(t); // l is the lower limit negated
-                const double slack = std::min(u - v, l + v);
-                fit.violations += slack < 0.0;
-                fit.slack = std::min(fit.slack, slack);
-                if (u < INFINITY && l < INFINITY) {
-                    const double off = v - (u - l) / 2;
-                    fit.spread += off * off;
+            for (uint64_t from = first; from < last; from += STOP_CHECK) {
+                if (fit.violations > stopAbove)
+                    return fit;
+                for (uint64_t i = from, to = std::min(last, from + STOP_CHECK); i < to; ++i) {
+                    const double v = samples[i];
+                    if (std::isnan(v))
+                        continue;
+                    const double t = time(static_cast<double>(i) - shift);
+                    double u, l; // l is the lower limit negated
+                    if (Shared) {
+                        upper.bothAt(lower, t, u, l);
+                    } else {
+                        u = upper.at(t);
+                        l = lower.at(t);
+                    }
+                    const double slack = std::min(u - v, l + v);
+                    fit.violations += slack < 0.0;
+                    fit.slack = std::min(fit.slack, slack);
+                    if (u < INFINITY && l < INFINITY) {
+                        const double off = v - (u - l) / 2;
+                        fit.spread += off * off;
+                    }
                 }
             }
         }
@@ -254,7 +299,11 @@ struct Search
     // neither a violation nor the smallest slack at the best shift are left out. Where too many
     // remain (a fit as good everywhere, as on plain noise, or a capture outside everywhere), the
     // shifts are tried at a stride, or the coarse shift stands.
-    Fit refine(long a, long b, double fallback, const Fit &coarse, double &shift) const
+    // With shortcuts, a shift stops counting once it has more samples outside than ceiling (or
+    // than a shift already worked out): a window whose best does so cannot win over the window
+    // that set the ceiling, and within a window such a shift is never the best. Where the shifts
+    // tried depend on which one is best (around the strided ones), that must be certain first.
+    Fit refine(long a, long b, double fallback, const Fit &coarse, double &shift, uint64_t ceiling = UINT64_MAX) const
     {
         const long size = long(blocks.size);
         const auto floorDiv = [](long x, long d) { return x >= 0 ? x / d : -((-x + d - 1) / d); };
@@ -303,26 +352,58 @@ struct Search
             return x.violations == 0 ? x.spread < y.spread : x.slack > y.slack;
         };
         size_t top = 0;
-        const auto tryShift = [&](long s) {
-            const size_t k = size_t(s - a);
-            if (!tried[k]) {
-                fits[k] = fitAt(active, static_cast<double>(s), tried[top] ? fits[top].violations : UINT64_MAX);
-                tried[k] = true;
+        // The shifts not tried yet are worked out, on both cores where there are many, then the
+        // best is taken in the order given: the first of equally good shifts stays the best.
+        const auto tryShifts = [&](const std::vector<long> &shifts, uint64_t limit) {
+            std::vector<long> fresh;
+            for (long s : shifts) {
+                if (!tried[size_t(s - a)])
+                    fresh.push_back(s);
             }
-            if (!tried[top] || better(fits[k], fits[top]))
-                top = k;
+            const uint64_t known = tried[top] ? fits[top].violations : UINT64_MAX;
+            const auto work = [&](size_t from, size_t step) {
+                uint64_t stop = shortcuts ? std::min(limit, known) : UINT64_MAX;
+                for (size_t n = from; n < fresh.size(); n += step) {
+                    Fit &fit = fits[size_t(fresh[n] - a)];
+                    fit = fitAt(active, static_cast<double>(fresh[n]), stop);
+                    if (shortcuts)
+                        stop = std::min(stop, fit.violations);
+                }
+            };
+            if (shortcuts && fresh.size() >= 8 && activeSamples * fresh.size() >= SPLIT_ABOVE)
+                runBeside([&] { work(0, 2); }, [&] { work(1, 2); });
+            else
+                work(0, 1);
+            for (long s : fresh)
+                tried[size_t(s - a)] = true;
+            for (long s : shifts) {
+                const size_t k = size_t(s - a);
+                if (!tried[top] || better(fits[k], fits[top]))
+                    top = k;
+            }
         };
+        std::vector<long> strided;
         for (long s = a; s <= b; s += stride)
-            tryShift(s);
+            strided.push_back(s);
+        tryShifts(strided, ceiling);
         if (stride > 1) {
+            if (fits[top].violations > ceiling) {
+                // The shifts around the best strided one are tried next, so that one must be
+                // known exactly.
+                std::fill(tried.begin(), tried.end(), false);
+                top = 0;
+                tryShifts(strided, UINT64_MAX);
+            }
             // Around the best of the strided shifts, every shift in reach of the budget.
             const long around = std::min<long>(stride - 1, long(BUDGET / activeSamples / 2));
+            std::vector<long> near;
             for (long s = std::max(a, a + long(top) - around); s <= std::min(b, a + long(top) + around); ++s)
-                tryShift(s);
+                near.push_back(s);
+            tryShifts(near, ceiling);
         }
         Fit result = fits[top];
         shift = static_cast<double>(a + long(top));
-        if (stride > 1)
+        if (stride > 1 || result.violations > ceiling)
             return result;
         if (result.violations == 0) {
             // The spread is smooth in the shift: the vertex of a parabola through it and its neighbours.
@@ -406,7 +487,9 @@ EnvelopeData clippedEnvelope(const EnvelopeData &envelope, double first, double 
 }
 
 double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
-                 const Limit &lower, long reachSamples, long lowest, long highest);
+                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts);
+
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts);
 
 } // namespace
 
@@ -418,6 +501,18 @@ WaveformData shiftedWaveform(const WaveformData &waveform, double shift)
 }
 
 double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift)
+{
+    return searchShift(waveform, envelope, maxShift, true);
+}
+
+double searchShiftTryingEveryShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift)
+{
+    return searchShift(waveform, envelope, maxShift, false);
+}
+
+namespace {
+
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts)
 {
     const std::vector<double> &samples = *waveform.samples;
     const double dt = waveform.sampleInterval;
@@ -441,16 +536,14 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     // Only the curves searched get their range tables: on a long envelope building them is most of the set-up.
     const EnvelopeData &searched = clipped ? common : envelope;
     const Limit upper(searched.upper, false), lower(searched.lower, true);
-    return bestShift(samples, waveform.startTime, dt, upper, lower, reachSamples, lowest, highest);
+    return bestShift(samples, waveform.startTime, dt, upper, lower, reachSamples, lowest, highest, shortcuts);
 }
 
-namespace {
-
 double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
-                 const Limit &lower, long reachSamples, long lowest, long highest)
+                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts)
 {
     const uint64_t size = std::max<uint64_t>(1, uint64_t(reachSamples) / COARSE_STEPS);
-    Search search{samples, startTime, dt, upper, lower, blockExtremes(samples, size), 0, {}, {}, {}, {}};
+    Search search{samples, startTime, dt, upper, lower, shortcuts, blockExtremes(samples, size), 0, {}, {}, {}, {}};
     search.reach = reachSamples / long(size) + 3;
     search.prepareEnvelopeBlocks();
 
@@ -459,7 +552,15 @@ double bestShift(const std::vector<double> &samples, double startTime, double dt
     const auto floorDiv = [](long x, long d) { return x >= 0 ? x / d : -((-x + d - 1) / d); };
     std::vector<std::pair<Fit, long>> coarse;
     for (long k = floorDiv(lowest, ssize); k <= -floorDiv(-highest, ssize); ++k)
-        coarse.emplace_back(search.coarseFit(k), k);
+        coarse.emplace_back(Fit(), k);
+    const auto score = [&](size_t from, size_t to) {
+        for (size_t n = from; n < to; ++n)
+            coarse[n].first = search.coarseFit(coarse[n].second);
+    };
+    if (shortcuts && coarse.size() >= 2 && samples.size() >= SPLIT_ABOVE)
+        runBeside([&] { score(0, coarse.size() / 2); }, [&] { score(coarse.size() / 2, coarse.size()); });
+    else
+        score(0, coarse.size());
     std::sort(coarse.begin(), coarse.end(), [](const auto &x, const auto &y) {
         if (x.first.violations != y.first.violations)
             return x.first.violations < y.first.violations;
@@ -482,7 +583,7 @@ double bestShift(const std::vector<double> &samples, double startTime, double dt
             continue;
         double shift = 0.0;
         const double fallback = static_cast<double>(std::clamp(k * ssize, a, b));
-        const Fit found = search.refine(a, b, fallback, fit, shift);
+        const Fit found = search.refine(a, b, fallback, fit, shift, shortcuts ? bestFit.violations : UINT64_MAX);
         if (found.violations < bestFit.violations
             || (found.violations == bestFit.violations && found.slack > bestFit.slack)) {
             bestFit = found;

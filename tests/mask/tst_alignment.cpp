@@ -1,5 +1,6 @@
 // Captures triggered at another moment pass once aligned; real timing faults still fail.
 
+#include "alignmentinternal.h"
 #include "vornmask.h"
 
 #include <QTest>
@@ -200,6 +201,64 @@ private slots:
         const EnvelopeCheckResult r = checkAligned(pulse(3, 5e-3, 12e-3, amplitude), m_envelope, options);
         QCOMPARE(r.failure, failure);
         QCOMPARE(r.passed(), failure.isEmpty());
+    }
+
+    // The search's shortcuts (bounds, a ceiling from the window before, two cores) choose exactly
+    // the shift that working out every shift in full does, ties and all.
+    void shortcutsChooseTheShiftEveryShiftGives_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<double>("shift");
+        QTest::addColumn<double>("maxShift");
+        QTest::newRow("good pulse, late") << 0 << 317.4e-6 << 2e-3;
+        QTest::newRow("good pulse, early") << 0 << -1234.6e-6 << 2e-3;
+        QTest::newRow("narrow pulse, outside at every shift") << 1 << 0.0 << 1e-3;
+        QTest::newRow("flat capture, every shift ties") << 2 << 0.0 << 1e-3;
+        QTest::newRow("steps, shifts strided") << 3 << 0.0 << 6e-3;
+    }
+    void shortcutsChooseTheShiftEveryShiftGives()
+    {
+        QFETCH(int, kind);
+        QFETCH(double, shift);
+        QFETCH(double, maxShift);
+        WaveformData capture;
+        EnvelopeData envelope = m_golden;
+        if (kind == 0) {
+            capture = pulse(60, 5e-3 + shift, 12e-3 + shift);
+        } else if (kind == 1) {
+            capture = pulse(61, 5.3e-3, 12.3e-3 - 40e-6);
+            envelope = m_envelope;
+        } else if (kind == 2) {
+            capture = pulse(62, 0.0, 0.0);
+            capture.samples.writable().assign(20000, 1.0);
+            for (WaveformData *curve : {&envelope.upper, &envelope.lower})
+                std::fill(curve->samples.writable().begin(), curve->samples.writable().end(), curve == &envelope.upper ? 2.0 : 0.0);
+        } else {
+            // Steps every 7,919 samples of a noisy sine, in a band with room at both ends: only
+            // shifts near the true one fit, and (with many samples near a limit) the refined
+            // windows are tried at a stride.
+            const int count = 40000;
+            std::mt19937 random(7);
+            std::uniform_real_distribution<double> noise(-0.1, 0.1);
+            capture.sampleInterval = DT;
+            std::vector<double> &s = capture.samples.writable();
+            for (int i = 0; i < count; ++i)
+                s.push_back(std::sin(i * 1e-3) + noise(random) + ((i / 7919) % 2 ? 1.0 : 0.0));
+            SourceHull hull;
+            hull.add(capture);
+            EnvelopeBuildOptions options;
+            options.dx = 2 * DT;
+            options.dy = 0.05;
+            options.start = 7000 * DT;
+            options.end = (count - 7000) * DT;
+            options.maxIntervals = uint64_t(count / 50);
+            envelope = hull.build(options);
+            capture = shiftedWaveform(capture, -1717 * DT);
+        }
+        const double fast = searchShift(capture, envelope, maxShift);
+        QCOMPARE(fast, searchShiftTryingEveryShift(capture, envelope, maxShift));
+        if (kind == 0 || kind == 3)
+            QVERIFY2(std::fabs(fast - (kind == 0 ? shift : 1717 * DT)) <= 50 * DT, qPrintable(QString::number(fast * 1e6)));
     }
 
     void batchTallyStatesTheFailRate()
