@@ -146,9 +146,12 @@ void VornGraph::holdPointsForLayout()
 
 void VornGraph::returnPointsAfterLayout()
 {
-    if (m_chart->plotArea() != m_heldPlotArea) {
+    const auto laidOut = m_laidOut;
+    if (m_chart->plotArea() != m_heldPlotArea)
         updateSquareDivisions();
-    } else {
+    // Where no new layout refilled them (the same one, or a plot area too small to draw in yet),
+    // the series get back what they held: they never stay empty for a pass they sat out.
+    if (m_laidOut == laidOut) {
         for (int i = 0; i < m_series.size() && i < m_heldPoints.size(); ++i) {
             if (m_series[i]->count() == 0 && !m_heldPoints[i].isEmpty())
                 m_series[i]->replace(m_heldPoints[i]);
