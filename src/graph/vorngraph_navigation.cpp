@@ -170,7 +170,7 @@ void VornGraph::showTimeInTree()
         m_treeFollow->start();
         return;
     }
-    m_treeBehind = false;
+    const bool catchingUp = std::exchange(m_treeBehind, false);
     if (m_treeFollow)
         m_treeFollow->stop();
     if (m_timeDivisionSpinBox) {
@@ -181,7 +181,10 @@ void VornGraph::showTimeInTree()
         offsetBox->setStep(m_timePerDivision);
         showInBox(offsetBox, m_timeOffset);
     }
-    updateRangeDisplay();
+    // A step's new range reaches the tree through updateSquareDivisions; only rows a drag held
+    // back are written here.
+    if (catchingUp)
+        updateRangeDisplay();
 }
 
 void VornGraph::setWaveformScale(int index, double divisionSize, double offset)
