@@ -18,6 +18,19 @@ namespace {
 // the rasteriser's fixed-point coordinates never overflow.
 constexpr double FAR_OUTSIDE = 1e5;
 
+// floor and ceil for values well inside int's range, without a library call per pixel.
+int floorToInt(double x)
+{
+    const int i = int(x);
+    return i - (x < i);
+}
+
+int ceilToInt(double x)
+{
+    const int i = int(x);
+    return i + (x > i);
+}
+
 } // namespace
 
 TraceItem::TraceItem(QGraphicsItem *parent)
@@ -95,49 +108,56 @@ TraceItem::Mapping TraceItem::mapping(const QValueAxis *axisX, const QValueAxis 
 // before; only steps wider than a column are drawn as the segments they are. The picture is that
 // of the polyline, with each pixel written about once instead of once per segment over it.
 // A NaN point breaks the trace as a gap.
-void TraceItem::gatherColumns(const QList<QPointF> &points, const Mapping &m) const
+template <typename Column, typename Segment>
+void TraceItem::forEachColumn(const QList<QPointF> &points, const Mapping &m, Column &&column, Segment &&segment) const
 {
     const double lowest = m_plot.top() - FAR_OUTSIDE, highest = m_plot.bottom() + FAR_OUTSIDE;
     const double first = m_plot.left() - FAR_OUTSIDE, last = m_plot.right() + FAR_OUTSIDE;
-    m_lines.clear();
-    m_lines.reserve(points.size());
-    bool open = false;         // a column is being gathered
-    double column = 0.0;       // its pixel column
+    bool open = false; // a column is being gathered
+    int at = 0;        // its pixel column
     double low = 0.0, high = 0.0;
-    QPointF previous;          // the last point gathered
-    const auto closeColumn = [&] {
-        if (open)
-            m_lines.append(QLineF(column + 0.5, low, column + 0.5, high));
-    };
+    QPointF previous; // the last point gathered
     for (const QPointF &p : points) {
         const QPointF mapped = m.map(p);
         if (!std::isfinite(mapped.x()) || !std::isfinite(mapped.y())) {
-            closeColumn();
+            if (open)
+                column(at, low, high);
             open = false;
             continue;
         }
-        const QPointF at(std::clamp(mapped.x(), first, last), std::clamp(mapped.y(), lowest, highest));
-        const double c = std::floor(at.x());
-        if (open && c == column) {
-            low = std::min(low, at.y());
-            high = std::max(high, at.y());
+        const QPointF here(std::clamp(mapped.x(), first, last), std::clamp(mapped.y(), lowest, highest));
+        const int c = floorToInt(here.x());
+        if (open && c == at) {
+            low = std::min(low, here.y());
+            high = std::max(high, here.y());
         } else {
-            closeColumn();
-            if (open && c == column + 1.0) {
+            if (open)
+                column(at, low, high);
+            if (open && c == at + 1) {
                 // The join to the next column is as good as vertical.
-                low = std::min(previous.y(), at.y());
-                high = std::max(previous.y(), at.y());
+                low = std::min(previous.y(), here.y());
+                high = std::max(previous.y(), here.y());
             } else {
                 if (open)
-                    m_lines.append(QLineF(previous, at));
-                low = high = at.y();
+                    segment(previous, here);
+                low = high = here.y();
             }
-            column = c;
+            at = c;
             open = true;
         }
-        previous = at;
+        previous = here;
     }
-    closeColumn();
+    if (open)
+        column(at, low, high);
+}
+
+void TraceItem::gatherColumns(const QList<QPointF> &points, const Mapping &m) const
+{
+    m_lines.clear();
+    m_lines.reserve(points.size());
+    forEachColumn(
+        points, m, [this](int column, double low, double high) { m_lines.append(QLineF(column + 0.5, low, column + 0.5, high)); },
+        [this](const QPointF &from, const QPointF &to) { m_lines.append(QLineF(from, to)); });
 }
 
 void TraceItem::paintTrace(QPainter *painter, const Trace &trace) const
@@ -174,7 +194,7 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
     };
     std::deque<Block> blocks;
     const auto leave = [&](int top, int bottom, int start, int column) {
-        addRows(QRectF(firstColumn + start, top, column - start, bottom - top + 1));
+        addRows(QRect(firstColumn + start, top, column - start, bottom - top + 1));
     };
     for (int k = 0; k <= columns; ++k) {
         int top = 0, bottom = -1;
@@ -222,12 +242,13 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
 }
 
 // The raster engine hands a fill of many rows to its thread pool, which for a thin rectangle
-// costs more than the fill: tall ones go in slices.
-void TraceItem::addRows(const QRectF &rect) const
+// costs more than the fill: tall ones go in slices. Whole-pixel rectangles, because the raster
+// engine fills those about four times as fast as the same ones given in floating point.
+void TraceItem::addRows(const QRect &rect) const
 {
-    constexpr double SLICE_ROWS = 48.0;
-    for (double top = rect.top(); top < rect.bottom(); top += SLICE_ROWS)
-        m_rects.append(QRectF(rect.left(), top, rect.width(), std::min(SLICE_ROWS, rect.bottom() - top)));
+    constexpr int SLICE_ROWS = 48;
+    for (int top = rect.top(); top <= rect.bottom(); top += SLICE_ROWS)
+        m_rects.append(QRect(rect.left(), top, rect.width(), std::min(SLICE_ROWS, rect.bottom() - top + 1)));
 }
 
 // The polyline's height at the centre of each column from firstColumn on; NaN where it has none.
@@ -264,63 +285,55 @@ void TraceItem::paintLimit(QPainter *painter, const QLineSeries *series, const M
         return;
     if (pen.style() != Qt::SolidLine) {
         paintDashedLimit(painter, points, pen, m);
-    } else {
+    } else if (pen.widthF() <= 1.0) {
         gatherColumns(points, m);
-        const double width = pen.widthF();
-        if (width <= 1.0) {
-            QPen thin(pen.color(), 0.0);
-            thin.setCosmetic(true);
-            painter->setPen(thin);
-            painter->drawLines(m_lines.constData(), int(m_lines.size()));
-        } else {
-            paintWideColumns(painter, pen.color(), width);
-        }
+        QPen thin(pen.color(), 0.0);
+        thin.setCosmetic(true);
+        painter->setPen(thin);
+        painter->drawLines(m_lines.constData(), int(m_lines.size()));
+    } else {
+        paintWideColumns(painter, points, m, pen.color(), pen.widthF());
     }
     if (series->pointsVisible())
         paintPointMarks(painter, points, pen, m);
 }
 
-// Each gathered line as the pixel columns it crosses, each column as tall as the line's extent
-// there plus the pen's width; equal neighbours merge into one rectangle.
-void TraceItem::paintWideColumns(QPainter *painter, const QColor &colour, double width) const
+// The gathered columns of a limit, each as tall as its extent plus the pen's width, and the steps
+// between them cut into the columns they cross; equal neighbours merge into one rectangle.
+void TraceItem::paintWideColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
+                                 double width) const
 {
     m_rects.clear();
-    const double firstColumn = std::floor(m_plot.left()) - 1.0, lastColumn = std::ceil(m_plot.right());
-    int runTop = 0, runBottom = -1;
-    double runEnd = 0.0; // the column after the rectangle being widened
-    const auto addColumn = [&](double column, double y1, double y2) {
-        const int top = int(std::ceil(std::max(std::min(y1, y2) - width / 2, m_plot.top() - 1.0) - 0.5));
-        const int bottom = int(std::floor(std::min(std::max(y1, y2) + width / 2, m_plot.bottom() + 1.0) - 0.5));
+    const int firstColumn = floorToInt(m_plot.left()) - 1, lastColumn = ceilToInt(m_plot.right());
+    QRect run; // widened while its neighbours match, then cut into slices
+    const auto addColumn = [&](int column, double y1, double y2) {
+        if (column < firstColumn || column > lastColumn)
+            return;
+        const int top = ceilToInt(std::max(std::min(y1, y2) - width / 2, m_plot.top() - 1.0) - 0.5);
+        const int bottom = floorToInt(std::min(std::max(y1, y2) + width / 2, m_plot.bottom() + 1.0) - 0.5);
         if (bottom < top)
             return;
-        if (!m_rects.isEmpty() && column == runEnd && top == runTop && bottom == runBottom) {
-            m_rects.last().setRight(column + 1.0);
-            runEnd = column + 1.0;
+        if (run.isValid() && column == run.right() + 1 && top == run.top() && bottom == run.bottom()) {
+            run.setRight(column);
             return;
         }
-        m_rects.append(QRectF(column, top, 1.0, bottom - top + 1));
-        runTop = top;
-        runBottom = bottom;
-        runEnd = column + 1.0;
+        if (run.isValid())
+            addRows(run);
+        run = QRect(column, top, 1, bottom - top + 1);
     };
-    for (QLineF line : qAsConst(m_lines)) {
-        if (line.x1() > line.x2())
-            line = QLineF(line.p2(), line.p1());
-        const double from = std::max(std::floor(line.x1()), firstColumn), to = std::min(std::floor(line.x2()), lastColumn);
-        if (line.dx() == 0.0) {
-            if (from == to)
-                addColumn(from, line.y1(), line.y2());
-            continue;
+    const auto addSegment = [&](QPointF a, QPointF b) {
+        if (a.x() > b.x())
+            std::swap(a, b);
+        const double slope = (b.y() - a.y()) / (b.x() - a.x());
+        const int to = std::min(floorToInt(b.x()), lastColumn);
+        for (int column = std::max(floorToInt(a.x()), firstColumn); column <= to; ++column) {
+            const double left = std::max(a.x(), double(column)), right = std::min(b.x(), column + 1.0);
+            addColumn(column, a.y() + (left - a.x()) * slope, a.y() + (right - a.x()) * slope);
         }
-        const double slope = line.dy() / line.dx();
-        for (double column = from; column <= to; ++column) {
-            const double left = std::max(line.x1(), column), right = std::min(line.x2(), column + 1.0);
-            addColumn(column, line.y1() + (left - line.x1()) * slope, line.y1() + (right - line.x1()) * slope);
-        }
-    }
-    const QVector<QRectF> columns = std::exchange(m_rects, {});
-    for (const QRectF &rect : columns)
-        addRows(rect);
+    };
+    forEachColumn(points, m, addColumn, addSegment);
+    if (run.isValid())
+        addRows(run);
     painter->setPen(Qt::NoPen);
     painter->setBrush(colour);
     painter->drawRects(m_rects.constData(), int(m_rects.size()));
@@ -410,7 +423,7 @@ void TraceItem::paintPointMarks(QPainter *painter, const QList<QPointF> &points,
             size_t j = i;
             while (j + 1 < rows.size() && rows[j + 1] <= rows[j] + 3)
                 ++j;
-            addRows(QRectF(column - 1, rows[i] - 1, 3, rows[j] - rows[i] + 3));
+            addRows(QRect(column - 1, rows[i] - 1, 3, rows[j] - rows[i] + 3));
             i = j + 1;
         }
         rows.clear();

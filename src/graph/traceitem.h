@@ -5,6 +5,7 @@
 #include <QLineF>
 #include <QList>
 #include <QPointF>
+#include <QRect>
 #include <QRectF>
 #include <QVector>
 
@@ -59,14 +60,19 @@ private:
         QPointF map(const QPointF &p) const { return {left + (p.x() - x0) * xScale, bottom - (p.y() - y0) * yScale}; }
     };
     Mapping mapping(const QValueAxis *axisX, const QValueAxis *axisY) const;
+    // Calls column(x, low, high) for each pixel column the points pass through, and
+    // segment(from, to) for each step wider than a column.
+    template <typename Column, typename Segment>
+    void forEachColumn(const QList<QPointF> &points, const Mapping &m, Column &&column, Segment &&segment) const;
     void gatherColumns(const QList<QPointF> &points, const Mapping &m) const;
     void paintTrace(QPainter *painter, const Trace &trace) const;
     void paintBand(QPainter *painter, const Envelope &envelope, const Mapping &m) const;
     void paintLimit(QPainter *painter, const QLineSeries *series, const Mapping &m) const;
-    void paintWideColumns(QPainter *painter, const QColor &colour, double width) const;
+    void paintWideColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
+                          double width) const;
     void paintDashedLimit(QPainter *painter, const QList<QPointF> &points, const QPen &pen, const Mapping &m) const;
     void paintPointMarks(QPainter *painter, const QList<QPointF> &points, const QPen &pen, const Mapping &m) const;
-    void addRows(const QRectF &rect) const;
+    void addRows(const QRect &rect) const;
     void columnValues(const QList<QPointF> &points, const Mapping &m, int firstColumn, std::vector<double> &values) const;
 
     QVector<Trace> m_traces;
@@ -74,7 +80,7 @@ private:
     QRectF m_plot;
     // Reused from paint to paint.
     mutable QVector<QLineF> m_lines;
-    mutable QVector<QRectF> m_rects;
+    mutable QVector<QRect> m_rects;
     mutable QVector<QPointF> m_mapped;
     mutable std::vector<double> m_upperValues, m_lowerValues;
 };
