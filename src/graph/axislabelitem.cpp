@@ -13,16 +13,6 @@ constexpr double TICK = 5.0;
 constexpr double GAP = 3.0;
 
 // The widest label's advance and a line's height.
-QSizeF labelExtent(QCategoryAxis *axis)
-{
-    const QFontMetricsF metrics(axis->labelsFont());
-    double width = 0.0;
-    const QStringList labels = axis->categoriesLabels();
-    for (const QString &label : labels)
-        width = std::max(width, metrics.horizontalAdvance(label));
-    return QSizeF(width, metrics.height());
-}
-
 bool upright(const QCategoryAxis *axis)
 {
     return std::abs(axis->labelsAngle()) == 90;
@@ -60,6 +50,25 @@ void AxisLabelItem::setGridAxes(QValueAxis *time, QValueAxis *value)
     m_gridTime = time;
     m_gridValue = value;
     update();
+}
+
+QSizeF AxisLabelItem::labelExtent(QCategoryAxis *axis)
+{
+    const QFont font = axis->labelsFont();
+    const QFontMetricsF metrics(font);
+    if (font != m_advanceFont || m_advances.size() > 512) {
+        m_advances.clear();
+        m_advanceFont = font;
+    }
+    double width = 0.0;
+    const QStringList labels = axis->categoriesLabels();
+    for (const QString &label : labels) {
+        auto it = m_advances.find(label);
+        if (it == m_advances.end())
+            it = m_advances.insert(label, metrics.horizontalAdvance(label));
+        width = std::max(width, *it);
+    }
+    return QSizeF(width, metrics.height());
 }
 
 void AxisLabelItem::labelsChanged()

@@ -3,6 +3,7 @@
 
 #include "vorngraph_export.h"
 
+#include <QFont>
 #include <QGraphicsItem>
 #include <QHash>
 #include <QMarginsF>
@@ -46,6 +47,7 @@ public:
 
 private:
     const QStaticText &laidOut(const QString &label);
+    QSizeF labelExtent(QCategoryAxis *axis);
 
     QPointer<QCategoryAxis> m_time;
     QPointer<QCategoryAxis> m_value;
@@ -56,6 +58,9 @@ private:
     double m_lineHeight = 0.0;
     // Labels come back as the view moves; laying a text out costs more than drawing it.
     QHash<QString, QStaticText> m_texts;
+    // The width of each label in m_advanceFont, measured once: the room is measured every step.
+    QHash<QString, double> m_advances;
+    QFont m_advanceFont;
 };
 
 #endif

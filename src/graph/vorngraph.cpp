@@ -13,6 +13,7 @@
 
 #include <QChart>
 #include <QGraphicsItemGroup>
+#include <QGraphicsTextItem>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLegend>
@@ -122,6 +123,12 @@ void VornGraph::createFrameWidgets()
 {
     m_chart = new QChart;
     m_chart->setTheme(QChart::ChartThemeDark);
+    // The chart has no title, yet every layout pass, one a step, sets its empty text item's
+    // contents as HTML and repaints it; hidden, the layout leaves it out.
+    for (QGraphicsItem *child : m_chart->childItems()) {
+        if (auto *title = qgraphicsitem_cast<QGraphicsTextItem *>(child); title && m_chart->title().isEmpty())
+            title->hide();
+    }
     // Every step repaints the plot: its background is filled once, by the view in one plain colour,
     // rather than by the viewport, then again by the chart as a rounded gradient polygon.
     m_chart->setBackgroundVisible(false);

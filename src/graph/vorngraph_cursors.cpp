@@ -4,6 +4,7 @@
 #include "navigation.h"
 
 #include <QChart>
+#include <QEnterEvent>
 #include <QGraphicsLineItem>
 #include <QGraphicsScene>
 #include <QLabel>
@@ -30,10 +31,28 @@ QString formatted(double value, const QString &unit)
     return std::isfinite(value) ? ValueFormatter::formatWithUnit(value, unit) : QStringLiteral("—");
 }
 
+// Selectable while the pointer is over it or it holds a selection: a selectable label keeps its
+// text in a document that it lays out again on every new text, which is every step of a pan.
+class StatusLabel : public QLabel
+{
+protected:
+    void enterEvent(QEnterEvent *event) override
+    {
+        setTextInteractionFlags(Qt::TextSelectableByMouse);
+        QLabel::enterEvent(event);
+    }
+    void leaveEvent(QEvent *event) override
+    {
+        QLabel::leaveEvent(event);
+        if (!hasSelectedText())
+            setTextInteractionFlags(Qt::NoTextInteraction);
+    }
+};
+
 QLabel *statusLabel()
 {
-    auto *label = new QLabel;
-    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto *label = new StatusLabel;
+    label->setTextFormat(Qt::PlainText);
     // A new text must not resize the chart: that would cost a layout on every step.
     label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     label->setContentsMargins(6, 2, 6, 2);

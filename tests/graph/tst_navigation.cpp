@@ -5,6 +5,7 @@
 
 #include <QCategoryAxis>
 #include <QDoubleSpinBox>
+#include <QEnterEvent>
 #include <QGraphicsLineItem>
 #include <QLabel>
 #include <QScrollBar>
@@ -164,6 +165,10 @@ private slots:
         QCOMPARE(QStringList({g->hoverReadout(), g->m_hoverLabel->text()}),
                  QStringList(2, QStringLiteral("t = %1 ms   a: %2").arg(std::round(t * 1000))
                                     .arg(ValueFormatter::formatWithUnit(std::round(t * 1000), "V"))));
+        // The readout can be selected and copied once the pointer is over it.
+        QEnterEvent enter(QPointF(5, 5), QPointF(5, 5), QPointF(5, 5));
+        QApplication::sendEvent(g->m_hoverLabel, &enter);
+        QVERIFY(g->m_hoverLabel->textInteractionFlags() & Qt::TextSelectableByMouse);
     }
 
     // Deep in a long capture two cursors one sample apart read two times, Δt keeps four digits
