@@ -167,12 +167,75 @@ void TraceItem::paintTrace(QPainter *painter, const Trace &trace) const
     const Mapping m = mapping(trace.axisX, trace.axisY);
     if (!m.valid)
         return;
-    QPen pen(trace.series->color(), 0.0);
+    const QColor colour = trace.series->color();
+    QPen pen(colour, 0.0);
     pen.setCosmetic(true);
     painter->setPen(pen);
+    const QTransform device = painter->deviceTransform();
+    const bool wholePixels = device.type() <= QTransform::TxTranslate && device.dx() == std::floor(device.dx())
+                             && device.dy() == std::floor(device.dy());
+    if (colour.alpha() == 255 && wholePixels) {
+        paintTraceColumns(painter, trace.series->points(), m, colour, int(device.dy()));
+        return;
+    }
     gatherColumns(trace.series->points(), m);
     if (!m_lines.isEmpty())
         painter->drawLines(m_lines.constData(), int(m_lines.size()));
+}
+
+// The same pixels as the gathered columns drawn as lines with the pen set, but filled: the
+// columns' rows become runs along the rows, which a noisy trace, whose neighbouring columns span
+// nearly the same rows, fills at the speed of a plain rectangle. Steps wider than a column are
+// still stroked. deviceRow is the painter's vertical offset on the device, in whole pixels.
+void TraceItem::paintTraceColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
+                                  int deviceRow) const
+{
+    const int firstColumn = floorToInt(m_plot.left()), lastColumn = ceilToInt(m_plot.right()) + 1;
+    const int topRow = floorToInt(m_plot.top()) - 1, bottomRow = ceilToInt(m_plot.bottom()) + 1;
+    const size_t columns = size_t(std::max(lastColumn - firstColumn + 1, 0));
+    m_tops.assign(columns, 0);
+    m_bottoms.assign(columns, -1);
+    m_lines.clear();
+    m_rects.clear();
+    forEachColumn(
+        points, m,
+        [&](int column, double low, double high) {
+            // As the raster engine strokes a one-pixel line down a column, on the device: from
+            // the row of its start to the row of its end; nothing where both ends fall into the
+            // same 64th of a pixel; and a line of no length as one pixel to its right, on the
+            // row nearest to it.
+            const double from = low + deviceRow, to = high + deviceRow;
+            int top = floorToInt(from) - deviceRow, bottom = floorToInt(to) - deviceRow;
+            if (from == to) {
+                ++column;
+                top = bottom = ((int(from * 64) + 32) >> 6) - deviceRow;
+            } else if (int(from * 64) == int(to * 64)) {
+                return;
+            }
+            top = std::max(top, topRow);
+            bottom = std::min(bottom, bottomRow);
+            if (column < firstColumn || column > lastColumn || bottom < top)
+                return;
+            int &t = m_tops[size_t(column - firstColumn)], &b = m_bottoms[size_t(column - firstColumn)];
+            if (b < t) {
+                t = top;
+                b = bottom;
+            } else if (top <= b + 1 && bottom >= t - 1) {
+                t = std::min(t, top);
+                b = std::max(b, bottom);
+            } else {
+                // A second stretch of the column, apart from the first (after a gap).
+                addRows(QRect(column, top, 1, bottom - top + 1));
+            }
+        },
+        [this](const QPointF &from, const QPointF &to) { m_lines.append(QLineF(from, to)); });
+    addRowRuns(firstColumn);
+    if (!m_lines.isEmpty())
+        painter->drawLines(m_lines.constData(), int(m_lines.size()));
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(colour);
+    painter->drawRects(m_rects.constData(), int(m_rects.size()));
+    painter->setBrush(Qt::NoBrush);
 }
 
 // The band as the area between the limits is filled: a pixel is inside where its centre lies
@@ -186,8 +249,30 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
         return;
     columnValues(envelope.upper->points(), m, firstColumn, m_upperValues);
     columnValues(envelope.lower->points(), m, firstColumn, m_lowerValues);
+    m_tops.assign(size_t(columns), 0);
+    m_bottoms.assign(size_t(columns), -1);
+    for (int k = 0; k < columns; ++k) {
+        const double upper = m_upperValues[size_t(k)], lower = m_lowerValues[size_t(k)];
+        if (std::isfinite(upper) && std::isfinite(lower)) {
+            m_tops[size_t(k)] = int(std::ceil(std::max(std::min(upper, lower), m_plot.top()) - 0.5));
+            m_bottoms[size_t(k)] = int(std::floor(std::min(std::max(upper, lower), m_plot.bottom()) - 0.5));
+        }
+    }
     m_rects.clear();
-    // Rows inside the band at the current column, top to bottom, each block entered at one column.
+    addRowRuns(firstColumn);
+    if (m_rects.isEmpty())
+        return;
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(envelope.area->brush());
+    painter->drawRects(m_rects.constData(), int(m_rects.size()));
+    painter->setBrush(Qt::NoBrush);
+}
+
+// The rows [m_tops, m_bottoms] of each column from firstColumn on (none where the bottom lies
+// above the top) as rectangles along the rows: a block of rows is entered at one column and left
+// where the rows it holds are no longer covered.
+void TraceItem::addRowRuns(int firstColumn) const
+{
     struct Block
     {
         int top, bottom, start;
@@ -196,14 +281,10 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
     const auto leave = [&](int top, int bottom, int start, int column) {
         addRows(QRect(firstColumn + start, top, column - start, bottom - top + 1));
     };
+    const int columns = int(m_tops.size());
     for (int k = 0; k <= columns; ++k) {
-        int top = 0, bottom = -1;
-        const double upper = k < columns ? m_upperValues[size_t(k)] : NAN;
-        const double lower = k < columns ? m_lowerValues[size_t(k)] : NAN;
-        if (std::isfinite(upper) && std::isfinite(lower)) {
-            top = int(std::ceil(std::max(std::min(upper, lower), m_plot.top()) - 0.5));
-            bottom = int(std::floor(std::min(std::max(upper, lower), m_plot.bottom()) - 0.5));
-        }
+        const int top = k < columns ? m_tops[size_t(k)] : 0;
+        const int bottom = k < columns ? m_bottoms[size_t(k)] : -1;
         while (!blocks.empty() && (bottom < top || blocks.front().top < top)) {
             Block &b = blocks.front();
             const int cut = bottom < top ? b.bottom : std::min(b.bottom, top - 1);
@@ -233,12 +314,6 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
         if (bottom > blocks.back().bottom)
             blocks.push_back({blocks.back().bottom + 1, bottom, k});
     }
-    if (m_rects.isEmpty())
-        return;
-    painter->setPen(Qt::NoPen);
-    painter->setBrush(envelope.area->brush());
-    painter->drawRects(m_rects.constData(), int(m_rects.size()));
-    painter->setBrush(Qt::NoBrush);
 }
 
 // The raster engine hands a fill of many rows to its thread pool, which for a thin rectangle

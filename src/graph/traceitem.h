@@ -66,6 +66,9 @@ private:
     void forEachColumn(const QList<QPointF> &points, const Mapping &m, Column &&column, Segment &&segment) const;
     void gatherColumns(const QList<QPointF> &points, const Mapping &m) const;
     void paintTrace(QPainter *painter, const Trace &trace) const;
+    void paintTraceColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
+                           int deviceRow) const;
+    void addRowRuns(int firstColumn) const;
     void paintBand(QPainter *painter, const Envelope &envelope, const Mapping &m) const;
     void paintLimit(QPainter *painter, const QLineSeries *series, const Mapping &m) const;
     void paintWideColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
@@ -83,6 +86,7 @@ private:
     mutable QVector<QRect> m_rects;
     mutable QVector<QPointF> m_mapped;
     mutable std::vector<double> m_upperValues, m_lowerValues;
+    mutable std::vector<int> m_tops, m_bottoms;
 };
 
 #endif

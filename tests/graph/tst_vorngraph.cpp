@@ -10,6 +10,8 @@
 #include <QStackedWidget>
 #include <QTreeWidget>
 
+#include <random>
+
 namespace {
 
 // 1000 samples of one sine period between -1 and 1, 1 ms apart: 0 s to 0.999 s.
@@ -326,6 +328,56 @@ private slots:
                 visibleTop = std::max(visibleTop, v[i]);
         }
         QVERIFY2(top >= visibleTop && top <= amplitude, qPrintable(QString::number(top)));
+    }
+
+    // An opaque trace is filled, a translucent one stroked: both must cover the same pixels, the
+    // lone pixel a flat stretch leaves in each column and the clipped plot edges included.
+    void opaqueTraceCoversWhatItsPenStrokes_data()
+    {
+        QTest::addColumn<QVector<double>>("samples");
+        std::mt19937 random(5);
+        std::normal_distribution<double> noise;
+        QVector<double> noisy(20000), flat(5000, 0.25), steps(30), gap(3000), spiky(4000);
+        for (double &v : noisy)
+            v = noise(random);
+        for (int i = 0; i < steps.size(); ++i)
+            steps[i] = i % 3 ? -1.0 : 1.0 + 0.1 * i;
+        for (int i = 0; i < gap.size(); ++i)
+            gap[i] = i > 1000 && i < 1400 ? NAN : std::sin(i / 300.0);
+        for (int i = 0; i < spiky.size(); ++i)
+            spiky[i] = i % 997 == 0 ? 40.0 : 0.01 * noise(random);
+        QTest::newRow("noise") << noisy;
+        QTest::newRow("flat") << flat;
+        QTest::newRow("steps wider than a column") << steps;
+        QTest::newRow("gap") << gap;
+        QTest::newRow("spikes") << spiky;
+    }
+    void opaqueTraceCoversWhatItsPenStrokes()
+    {
+        QFETCH(QVector<double>, samples);
+        VornGraph *g = shownGraph({makeWaveform(QStringLiteral("w"), std::vector<double>(samples.begin(), samples.end()))},
+                                  QSizeF(1000.5, 400.5));
+        QVERIFY(g);
+        // Half the time span outside the plot on the left, cut by the clip.
+        g->zoomTime(-1, g->m_axisX->min());
+        QLineSeries *series = g->m_series.first();
+        const auto covered = [&](int alpha) {
+            QColor colour(200, 40, 120, alpha);
+            series->setColor(colour);
+            series->setVisible(true);
+            const QImage drawn = g->m_chartView->grab().toImage();
+            series->setVisible(false);
+            const QImage bare = g->m_chartView->grab().toImage();
+            QVector<QPoint> pixels;
+            for (int y = 0; y < drawn.height(); ++y)
+                for (int x = 0; x < drawn.width(); ++x)
+                    if (drawn.pixel(x, y) != bare.pixel(x, y))
+                        pixels.append({x, y});
+            return pixels;
+        };
+        const QVector<QPoint> filled = covered(255), stroked = covered(254);
+        QVERIFY(!stroked.isEmpty());
+        QCOMPARE(filled, stroked);
     }
 
 private:
