@@ -140,6 +140,43 @@ QRectF AxisLabelItem::boundingRect() const
     return m_plot.marginsAdded(QMarginsF(r.left(), line, r.left() + r.bottom(), r.bottom() + line));
 }
 
+// Level or upright lines of a one-pixel solid pen, which the raster engine strokes pixel by
+// pixel, as the rectangles of the very pixels it strokes: from the pixel of a line's start to that
+// of its end, in the row or column its position falls into. Other pens and painters stroke.
+void AxisLabelItem::drawGridLines(QPainter *painter, const QVector<QLineF> &lines, const QPen &pen)
+{
+    const QTransform device = painter->deviceTransform();
+    const bool wholePixels = device.type() <= QTransform::TxTranslate && device.dx() == std::floor(device.dx())
+                             && device.dy() == std::floor(device.dy());
+    if (!wholePixels || pen.style() != Qt::SolidLine || pen.widthF() > 1.0 || pen.brush().style() != Qt::SolidPattern
+        || painter->testRenderHint(QPainter::Antialiasing)) {
+        painter->setPen(pen);
+        painter->drawLines(lines);
+        return;
+    }
+    QVector<QRect> rects;
+    rects.reserve(lines.size());
+    // Rounded where the engine rounds, on the device.
+    const double dx = device.dx(), dy = device.dy();
+    const auto column = [dx](double x) { return int(std::floor(x + dx) - dx); };
+    const auto row = [dy](double y) { return int(std::floor(y + dy) - dy); };
+    for (const QLineF &line : lines) {
+        const int x1 = column(std::min(line.x1(), line.x2())), x2 = column(std::max(line.x1(), line.x2()));
+        const int y1 = row(std::min(line.y1(), line.y2())), y2 = row(std::max(line.y1(), line.y2()));
+        if (line.x1() != line.x2() && line.y1() != line.y2()) {
+            painter->setPen(pen);
+            painter->drawLine(line);
+            continue;
+        }
+        if (line.p1() != line.p2())
+            rects.append(QRect(QPoint(x1, y1), QPoint(x2, y2)));
+    }
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(pen.brush());
+    painter->drawRects(rects.constData(), int(rects.size()));
+    painter->setBrush(Qt::NoBrush);
+}
+
 void AxisLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, QWidget *)
 {
     if (m_plot.isEmpty())
@@ -151,8 +188,7 @@ void AxisLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, Q
             const double x = m_plot.left() + at * m_plot.width();
             lines.append(QLineF(x, m_plot.top(), x, m_plot.bottom()));
         });
-        painter->setPen(m_gridTime->gridLinePen());
-        painter->drawLines(lines);
+        drawGridLines(painter, lines, m_gridTime->gridLinePen());
     }
     if (m_gridValue && m_gridValue->isGridLineVisible()) {
         lines.clear();
@@ -160,8 +196,7 @@ void AxisLabelItem::paint(QPainter *painter, const QStyleOptionGraphicsItem *, Q
             const double y = m_plot.bottom() - at * m_plot.height();
             lines.append(QLineF(m_plot.left(), y, m_plot.right(), y));
         });
-        painter->setPen(m_gridValue->gridLinePen());
-        painter->drawLines(lines);
+        drawGridLines(painter, lines, m_gridValue->gridLinePen());
     }
     if (m_time && m_time->max() > m_time->min()) {
         QCategoryAxis &axis = *m_time;

@@ -7,6 +7,7 @@
 #include <QGraphicsItem>
 #include <QHash>
 #include <QMarginsF>
+#include <QPen>
 #include <QPointer>
 #include <QStaticText>
 #include <QVector>
@@ -46,6 +47,8 @@ public:
     void paint(QPainter *painter, const QStyleOptionGraphicsItem *option, QWidget *widget) override;
 
 private:
+    friend class TstVornGraph;
+    static void drawGridLines(QPainter *painter, const QVector<QLineF> &lines, const QPen &pen);
     const QStaticText &laidOut(const QString &label);
     QSizeF labelExtent(QCategoryAxis *axis);
 

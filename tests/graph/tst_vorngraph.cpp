@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QLineSeries>
 #include <QOpenGLContext>
+#include <QPainter>
 #include <QStackedWidget>
 #include <QTreeWidget>
 
@@ -378,6 +379,36 @@ private slots:
         const QVector<QPoint> filled = covered(255), stroked = covered(254);
         QVERIFY(!stroked.isEmpty());
         QCOMPARE(filled, stroked);
+    }
+
+    // Grid lines filled as rectangles are the pixels the pen strokes, also where a position sits
+    // a rounding error below a pixel's edge and becomes the edge on the device.
+    void gridLinesFillWhatTheirPenStrokes()
+    {
+        std::mt19937 random(9);
+        std::uniform_real_distribution<double> at(2.0, 98.0);
+        // Just below 64, which the device offset of 8 rounds up to 72.
+        const double edge = std::nextafter(64.0, 0.0);
+        QVector<QLineF> lines{{edge, 3.5, edge, 90.25}, {4.0, edge, 96.0, edge}};
+        for (int k = 0; k < 40; ++k) {
+            const double across = k % 4 ? at(random) : std::floor(at(random)) - 1e-13, from = at(random), to = at(random);
+            lines.append(k % 2 ? QLineF(across, from, across, to) : QLineF(from, across, to, across));
+        }
+        for (const QPen &pen : {QPen(QColor(200, 40, 120), 0), QPen(QColor(200, 40, 120, 90), 1)}) {
+            QImage filled(120, 120, QImage::Format_ARGB32_Premultiplied), stroked = filled;
+            for (QImage *image : {&filled, &stroked}) {
+                image->fill(Qt::white);
+                QPainter painter(image);
+                painter.translate(8, 8);
+                if (image == &filled) {
+                    AxisLabelItem::drawGridLines(&painter, lines, pen);
+                } else {
+                    painter.setPen(pen);
+                    painter.drawLines(lines);
+                }
+            }
+            QVERIFY(filled == stroked);
+        }
     }
 
 private:
