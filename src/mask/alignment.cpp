@@ -1,4 +1,5 @@
 #include "alignmentinternal.h"
+#include "hugepages.h"
 #include "vornmask.h"
 
 #include <algorithm>
@@ -16,6 +17,7 @@ constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs m
 constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
 constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
 constexpr uint64_t STOP_CHECK = 4096;      // samples between looks at whether a shift can still win
+constexpr size_t GROUP = 4;                // shifts worked out together in one pass over the samples
 
 // A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
 // negated, so that one slack formula serves both. No limit reads as +infinity.
@@ -142,8 +144,8 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
 {
     Blocks b{size, {}, {}};
     const uint64_t count = (s.size() + size - 1) / size;
-    b.high.resize(count);
-    b.negLow.resize(count);
+    resizeOnHugePages(b.high, count);
+    resizeOnHugePages(b.negLow, count);
     const auto fill = [&](uint64_t from, uint64_t to) {
         for (uint64_t c = from; c < to; ++c) {
             double hi = -INFINITY, lo = INFINITY;
@@ -215,10 +217,8 @@ struct Search
     void prepareEnvelopeBlocks()
     {
         const long count = long(blocks.high.size()) + 2 * reach;
-        upLow.resize(count);
-        upHigh.resize(count);
-        loLow.resize(count);
-        loHigh.resize(count);
+        for (std::vector<double> *v : {&upLow, &upHigh, &loLow, &loHigh})
+            resizeOnHugePages(*v, uint64_t(count));
         const double size = static_cast<double>(blocks.size);
         // A block ends where the next starts: each border's position and limits are worked out once.
         const auto fill = [&](long from, long to) {
@@ -261,6 +261,62 @@ struct Search
     {
         return upper.sharesGrid(lower) ? fitOn<true>(ranges, shift, stopAbove) : fitOn<false>(ranges, shift, stopAbove);
     }
+    // fitAt() for count (at most GROUP) shifts in one pass; a shift stops counting once more than
+    // stopAbove samples are outside, the pass once all have.
+    void fitGroup(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const double *shifts, size_t count,
+                  uint64_t stopAbove, Fit *out) const
+    {
+        const bool shared = upper.sharesGrid(lower);
+        switch (count) {
+        case 1: out[0] = fitAt(ranges, shifts[0], stopAbove); break;
+        case 2: shared ? groupOn<true, 2>(ranges, shifts, stopAbove, out) : groupOn<false, 2>(ranges, shifts, stopAbove, out); break;
+        case 3: shared ? groupOn<true, 3>(ranges, shifts, stopAbove, out) : groupOn<false, 3>(ranges, shifts, stopAbove, out); break;
+        default: shared ? groupOn<true, GROUP>(ranges, shifts, stopAbove, out) : groupOn<false, GROUP>(ranges, shifts, stopAbove, out); break;
+        }
+    }
+    template<bool Shared, size_t N>
+    void groupOn(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const double *shifts, uint64_t stopAbove,
+                 Fit *out) const
+    {
+        uint64_t violations[N] = {};
+        double slack[N], spread[N] = {};
+        for (size_t g = 0; g < N; ++g)
+            slack[g] = INFINITY;
+        for (const auto &[first, last] : ranges) {
+            for (uint64_t from = first; from < last; from += STOP_CHECK) {
+                bool going = false;
+                for (size_t g = 0; g < N; ++g)
+                    going = going || violations[g] <= stopAbove;
+                if (!going)
+                    break;
+                for (uint64_t i = from, to = std::min(last, from + STOP_CHECK); i < to; ++i) {
+                    const double v = samples[i];
+                    if (std::isnan(v))
+                        continue;
+                    for (size_t g = 0; g < N; ++g) {
+                        const double t = time(static_cast<double>(i) - shifts[g]);
+                        double u, l;
+                        if (Shared) {
+                            upper.bothAt(lower, t, u, l);
+                        } else {
+                            u = upper.at(t);
+                            l = lower.at(t);
+                        }
+                        const double s = std::min(u - v, l + v);
+                        violations[g] += s < 0.0;
+                        slack[g] = std::min(slack[g], s);
+                        if (u < INFINITY && l < INFINITY) {
+                            const double off = v - (u - l) / 2;
+                            spread[g] += off * off;
+                        }
+                    }
+                }
+            }
+        }
+        for (size_t g = 0; g < N; ++g)
+            out[g] = {violations[g], slack[g], spread[g]};
+    }
+
     template<bool Shared>
     Fit fitOn(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove) const
     {
@@ -311,7 +367,8 @@ struct Search
         // either side included.
         const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
         const size_t count = blocks.high.size();
-        std::vector<double> bound(count);
+        std::vector<double> bound;
+        resizeOnHugePages(bound, count);
         double best = INFINITY; // an upper bound on the largest smallest slack
         for (size_t c = 0; c < count; ++c) {
             double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
@@ -363,11 +420,25 @@ struct Search
             const uint64_t known = tried[top] ? fits[top].violations : UINT64_MAX;
             const auto work = [&](size_t from, size_t step) {
                 uint64_t stop = shortcuts ? std::min(limit, known) : UINT64_MAX;
-                for (size_t n = from; n < fresh.size(); n += step) {
-                    Fit &fit = fits[size_t(fresh[n] - a)];
-                    fit = fitAt(active, static_cast<double>(fresh[n]), stop);
-                    if (shortcuts)
-                        stop = std::min(stop, fit.violations);
+                if (!shortcuts) {
+                    for (size_t n = from; n < fresh.size(); n += step)
+                        fits[size_t(fresh[n] - a)] = fitAt(active, static_cast<double>(fresh[n]), stop);
+                    return;
+                }
+                // A few shifts at a time over the same samples: each keeps its own sums in sample
+                // order, so its fit is the one fitAt() gives, while the sums of the others fill
+                // the time each addition waits for the one before.
+                for (size_t n = from; n < fresh.size(); n += step * GROUP) {
+                    double group[GROUP];
+                    Fit found[GROUP];
+                    size_t count = 0;
+                    for (size_t m = n; m < fresh.size() && count < GROUP; m += step)
+                        group[count++] = static_cast<double>(fresh[m]);
+                    fitGroup(active, group, count, stop, found);
+                    for (size_t g = 0; g < count; ++g) {
+                        fits[size_t(fresh[n + g * step] - a)] = found[g];
+                        stop = std::min(stop, found[g].violations);
+                    }
                 }
             };
             if (shortcuts && fresh.size() >= 8 && activeSamples * fresh.size() >= SPLIT_ABOVE)
