@@ -136,16 +136,16 @@ private:
 struct Blocks
 {
     uint64_t size;
-    std::vector<double> high;
-    std::vector<double> negLow;
+    ScratchVector<double> high;
+    ScratchVector<double> negLow;
 };
 
 Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
 {
     Blocks b{size, {}, {}};
     const uint64_t count = (s.size() + size - 1) / size;
-    resizeOnHugePages(b.high, count);
-    resizeOnHugePages(b.negLow, count);
+    b.high.resize(count);
+    b.negLow.resize(count);
     const auto fill = [&](uint64_t from, uint64_t to) {
         for (uint64_t c = from; c < to; ++c) {
             double hi = -INFINITY, lo = INFINITY;
@@ -210,15 +210,17 @@ struct Search
     Blocks blocks;
     long reach; // envelope blocks precomputed on each side beyond the capture's
     // Per envelope block j (index j + reach): limit extremes over positions [jB, (j + 1)B].
-    std::vector<double> upLow, upHigh, loLow, loHigh;
+    ScratchVector<double> upLow, upHigh, loLow, loHigh;
 
     double time(double position) const { return start + position * interval; }
 
     void prepareEnvelopeBlocks()
     {
         const long count = long(blocks.high.size()) + 2 * reach;
-        for (std::vector<double> *v : {&upLow, &upHigh, &loLow, &loHigh})
-            resizeOnHugePages(*v, uint64_t(count));
+        upLow.resize(count);
+        upHigh.resize(count);
+        loLow.resize(count);
+        loHigh.resize(count);
         const double size = static_cast<double>(blocks.size);
         // A block ends where the next starts: each border's position and limits are worked out once.
         const auto fill = [&](long from, long to) {
@@ -261,28 +263,68 @@ struct Search
     {
         return upper.sharesGrid(lower) ? fitOn<true>(ranges, shift, stopAbove) : fitOn<false>(ranges, shift, stopAbove);
     }
-    // fitAt() for count (at most GROUP) shifts in one pass; a shift stops counting once more than
-    // stopAbove samples are outside, the pass once all have.
-    void fitGroup(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const double *shifts, size_t count,
-                  uint64_t stopAbove, Fit *out) const
+    // The limits at every whole-sample offset d = i - shift that the given ranges meet at shifts
+    // a ... b: at a whole shift a sample's time depends on d alone, so many shifts share each
+    // value. start[r] is where range r's first offset (its first sample at shift b) lies.
+    struct LimitTable
     {
-        const bool shared = upper.sharesGrid(lower);
-        switch (count) {
-        case 1: out[0] = fitAt(ranges, shifts[0], stopAbove); break;
-        case 2: shared ? groupOn<true, 2>(ranges, shifts, stopAbove, out) : groupOn<false, 2>(ranges, shifts, stopAbove, out); break;
-        case 3: shared ? groupOn<true, 3>(ranges, shifts, stopAbove, out) : groupOn<false, 3>(ranges, shifts, stopAbove, out); break;
-        default: shared ? groupOn<true, GROUP>(ranges, shifts, stopAbove, out) : groupOn<false, GROUP>(ranges, shifts, stopAbove, out); break;
+        ScratchVector<double> up, low; // the lower limit negated, as Limit reads it
+        std::vector<uint64_t> start;
+    };
+    LimitTable limitsAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, long a, long b) const
+    {
+        LimitTable table;
+        std::vector<std::pair<long, long>> spans;
+        uint64_t size = 0, base = 0; // base: where the last span starts in the table
+        for (const auto &[first, last] : ranges) {
+            const long from = long(first) - b, to = long(last) - 1 - a;
+            if (spans.empty() || from > spans.back().second + 1) {
+                spans.emplace_back(from, from - 1);
+                base = size;
+            }
+            table.start.push_back(base + uint64_t(from - spans.back().first));
+            size += uint64_t(to - spans.back().second);
+            spans.back().second = to;
         }
+        table.up.resize(size);
+        table.low.resize(size);
+        const bool shared = upper.sharesGrid(lower);
+        uint64_t k = 0;
+        for (const auto &[from, to] : spans) {
+            for (long d = from; d <= to; ++d, ++k) {
+                const double t = time(static_cast<double>(d));
+                if (shared) {
+                    upper.bothAt(lower, t, table.up[k], table.low[k]);
+                } else {
+                    table.up[k] = upper.at(t);
+                    table.low[k] = lower.at(t);
+                }
+            }
+        }
+        return table;
     }
-    template<bool Shared, size_t N>
-    void groupOn(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const double *shifts, uint64_t stopAbove,
-                 Fit *out) const
+
+    // fitAt() for N whole shifts within a ... b, read from their table, in one pass: each keeps
+    // its own sums in sample order, so its fit is the one fitAt() gives, while the sums of the
+    // others fill the time each addition waits for the one before. A shift stops counting once
+    // more than stopAbove samples are outside, the pass once all have.
+    template<size_t N>
+    void groupFrom(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const LimitTable &table, long b,
+                   const long *shifts, uint64_t stopAbove, Fit *out) const
     {
         uint64_t violations[N] = {};
         double slack[N], spread[N] = {};
         for (size_t g = 0; g < N; ++g)
             slack[g] = INFINITY;
-        for (const auto &[first, last] : ranges) {
+        for (size_t r = 0; r < ranges.size(); ++r) {
+            const auto [first, last] = ranges[r];
+            // Sample i at shift s reads entry i - first + b - s + start[r].
+            const double *up[N], *low[N];
+            for (size_t g = 0; g < N; ++g) {
+                const uint64_t offset = table.start[r] + uint64_t(b - shifts[g]);
+                up[g] = table.up.data() + offset;
+                low[g] = table.low.data() + offset;
+            }
             for (uint64_t from = first; from < last; from += STOP_CHECK) {
                 bool going = false;
                 for (size_t g = 0; g < N; ++g)
@@ -293,15 +335,9 @@ struct Search
                     const double v = samples[i];
                     if (std::isnan(v))
                         continue;
+                    const uint64_t k = i - first;
                     for (size_t g = 0; g < N; ++g) {
-                        const double t = time(static_cast<double>(i) - shifts[g]);
-                        double u, l;
-                        if (Shared) {
-                            upper.bothAt(lower, t, u, l);
-                        } else {
-                            u = upper.at(t);
-                            l = lower.at(t);
-                        }
+                        const double u = up[g][k], l = low[g][k];
                         const double s = std::min(u - v, l + v);
                         violations[g] += s < 0.0;
                         slack[g] = std::min(slack[g], s);
@@ -367,8 +403,7 @@ struct Search
         // either side included.
         const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
         const size_t count = blocks.high.size();
-        std::vector<double> bound;
-        resizeOnHugePages(bound, count);
+        ScratchVector<double> bound(count);
         double best = INFINITY; // an upper bound on the largest smallest slack
         for (size_t c = 0; c < count; ++c) {
             double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
@@ -411,6 +446,7 @@ struct Search
         size_t top = 0;
         // The shifts not tried yet are worked out, on both cores where there are many, then the
         // best is taken in the order given: the first of equally good shifts stays the best.
+        const LimitTable table = shortcuts ? limitsAt(active, a, b) : LimitTable();
         const auto tryShifts = [&](const std::vector<long> &shifts, uint64_t limit) {
             std::vector<long> fresh;
             for (long s : shifts) {
@@ -425,16 +461,19 @@ struct Search
                         fits[size_t(fresh[n] - a)] = fitAt(active, static_cast<double>(fresh[n]), stop);
                     return;
                 }
-                // A few shifts at a time over the same samples: each keeps its own sums in sample
-                // order, so its fit is the one fitAt() gives, while the sums of the others fill
-                // the time each addition waits for the one before.
+                // A few shifts at a time over the same samples.
                 for (size_t n = from; n < fresh.size(); n += step * GROUP) {
-                    double group[GROUP];
+                    long group[GROUP];
                     Fit found[GROUP];
                     size_t count = 0;
                     for (size_t m = n; m < fresh.size() && count < GROUP; m += step)
-                        group[count++] = static_cast<double>(fresh[m]);
-                    fitGroup(active, group, count, stop, found);
+                        group[count++] = fresh[m];
+                    switch (count) {
+                    case 1: groupFrom<1>(active, table, b, group, stop, found); break;
+                    case 2: groupFrom<2>(active, table, b, group, stop, found); break;
+                    case 3: groupFrom<3>(active, table, b, group, stop, found); break;
+                    default: groupFrom<GROUP>(active, table, b, group, stop, found); break;
+                    }
                     for (size_t g = 0; g < count; ++g) {
                         fits[size_t(fresh[n + g * step] - a)] = found[g];
                         stop = std::min(stop, found[g].violations);
