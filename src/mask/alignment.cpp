@@ -247,7 +247,27 @@ struct Search
     {
         Fit fit;
         const size_t count = blocks.high.size();
-        for (size_t c = 0; c < count; ++c) {
+        size_t c = 0;
+#ifdef __SSE2__
+        // Two blocks at a time: minpd(x, m) is x < m ? x : m, std::min(m, x), and the smallest
+        // slack is the same whichever lane finds it.
+        const double *uh = upHigh.data() + reach - k, *lh = loHigh.data() + reach - k;
+        __m128d least = _mm_set1_pd(INFINITY);
+        uint64_t outside = 0;
+        for (; c + 2 <= count; c += 2) {
+            const __m128d above = _mm_sub_pd(_mm_loadu_pd(uh + c), _mm_loadu_pd(&blocks.high[c]));
+            const __m128d below = _mm_sub_pd(_mm_loadu_pd(lh + c), _mm_loadu_pd(&blocks.negLow[c]));
+            const __m128d slack = _mm_min_pd(below, above);
+            const int negative = _mm_movemask_pd(_mm_cmplt_pd(slack, _mm_setzero_pd()));
+            outside += uint64_t((negative & 1) + (negative >> 1));
+            least = _mm_min_pd(slack, least);
+        }
+        double lanes[2];
+        _mm_storeu_pd(lanes, least);
+        fit.violations = outside;
+        fit.slack = std::min(lanes[0], lanes[1]);
+#endif
+        for (; c < count; ++c) {
             const size_t j = c - k + reach;
             const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
             fit.violations += slack < 0.0;
@@ -404,18 +424,29 @@ struct Search
         const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
         const size_t count = blocks.high.size();
         ScratchVector<double> bound(count);
-        double best = INFINITY; // an upper bound on the largest smallest slack
-        for (size_t c = 0; c < count; ++c) {
-            double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
-            for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
-                const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
-                ul = std::min(ul, upLow[k]);
-                uh = std::max(uh, upHigh[k]);
-                ll = std::min(ll, loLow[k]);
-                lh = std::max(lh, loHigh[k]);
+        const auto bounds = [&](size_t from, size_t to) {
+            double best = INFINITY;
+            for (size_t c = from; c < to; ++c) {
+                double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
+                for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
+                    const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
+                    ul = std::min(ul, upLow[k]);
+                    uh = std::max(uh, upHigh[k]);
+                    ll = std::min(ll, loLow[k]);
+                    lh = std::max(lh, loHigh[k]);
+                }
+                bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
+                best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
             }
-            bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
-            best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
+            return best;
+        };
+        double best = INFINITY; // an upper bound on the largest smallest slack
+        if (shortcuts && count >= 4096) {
+            double second = INFINITY;
+            runBeside([&] { best = bounds(0, count / 2); }, [&] { second = bounds(count / 2, count); });
+            best = std::min(best, second);
+        } else {
+            best = bounds(0, count);
         }
         shift = fallback;
         if (!std::isfinite(best) || b - a >= MAX_WINDOW)
