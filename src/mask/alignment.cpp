@@ -17,7 +17,8 @@ constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs m
 constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
 constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
 constexpr uint64_t STOP_CHECK = 4096;      // samples between looks at whether a shift can still win
-constexpr size_t GROUP = 4;                // shifts worked out together in one pass over the samples
+constexpr size_t GROUP = 8;                // shifts worked out together in one pass over the samples
+constexpr size_t COARSE_GROUP = 8;         // coarse shifts scored together in one pass over the blocks
 
 // A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
 // negated, so that one slack formula serves both. No limit reads as +infinity.
@@ -241,39 +242,50 @@ struct Search
             fill(0, count);
     }
 
-    // At a shift of k whole blocks: how many blocks surely hold a sample outside, and an upper
-    // bound on the smallest slack.
-    Fit coarseFit(long k) const
+    // At shifts of k ... k + N - 1 whole blocks: how many blocks surely hold a sample outside, and
+    // an upper bound on the smallest slack. The shifts share one pass over the blocks, so that the
+    // limit extremes each reads are still in cache for the next.
+    template<size_t N>
+    void coarseFits(long k, Fit *out) const
     {
-        Fit fit;
         const size_t count = blocks.high.size();
         size_t c = 0;
+        for (size_t g = 0; g < N; ++g)
+            out[g] = Fit();
 #ifdef __SSE2__
         // Two blocks at a time: minpd(x, m) is x < m ? x : m, std::min(m, x), and the smallest
         // slack is the same whichever lane finds it.
-        const double *uh = upHigh.data() + reach - k, *lh = loHigh.data() + reach - k;
-        __m128d least = _mm_set1_pd(INFINITY);
-        uint64_t outside = 0;
+        __m128d least[N];
+        uint64_t outside[N] = {};
+        for (size_t g = 0; g < N; ++g)
+            least[g] = _mm_set1_pd(INFINITY);
         for (; c + 2 <= count; c += 2) {
-            const __m128d above = _mm_sub_pd(_mm_loadu_pd(uh + c), _mm_loadu_pd(&blocks.high[c]));
-            const __m128d below = _mm_sub_pd(_mm_loadu_pd(lh + c), _mm_loadu_pd(&blocks.negLow[c]));
-            const __m128d slack = _mm_min_pd(below, above);
-            const int negative = _mm_movemask_pd(_mm_cmplt_pd(slack, _mm_setzero_pd()));
-            outside += uint64_t((negative & 1) + (negative >> 1));
-            least = _mm_min_pd(slack, least);
+            const __m128d high = _mm_loadu_pd(&blocks.high[c]), negLow = _mm_loadu_pd(&blocks.negLow[c]);
+            const size_t j = c + size_t(reach - k);
+            for (size_t g = 0; g < N; ++g) {
+                const __m128d above = _mm_sub_pd(_mm_loadu_pd(&upHigh[j - g]), high);
+                const __m128d below = _mm_sub_pd(_mm_loadu_pd(&loHigh[j - g]), negLow);
+                const __m128d slack = _mm_min_pd(below, above);
+                const int negative = _mm_movemask_pd(_mm_cmplt_pd(slack, _mm_setzero_pd()));
+                outside[g] += uint64_t((negative & 1) + (negative >> 1));
+                least[g] = _mm_min_pd(slack, least[g]);
+            }
         }
-        double lanes[2];
-        _mm_storeu_pd(lanes, least);
-        fit.violations = outside;
-        fit.slack = std::min(lanes[0], lanes[1]);
+        for (size_t g = 0; g < N; ++g) {
+            double lanes[2];
+            _mm_storeu_pd(lanes, least[g]);
+            out[g].violations = outside[g];
+            out[g].slack = std::min(lanes[0], lanes[1]);
+        }
 #endif
         for (; c < count; ++c) {
-            const size_t j = c - k + reach;
-            const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
-            fit.violations += slack < 0.0;
-            fit.slack = std::min(fit.slack, slack);
+            for (size_t g = 0; g < N; ++g) {
+                const size_t j = c - (k + long(g)) + reach;
+                const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
+                out[g].violations += slack < 0.0;
+                out[g].slack = std::min(out[g].slack, slack);
+            }
         }
-        return fit;
     }
 
     // The fit at one shift over the given samples: violations, the smallest slack and, for
@@ -309,18 +321,27 @@ struct Search
         table.up.resize(size);
         table.low.resize(size);
         const bool shared = upper.sharesGrid(lower);
-        uint64_t k = 0;
-        for (const auto &[from, to] : spans) {
-            for (long d = from; d <= to; ++d, ++k) {
-                const double t = time(static_cast<double>(d));
-                if (shared) {
-                    upper.bothAt(lower, t, table.up[k], table.low[k]);
-                } else {
-                    table.up[k] = upper.at(t);
-                    table.low[k] = lower.at(t);
+        // Entries first ... last - 1 of the table.
+        const auto fill = [&](uint64_t first, uint64_t last) {
+            uint64_t k = 0;
+            for (const auto &[from, to] : spans) {
+                const uint64_t length = uint64_t(to - from + 1);
+                for (uint64_t e = std::max(k, first); e < std::min(k + length, last); ++e) {
+                    const double t = time(static_cast<double>(from + long(e - k)));
+                    if (shared) {
+                        upper.bothAt(lower, t, table.up[e], table.low[e]);
+                    } else {
+                        table.up[e] = upper.at(t);
+                        table.low[e] = lower.at(t);
+                    }
                 }
+                k += length;
             }
-        }
+        };
+        if (size >= SPLIT_ABOVE / 4)
+            runBeside([&] { fill(0, size / 2); }, [&] { fill(size / 2, size); });
+        else
+            fill(0, size);
         return table;
     }
 
@@ -336,6 +357,16 @@ struct Search
         double slack[N], spread[N] = {};
         for (size_t g = 0; g < N; ++g)
             slack[g] = INFINITY;
+#ifdef __SSE2__
+        // Pairs of shifts in the two lanes, each lane the scalar rule below: minpd(x, y) is
+        // x < y ? x : y, and a sample without both limits adds +0.0 to the spread, which leaves it.
+        constexpr size_t PAIRS = N % 2 == 0 ? N / 2 : 0;
+        __m128d slacks[PAIRS + 1], spreads[PAIRS + 1];
+        for (size_t p = 0; p < PAIRS; ++p) {
+            slacks[p] = _mm_set1_pd(INFINITY);
+            spreads[p] = _mm_setzero_pd();
+        }
+#endif
         for (size_t r = 0; r < ranges.size(); ++r) {
             const auto [first, last] = ranges[r];
             // Sample i at shift s reads entry i - first + b - s + start[r].
@@ -356,6 +387,24 @@ struct Search
                     if (std::isnan(v))
                         continue;
                     const uint64_t k = i - first;
+#ifdef __SSE2__
+                    if (PAIRS > 0) {
+                        const __m128d x = _mm_set1_pd(v), half = _mm_set1_pd(0.5), inf = _mm_set1_pd(INFINITY);
+                        for (size_t p = 0; p < PAIRS; ++p) {
+                            const __m128d u = _mm_loadh_pd(_mm_load_sd(up[2 * p] + k), up[2 * p + 1] + k);
+                            const __m128d l = _mm_loadh_pd(_mm_load_sd(low[2 * p] + k), low[2 * p + 1] + k);
+                            const __m128d room = _mm_min_pd(_mm_add_pd(l, x), _mm_sub_pd(u, x));
+                            const int negative = _mm_movemask_pd(_mm_cmplt_pd(room, _mm_setzero_pd()));
+                            violations[2 * p] += uint64_t(negative & 1);
+                            violations[2 * p + 1] += uint64_t(negative >> 1);
+                            slacks[p] = _mm_min_pd(room, slacks[p]);
+                            const __m128d off = _mm_sub_pd(x, _mm_mul_pd(_mm_sub_pd(u, l), half));
+                            const __m128d both = _mm_and_pd(_mm_cmplt_pd(u, inf), _mm_cmplt_pd(l, inf));
+                            spreads[p] = _mm_add_pd(spreads[p], _mm_and_pd(both, _mm_mul_pd(off, off)));
+                        }
+                        continue;
+                    }
+#endif
                     for (size_t g = 0; g < N; ++g) {
                         const double u = up[g][k], l = low[g][k];
                         const double s = std::min(u - v, l + v);
@@ -369,6 +418,12 @@ struct Search
                 }
             }
         }
+#ifdef __SSE2__
+        for (size_t p = 0; p < PAIRS; ++p) {
+            _mm_storeu_pd(slack + 2 * p, slacks[p]);
+            _mm_storeu_pd(spread + 2 * p, spreads[p]);
+        }
+#endif
         for (size_t g = 0; g < N; ++g)
             out[g] = {violations[g], slack[g], spread[g]};
     }
@@ -494,15 +549,17 @@ struct Search
                 }
                 // A few shifts at a time over the same samples.
                 for (size_t n = from; n < fresh.size(); n += step * GROUP) {
-                    long group[GROUP];
+                    long group[GROUP + 1];
                     Fit found[GROUP];
                     size_t count = 0;
                     for (size_t m = n; m < fresh.size() && count < GROUP; m += step)
                         group[count++] = fresh[m];
-                    switch (count) {
-                    case 1: groupFrom<1>(active, table, b, group, stop, found); break;
+                    // Shifts go in pairs: an odd one out is paired with itself.
+                    group[count] = group[count - 1];
+                    switch (count + count % 2) {
                     case 2: groupFrom<2>(active, table, b, group, stop, found); break;
-                    case 3: groupFrom<3>(active, table, b, group, stop, found); break;
+                    case 4: groupFrom<4>(active, table, b, group, stop, found); break;
+                    case 6: groupFrom<6>(active, table, b, group, stop, found); break;
                     default: groupFrom<GROUP>(active, table, b, group, stop, found); break;
                     }
                     for (size_t g = 0; g < count; ++g) {
@@ -694,9 +751,16 @@ double bestShift(const std::vector<double> &samples, double startTime, double dt
     std::vector<std::pair<Fit, long>> coarse;
     for (long k = floorDiv(lowest, ssize); k <= -floorDiv(-highest, ssize); ++k)
         coarse.emplace_back(Fit(), k);
+    // Neighbouring shifts a group at a time: coarse holds them in order.
     const auto score = [&](size_t from, size_t to) {
-        for (size_t n = from; n < to; ++n)
-            coarse[n].first = search.coarseFit(coarse[n].second);
+        size_t n = from;
+        for (Fit fits[COARSE_GROUP]; n + COARSE_GROUP <= to; n += COARSE_GROUP) {
+            search.coarseFits<COARSE_GROUP>(coarse[n].second, fits);
+            for (size_t g = 0; g < COARSE_GROUP; ++g)
+                coarse[n + g].first = fits[g];
+        }
+        for (; n < to; ++n)
+            search.coarseFits<1>(coarse[n].second, &coarse[n].first);
     };
     if (shortcuts && coarse.size() >= 2 && samples.size() >= SPLIT_ABOVE)
         runBeside([&] { score(0, coarse.size() / 2); }, [&] { score(coarse.size() / 2, coarse.size()); });
