@@ -479,20 +479,50 @@ struct Search
         const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
         const size_t count = blocks.high.size();
         ScratchVector<double> bound(count);
+        // Block c's lowest slack at any shift of the window, kept, and an upper bound on its highest, returned.
+        const auto boundAt = [&](size_t c) {
+            double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
+            for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
+                const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
+                ul = std::min(ul, upLow[k]);
+                uh = std::max(uh, upHigh[k]);
+                ll = std::min(ll, loLow[k]);
+                lh = std::max(lh, loHigh[k]);
+            }
+            bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
+            return std::min(uh - blocks.high[c], lh - blocks.negLow[c]);
+        };
         const auto bounds = [&](size_t from, size_t to) {
             double best = INFINITY;
-            for (size_t c = from; c < to; ++c) {
-                double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
+            size_t c = from;
+#ifdef __SSE2__
+            // Two blocks at a time where no index needs clamping, each lane the scalar rule below
+            // (minpd(x, m) is x < m ? x : m, maxpd(x, m) is x > m ? x : m).
+            __m128d least = _mm_set1_pd(INFINITY);
+            const long last = long(upLow.size()) - 1;
+            while (c < to && long(c) + ja + reach < 0)
+                ++c;
+            const size_t scalarFrom = c;
+            for (c = from; c < scalarFrom; ++c)
+                best = std::min(best, boundAt(c));
+            for (; c + 2 <= to && long(c) + 1 + jb + reach <= last; c += 2) {
+                __m128d ul = _mm_set1_pd(INFINITY), uh = _mm_set1_pd(-INFINITY), ll = ul, lh = uh;
                 for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
-                    const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
-                    ul = std::min(ul, upLow[k]);
-                    uh = std::max(uh, upHigh[k]);
-                    ll = std::min(ll, loLow[k]);
-                    lh = std::max(lh, loHigh[k]);
+                    ul = _mm_min_pd(_mm_loadu_pd(&upLow[size_t(j)]), ul);
+                    uh = _mm_max_pd(_mm_loadu_pd(&upHigh[size_t(j)]), uh);
+                    ll = _mm_min_pd(_mm_loadu_pd(&loLow[size_t(j)]), ll);
+                    lh = _mm_max_pd(_mm_loadu_pd(&loHigh[size_t(j)]), lh);
                 }
-                bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
-                best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
+                const __m128d high = _mm_loadu_pd(&blocks.high[c]), negLow = _mm_loadu_pd(&blocks.negLow[c]);
+                _mm_storeu_pd(&bound[c], _mm_min_pd(_mm_sub_pd(ll, negLow), _mm_sub_pd(ul, high)));
+                least = _mm_min_pd(_mm_min_pd(_mm_sub_pd(lh, negLow), _mm_sub_pd(uh, high)), least);
             }
+            double lanes[2];
+            _mm_storeu_pd(lanes, least);
+            best = std::min({best, lanes[0], lanes[1]});
+#endif
+            for (; c < to; ++c)
+                best = std::min(best, boundAt(c));
             return best;
         };
         double best = INFINITY; // an upper bound on the largest smallest slack
