@@ -1,4 +1,5 @@
 #include "alignmentinternal.h"
+#include "hugepages.h"
 #include "vornmask.h"
 
 #include <algorithm>
@@ -16,6 +17,8 @@ constexpr uint64_t SPLIT_ABOVE = 1U << 20; // below this a second thread costs m
 constexpr uint64_t BUDGET = 8'000'000;     // sample slacks worked out per refined window
 constexpr long MAX_WINDOW = 1 << 20;       // shifts refined to the sample around one coarse shift
 constexpr uint64_t STOP_CHECK = 4096;      // samples between looks at whether a shift can still win
+constexpr size_t GROUP = 8;                // shifts worked out together in one pass over the samples
+constexpr size_t COARSE_GROUP = 8;         // coarse shifts scored together in one pass over the blocks
 
 // A limit curve read as "how far above a value may go": the upper curve as it is, the lower one
 // negated, so that one slack formula serves both. No limit reads as +infinity.
@@ -134,8 +137,8 @@ private:
 struct Blocks
 {
     uint64_t size;
-    std::vector<double> high;
-    std::vector<double> negLow;
+    ScratchVector<double> high;
+    ScratchVector<double> negLow;
 };
 
 Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
@@ -208,7 +211,7 @@ struct Search
     Blocks blocks;
     long reach; // envelope blocks precomputed on each side beyond the capture's
     // Per envelope block j (index j + reach): limit extremes over positions [jB, (j + 1)B].
-    std::vector<double> upLow, upHigh, loLow, loHigh;
+    ScratchVector<double> upLow, upHigh, loLow, loHigh;
 
     double time(double position) const { return start + position * interval; }
 
@@ -239,19 +242,50 @@ struct Search
             fill(0, count);
     }
 
-    // At a shift of k whole blocks: how many blocks surely hold a sample outside, and an upper
-    // bound on the smallest slack.
-    Fit coarseFit(long k) const
+    // At shifts of k ... k + N - 1 whole blocks: how many blocks surely hold a sample outside, and
+    // an upper bound on the smallest slack. The shifts share one pass over the blocks, so that the
+    // limit extremes each reads are still in cache for the next.
+    template<size_t N>
+    void coarseFits(long k, Fit *out) const
     {
-        Fit fit;
         const size_t count = blocks.high.size();
-        for (size_t c = 0; c < count; ++c) {
-            const size_t j = c - k + reach;
-            const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
-            fit.violations += slack < 0.0;
-            fit.slack = std::min(fit.slack, slack);
+        size_t c = 0;
+        for (size_t g = 0; g < N; ++g)
+            out[g] = Fit();
+#ifdef __SSE2__
+        // Two blocks at a time: minpd(x, m) is x < m ? x : m, std::min(m, x), and the smallest
+        // slack is the same whichever lane finds it.
+        __m128d least[N];
+        uint64_t outside[N] = {};
+        for (size_t g = 0; g < N; ++g)
+            least[g] = _mm_set1_pd(INFINITY);
+        for (; c + 2 <= count; c += 2) {
+            const __m128d high = _mm_loadu_pd(&blocks.high[c]), negLow = _mm_loadu_pd(&blocks.negLow[c]);
+            const size_t j = c + size_t(reach - k);
+            for (size_t g = 0; g < N; ++g) {
+                const __m128d above = _mm_sub_pd(_mm_loadu_pd(&upHigh[j - g]), high);
+                const __m128d below = _mm_sub_pd(_mm_loadu_pd(&loHigh[j - g]), negLow);
+                const __m128d slack = _mm_min_pd(below, above);
+                const int negative = _mm_movemask_pd(_mm_cmplt_pd(slack, _mm_setzero_pd()));
+                outside[g] += uint64_t((negative & 1) + (negative >> 1));
+                least[g] = _mm_min_pd(slack, least[g]);
+            }
         }
-        return fit;
+        for (size_t g = 0; g < N; ++g) {
+            double lanes[2];
+            _mm_storeu_pd(lanes, least[g]);
+            out[g].violations = outside[g];
+            out[g].slack = std::min(lanes[0], lanes[1]);
+        }
+#endif
+        for (; c < count; ++c) {
+            for (size_t g = 0; g < N; ++g) {
+                const size_t j = c - (k + long(g)) + reach;
+                const double slack = std::min(upHigh[j] - blocks.high[c], loHigh[j] - blocks.negLow[c]);
+                out[g].violations += slack < 0.0;
+                out[g].slack = std::min(out[g].slack, slack);
+            }
+        }
     }
 
     // The fit at one shift over the given samples: violations, the smallest slack and, for
@@ -261,6 +295,139 @@ struct Search
     {
         return upper.sharesGrid(lower) ? fitOn<true>(ranges, shift, stopAbove) : fitOn<false>(ranges, shift, stopAbove);
     }
+    // The limits at every whole-sample offset d = i - shift that the given ranges meet at shifts
+    // a ... b: at a whole shift a sample's time depends on d alone, so many shifts share each
+    // value. start[r] is where range r's first offset (its first sample at shift b) lies.
+    struct LimitTable
+    {
+        ScratchVector<double> up, low; // the lower limit negated, as Limit reads it
+        std::vector<uint64_t> start;
+    };
+    LimitTable limitsAt(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, long a, long b) const
+    {
+        LimitTable table;
+        std::vector<std::pair<long, long>> spans;
+        uint64_t size = 0, base = 0; // base: where the last span starts in the table
+        for (const auto &[first, last] : ranges) {
+            const long from = long(first) - b, to = long(last) - 1 - a;
+            if (spans.empty() || from > spans.back().second + 1) {
+                spans.emplace_back(from, from - 1);
+                base = size;
+            }
+            table.start.push_back(base + uint64_t(from - spans.back().first));
+            size += uint64_t(to - spans.back().second);
+            spans.back().second = to;
+        }
+        table.up.resize(size);
+        table.low.resize(size);
+        const bool shared = upper.sharesGrid(lower);
+        // Entries first ... last - 1 of the table.
+        const auto fill = [&](uint64_t first, uint64_t last) {
+            uint64_t k = 0;
+            for (const auto &[from, to] : spans) {
+                const uint64_t length = uint64_t(to - from + 1);
+                for (uint64_t e = std::max(k, first); e < std::min(k + length, last); ++e) {
+                    const double t = time(static_cast<double>(from + long(e - k)));
+                    if (shared) {
+                        upper.bothAt(lower, t, table.up[e], table.low[e]);
+                    } else {
+                        table.up[e] = upper.at(t);
+                        table.low[e] = lower.at(t);
+                    }
+                }
+                k += length;
+            }
+        };
+        if (size >= SPLIT_ABOVE / 4)
+            runBeside([&] { fill(0, size / 2); }, [&] { fill(size / 2, size); });
+        else
+            fill(0, size);
+        return table;
+    }
+
+    // fitAt() for N whole shifts within a ... b, read from their table, in one pass: each keeps
+    // its own sums in sample order, so its fit is the one fitAt() gives, while the sums of the
+    // others fill the time each addition waits for the one before. A shift stops counting once
+    // more than stopAbove samples are outside, the pass once all have.
+    template<size_t N>
+    void groupFrom(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, const LimitTable &table, long b,
+                   const long *shifts, uint64_t stopAbove, Fit *out) const
+    {
+        uint64_t violations[N] = {};
+        double slack[N], spread[N] = {};
+        for (size_t g = 0; g < N; ++g)
+            slack[g] = INFINITY;
+#ifdef __SSE2__
+        // Pairs of shifts in the two lanes, each lane the scalar rule below: minpd(x, y) is
+        // x < y ? x : y, and a sample without both limits adds +0.0 to the spread, which leaves it.
+        constexpr size_t PAIRS = N % 2 == 0 ? N / 2 : 0;
+        __m128d slacks[PAIRS + 1], spreads[PAIRS + 1];
+        for (size_t p = 0; p < PAIRS; ++p) {
+            slacks[p] = _mm_set1_pd(INFINITY);
+            spreads[p] = _mm_setzero_pd();
+        }
+#endif
+        for (size_t r = 0; r < ranges.size(); ++r) {
+            const auto [first, last] = ranges[r];
+            // Sample i at shift s reads entry i - first + b - s + start[r].
+            const double *up[N], *low[N];
+            for (size_t g = 0; g < N; ++g) {
+                const uint64_t offset = table.start[r] + uint64_t(b - shifts[g]);
+                up[g] = table.up.data() + offset;
+                low[g] = table.low.data() + offset;
+            }
+            for (uint64_t from = first; from < last; from += STOP_CHECK) {
+                bool going = false;
+                for (size_t g = 0; g < N; ++g)
+                    going = going || violations[g] <= stopAbove;
+                if (!going)
+                    break;
+                for (uint64_t i = from, to = std::min(last, from + STOP_CHECK); i < to; ++i) {
+                    const double v = samples[i];
+                    if (std::isnan(v))
+                        continue;
+                    const uint64_t k = i - first;
+#ifdef __SSE2__
+                    if (PAIRS > 0) {
+                        const __m128d x = _mm_set1_pd(v), half = _mm_set1_pd(0.5), inf = _mm_set1_pd(INFINITY);
+                        for (size_t p = 0; p < PAIRS; ++p) {
+                            const __m128d u = _mm_loadh_pd(_mm_load_sd(up[2 * p] + k), up[2 * p + 1] + k);
+                            const __m128d l = _mm_loadh_pd(_mm_load_sd(low[2 * p] + k), low[2 * p + 1] + k);
+                            const __m128d room = _mm_min_pd(_mm_add_pd(l, x), _mm_sub_pd(u, x));
+                            const int negative = _mm_movemask_pd(_mm_cmplt_pd(room, _mm_setzero_pd()));
+                            violations[2 * p] += uint64_t(negative & 1);
+                            violations[2 * p + 1] += uint64_t(negative >> 1);
+                            slacks[p] = _mm_min_pd(room, slacks[p]);
+                            const __m128d off = _mm_sub_pd(x, _mm_mul_pd(_mm_sub_pd(u, l), half));
+                            const __m128d both = _mm_and_pd(_mm_cmplt_pd(u, inf), _mm_cmplt_pd(l, inf));
+                            spreads[p] = _mm_add_pd(spreads[p], _mm_and_pd(both, _mm_mul_pd(off, off)));
+                        }
+                        continue;
+                    }
+#endif
+                    for (size_t g = 0; g < N; ++g) {
+                        const double u = up[g][k], l = low[g][k];
+                        const double s = std::min(u - v, l + v);
+                        violations[g] += s < 0.0;
+                        slack[g] = std::min(slack[g], s);
+                        if (u < INFINITY && l < INFINITY) {
+                            const double off = v - (u - l) / 2;
+                            spread[g] += off * off;
+                        }
+                    }
+                }
+            }
+        }
+#ifdef __SSE2__
+        for (size_t p = 0; p < PAIRS; ++p) {
+            _mm_storeu_pd(slack + 2 * p, slacks[p]);
+            _mm_storeu_pd(spread + 2 * p, spreads[p]);
+        }
+#endif
+        for (size_t g = 0; g < N; ++g)
+            out[g] = {violations[g], slack[g], spread[g]};
+    }
+
     template<bool Shared>
     Fit fitOn(const std::vector<std::pair<uint64_t, uint64_t>> &ranges, double shift, uint64_t stopAbove) const
     {
@@ -311,9 +478,9 @@ struct Search
         // either side included.
         const long ja = floorDiv(-b, size) - 1, jb = floorDiv(size - 1 - a, size) + 1;
         const size_t count = blocks.high.size();
-        std::vector<double> bound(count);
-        double best = INFINITY; // an upper bound on the largest smallest slack
-        for (size_t c = 0; c < count; ++c) {
+        ScratchVector<double> bound(count);
+        // Block c's lowest slack at any shift of the window, kept, and an upper bound on its highest, returned.
+        const auto boundAt = [&](size_t c) {
             double ul = INFINITY, uh = -INFINITY, ll = INFINITY, lh = -INFINITY;
             for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
                 const size_t k = size_t(std::clamp(j, 0L, long(upLow.size()) - 1));
@@ -323,7 +490,48 @@ struct Search
                 lh = std::max(lh, loHigh[k]);
             }
             bound[c] = std::min(ul - blocks.high[c], ll - blocks.negLow[c]);
-            best = std::min(best, std::min(uh - blocks.high[c], lh - blocks.negLow[c]));
+            return std::min(uh - blocks.high[c], lh - blocks.negLow[c]);
+        };
+        const auto bounds = [&](size_t from, size_t to) {
+            double best = INFINITY;
+            size_t c = from;
+#ifdef __SSE2__
+            // Two blocks at a time where no index needs clamping, each lane the scalar rule below
+            // (minpd(x, m) is x < m ? x : m, maxpd(x, m) is x > m ? x : m).
+            __m128d least = _mm_set1_pd(INFINITY);
+            const long last = long(upLow.size()) - 1;
+            while (c < to && long(c) + ja + reach < 0)
+                ++c;
+            const size_t scalarFrom = c;
+            for (c = from; c < scalarFrom; ++c)
+                best = std::min(best, boundAt(c));
+            for (; c + 2 <= to && long(c) + 1 + jb + reach <= last; c += 2) {
+                __m128d ul = _mm_set1_pd(INFINITY), uh = _mm_set1_pd(-INFINITY), ll = ul, lh = uh;
+                for (long j = long(c) + ja + reach; j <= long(c) + jb + reach; ++j) {
+                    ul = _mm_min_pd(_mm_loadu_pd(&upLow[size_t(j)]), ul);
+                    uh = _mm_max_pd(_mm_loadu_pd(&upHigh[size_t(j)]), uh);
+                    ll = _mm_min_pd(_mm_loadu_pd(&loLow[size_t(j)]), ll);
+                    lh = _mm_max_pd(_mm_loadu_pd(&loHigh[size_t(j)]), lh);
+                }
+                const __m128d high = _mm_loadu_pd(&blocks.high[c]), negLow = _mm_loadu_pd(&blocks.negLow[c]);
+                _mm_storeu_pd(&bound[c], _mm_min_pd(_mm_sub_pd(ll, negLow), _mm_sub_pd(ul, high)));
+                least = _mm_min_pd(_mm_min_pd(_mm_sub_pd(lh, negLow), _mm_sub_pd(uh, high)), least);
+            }
+            double lanes[2];
+            _mm_storeu_pd(lanes, least);
+            best = std::min({best, lanes[0], lanes[1]});
+#endif
+            for (; c < to; ++c)
+                best = std::min(best, boundAt(c));
+            return best;
+        };
+        double best = INFINITY; // an upper bound on the largest smallest slack
+        if (shortcuts && count >= 4096) {
+            double second = INFINITY;
+            runBeside([&] { best = bounds(0, count / 2); }, [&] { second = bounds(count / 2, count); });
+            best = std::min(best, second);
+        } else {
+            best = bounds(0, count);
         }
         shift = fallback;
         if (!std::isfinite(best) || b - a >= MAX_WINDOW)
@@ -354,6 +562,7 @@ struct Search
         size_t top = 0;
         // The shifts not tried yet are worked out, on both cores where there are many, then the
         // best is taken in the order given: the first of equally good shifts stays the best.
+        const LimitTable table = shortcuts ? limitsAt(active, a, b) : LimitTable();
         const auto tryShifts = [&](const std::vector<long> &shifts, uint64_t limit) {
             std::vector<long> fresh;
             for (long s : shifts) {
@@ -363,11 +572,30 @@ struct Search
             const uint64_t known = tried[top] ? fits[top].violations : UINT64_MAX;
             const auto work = [&](size_t from, size_t step) {
                 uint64_t stop = shortcuts ? std::min(limit, known) : UINT64_MAX;
-                for (size_t n = from; n < fresh.size(); n += step) {
-                    Fit &fit = fits[size_t(fresh[n] - a)];
-                    fit = fitAt(active, static_cast<double>(fresh[n]), stop);
-                    if (shortcuts)
-                        stop = std::min(stop, fit.violations);
+                if (!shortcuts) {
+                    for (size_t n = from; n < fresh.size(); n += step)
+                        fits[size_t(fresh[n] - a)] = fitAt(active, static_cast<double>(fresh[n]), stop);
+                    return;
+                }
+                // A few shifts at a time over the same samples.
+                for (size_t n = from; n < fresh.size(); n += step * GROUP) {
+                    long group[GROUP + 1];
+                    Fit found[GROUP];
+                    size_t count = 0;
+                    for (size_t m = n; m < fresh.size() && count < GROUP; m += step)
+                        group[count++] = fresh[m];
+                    // Shifts go in pairs: an odd one out is paired with itself.
+                    group[count] = group[count - 1];
+                    switch (count + count % 2) {
+                    case 2: groupFrom<2>(active, table, b, group, stop, found); break;
+                    case 4: groupFrom<4>(active, table, b, group, stop, found); break;
+                    case 6: groupFrom<6>(active, table, b, group, stop, found); break;
+                    default: groupFrom<GROUP>(active, table, b, group, stop, found); break;
+                    }
+                    for (size_t g = 0; g < count; ++g) {
+                        fits[size_t(fresh[n + g * step] - a)] = found[g];
+                        stop = std::min(stop, found[g].violations);
+                    }
                 }
             };
             if (shortcuts && fresh.size() >= 8 && activeSamples * fresh.size() >= SPLIT_ABOVE)
@@ -553,9 +781,16 @@ double bestShift(const std::vector<double> &samples, double startTime, double dt
     std::vector<std::pair<Fit, long>> coarse;
     for (long k = floorDiv(lowest, ssize); k <= -floorDiv(-highest, ssize); ++k)
         coarse.emplace_back(Fit(), k);
+    // Neighbouring shifts a group at a time: coarse holds them in order.
     const auto score = [&](size_t from, size_t to) {
-        for (size_t n = from; n < to; ++n)
-            coarse[n].first = search.coarseFit(coarse[n].second);
+        size_t n = from;
+        for (Fit fits[COARSE_GROUP]; n + COARSE_GROUP <= to; n += COARSE_GROUP) {
+            search.coarseFits<COARSE_GROUP>(coarse[n].second, fits);
+            for (size_t g = 0; g < COARSE_GROUP; ++g)
+                coarse[n + g].first = fits[g];
+        }
+        for (; n < to; ++n)
+            search.coarseFits<1>(coarse[n].second, &coarse[n].first);
     };
     if (shortcuts && coarse.size() >= 2 && samples.size() >= SPLIT_ABOVE)
         runBeside([&] { score(0, coarse.size() / 2); }, [&] { score(coarse.size() / 2, coarse.size()); });

@@ -299,7 +299,7 @@ private:
     std::vector<double> m_low;  // or the sum of squares with sigma
     std::vector<double> m_sum;  // without sigma, for the sources' mean
     double m_span = 0.0;        // of the first capture's values
-    double m_noise = 0.0;       // the noisiest capture's standard deviation, from second differences
+    double m_noise = 0.0;       // the noisiest capture's standard deviation, from second differences, where defaultDy() reads it
     double m_level = 0.0;       // the level and hysteresis at which edge times are taken
     double m_hysteresis = 0.0;
     std::vector<std::vector<double>> m_edges; // each capture's edge times
