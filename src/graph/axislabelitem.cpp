@@ -1,5 +1,7 @@
 #include "axislabelitem.h"
 
+#include "wholepixels.h"
+
 #include <QCategoryAxis>
 #include <QFontMetricsF>
 #include <QPainter>
@@ -145,10 +147,8 @@ QRectF AxisLabelItem::boundingRect() const
 // of its end, in the row or column its position falls into. Other pens and painters stroke.
 void AxisLabelItem::drawGridLines(QPainter *painter, const QVector<QLineF> &lines, const QPen &pen)
 {
-    const QTransform device = painter->deviceTransform();
-    const bool wholePixels = device.type() <= QTransform::TxTranslate && device.dx() == std::floor(device.dx())
-                             && device.dy() == std::floor(device.dy());
-    if (!wholePixels || pen.style() != Qt::SolidLine || pen.widthF() > 1.0 || pen.brush().style() != Qt::SolidPattern
+    QPoint offset;
+    if (!wholePixelOffset(painter, offset) || pen.style() != Qt::SolidLine || pen.widthF() > 1.0 || pen.brush().style() != Qt::SolidPattern
         || painter->testRenderHint(QPainter::Antialiasing)) {
         painter->setPen(pen);
         painter->drawLines(lines);
@@ -157,7 +157,7 @@ void AxisLabelItem::drawGridLines(QPainter *painter, const QVector<QLineF> &line
     QVector<QRect> rects;
     rects.reserve(lines.size());
     // Rounded where the engine rounds, on the device.
-    const double dx = device.dx(), dy = device.dy();
+    const double dx = offset.x(), dy = offset.y();
     const auto column = [dx](double x) { return int(std::floor(x + dx) - dx); };
     const auto row = [dy](double y) { return int(std::floor(y + dy) - dy); };
     for (const QLineF &line : lines) {

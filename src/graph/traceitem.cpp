@@ -1,5 +1,7 @@
 #include "traceitem.h"
 
+#include "wholepixels.h"
+
 #include <QAreaSeries>
 #include <QLineSeries>
 #include <QPainter>
@@ -171,11 +173,9 @@ void TraceItem::paintTrace(QPainter *painter, const Trace &trace) const
     QPen pen(colour, 0.0);
     pen.setCosmetic(true);
     painter->setPen(pen);
-    const QTransform device = painter->deviceTransform();
-    const bool wholePixels = device.type() <= QTransform::TxTranslate && device.dx() == std::floor(device.dx())
-                             && device.dy() == std::floor(device.dy());
-    if (colour.alpha() == 255 && wholePixels) {
-        paintTraceColumns(painter, trace.series->points(), m, colour, int(device.dy()));
+    QPoint offset;
+    if (colour.alpha() == 255 && wholePixelOffset(painter, offset)) {
+        paintTraceColumns(painter, trace.series->points(), m, colour, offset.y());
         return;
     }
     gatherColumns(trace.series->points(), m);
