@@ -16,8 +16,8 @@ inline bool wholePixelOffset(QPainter *painter, QPoint &offset)
 {
     const QPaintEngine *engine = painter->paintEngine();
     const QTransform device = painter->deviceTransform();
-    if (!engine || engine->type() != QPaintEngine::Raster || device.type() > QTransform::TxTranslate || device.dx() != std::floor(device.dx())
-        || device.dy() != std::floor(device.dy()))
+    if (!engine || engine->type() != QPaintEngine::Raster || device.type() > QTransform::TxTranslate
+        || device.dx() != std::floor(device.dx()) || device.dy() != std::floor(device.dy()))
         return false;
     offset = QPoint(int(device.dx()), int(device.dy()));
     return true;
