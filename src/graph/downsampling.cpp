@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -114,4 +115,49 @@ QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, Samp
             appendBucket(points, time, scanBucketExtremes(samples.data(), s, e));
     }
     return points;
+}
+
+QVector<QPointF> polylineCorners(const std::vector<double> &samples, SampleTimeBase time, std::size_t maxCorners)
+{
+    QVector<QPointF> corners;
+    double largest = 0.0;
+    for (const double v : samples) {
+        if (!std::isfinite(v))
+            return corners;
+        largest = std::max(largest, std::abs(v));
+    }
+    if (samples.empty() || maxCorners < 2)
+        return corners;
+    const double tolerance = largest * 1e-12;
+    // A sleeve: the slopes from the last corner that pass within the tolerance of every sample
+    // since. A sample that empties it ends the piece at the sample before, on a slope still
+    // inside, so no sample strays from the line by more than the tolerance.
+    std::uint64_t origin = 0;
+    double start = samples.front();
+    double low = -std::numeric_limits<double>::infinity(), high = std::numeric_limits<double>::infinity();
+    corners.append(QPointF(time.timeOf(0), start));
+    const auto endPiece = [&](std::uint64_t end) {
+        const double run = static_cast<double>(end - origin);
+        start += std::clamp((samples[end] - start) / run, low, high) * run;
+        origin = end;
+        corners.append(QPointF(time.timeOf(end), start));
+    };
+    for (std::uint64_t j = 1; j < samples.size(); ++j) {
+        const double reciprocal = 1.0 / static_cast<double>(j - origin);
+        const double below = (samples[j] - tolerance - start) * reciprocal;
+        const double above = (samples[j] + tolerance - start) * reciprocal;
+        if (std::max(low, below) <= std::min(high, above)) {
+            low = std::max(low, below);
+            high = std::min(high, above);
+            continue;
+        }
+        endPiece(j - 1);
+        if (static_cast<std::size_t>(corners.size()) >= maxCorners)
+            return {};
+        low = samples[j] - tolerance - start;
+        high = samples[j] + tolerance - start;
+    }
+    if (samples.size() > 1)
+        endPiece(samples.size() - 1);
+    return corners;
 }

@@ -486,8 +486,14 @@ private:
     bool m_editByKnots = false;
     bool m_distinctEnvelopeStyle = false;
     bool m_envelopeReduction = false;
-    // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment.
-    QVector<QVector<EnvelopeData>> m_envelopeRuns;
+    // Reduced drawing: each waveform's envelope cut at its gaps, one run per drawn segment, with
+    // the corners of its curves where they have few (none where they have many).
+    struct EnvelopeRun
+    {
+        EnvelopeData curves;
+        QVector<QPointF> upperCorners, lowerCorners;
+    };
+    QVector<QVector<EnvelopeRun>> m_envelopeRuns;
     QHash<QLineSeries *, QList<QPointF>> m_envelopePointsAside; // while an axis changes
     QList<QList<QLineSeries *>> m_backgroundSeries;
     QList<QList<QVector<QPointF>>> m_backgroundPoints; // per series: the kept min/max points

@@ -30,6 +30,11 @@ WaveformData runOf(const WaveformData &curve, size_t first, size_t last)
     return run;
 }
 
+QVector<QPointF> cornersOf(const WaveformData &curve, size_t maxCorners)
+{
+    return polylineCorners(*curve.samples, SampleTimeBase{curve.sampleInterval, curve.startTime}, maxCorners);
+}
+
 } // namespace
 
 // Lavender: a hue the waveform palette leaves free, far from the violations' red.
@@ -88,7 +93,7 @@ void VornGraph::createReducedEnvelopeSeries(int index)
 {
     if (m_envelopeRuns.size() <= index)
         m_envelopeRuns.resize(index + 1);
-    QVector<EnvelopeData> &runs = m_envelopeRuns[index];
+    QVector<EnvelopeRun> &runs = m_envelopeRuns[index];
     runs.clear();
     const EnvelopeData &envelope = m_envelopes.at(index);
     const std::vector<double> &upper = *envelope.upper.samples;
@@ -106,7 +111,14 @@ void VornGraph::createReducedEnvelopeSeries(int index)
         size_t last = i;
         while (last < n && !std::isnan(upper[last]) && !std::isnan(lower[last]))
             ++last;
-        runs.append({runOf(envelope.upper, i, last), runOf(lowerOnUpperBase, i, last)});
+        EnvelopeRun run;
+        run.curves.upper = runOf(envelope.upper, i, last);
+        run.curves.lower = runOf(lowerOnUpperBase, i, last);
+        // Beyond an eighth of the samples, corners save less than they cost to keep.
+        const size_t maxCorners = (last - i) / 8;
+        run.upperCorners = cornersOf(run.curves.upper, maxCorners);
+        run.lowerCorners = cornersOf(run.curves.lower, maxCorners);
+        runs.append(run);
         i = last;
     }
     QPen upperPen, lowerPen;
@@ -152,18 +164,31 @@ void VornGraph::updateEnvelopeSeriesForViewport()
     // A limit line needs no more than its extremes per pixel column; the band's fill costs
     // in proportion to its vertices.
     const int columns = std::max(100, int(m_chart->plotArea().width()));
-    const auto reduced = [&](const WaveformData &curve) {
+    const auto reduced = [&](const WaveformData &curve, const QVector<QPointF> &corners) {
         const VisibleRange range = calculateVisibleIndices(curve, xMin, xMax);
-        return range.empty ? viewportPoints(curve, xMin, xMax)
-                           : QList<QPointF>(downsampleVisibleRange(curve, range.startIndex, range.endIndex, columns));
+        if (range.empty)
+            return viewportPoints(curve, xMin, xMax);
+        // Where the samples would be reduced, a curve of few corners is drawn through the ones
+        // in view and one on either side: exact, and fewer points than the reduction's.
+        if (range.endIndex - range.startIndex >= std::uint64_t(columns) && !corners.isEmpty()) {
+            const auto before = [](const QPointF &p, double x) { return p.x() < x; };
+            auto first = std::lower_bound(corners.cbegin(), corners.cend(), xMin, before);
+            auto last = std::lower_bound(first, corners.cend(), xMax, before);
+            first -= first != corners.cbegin();
+            last += last != corners.cend();
+            if (last - first <= columns)
+                return QList<QPointF>(first, last);
+        }
+        return QList<QPointF>(downsampleVisibleRange(curve, range.startIndex, range.endIndex, columns));
     };
     for (int index = 0; index < m_envelopeRuns.size(); ++index) {
-        const QVector<EnvelopeData> &runs = m_envelopeRuns.at(index);
+        const QVector<EnvelopeRun> &runs = m_envelopeRuns.at(index);
         if (index >= m_envelopeUpperSeries.size() || m_envelopeUpperSeries.at(index).size() != runs.size())
             continue;
         for (int k = 0; k < runs.size(); ++k) {
-            m_envelopeUpperSeries.at(index).at(k)->replace(reduced(runs.at(k).upper));
-            m_envelopeLowerSeries.at(index).at(k)->replace(reduced(runs.at(k).lower));
+            const EnvelopeRun &run = runs.at(k);
+            m_envelopeUpperSeries.at(index).at(k)->replace(reduced(run.curves.upper, run.upperCorners));
+            m_envelopeLowerSeries.at(index).at(k)->replace(reduced(run.curves.lower, run.lowerCorners));
         }
     }
 }

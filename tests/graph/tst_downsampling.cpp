@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 namespace naive {
 
@@ -130,6 +131,65 @@ private slots:
             const QVector<QPointF> want = naive::downsample(v, 1e-6, 0.0, a, b, 5000);
             QVERIFY(identical(downsampleVisibleRange(v, SampleTimeBase{1e-6, 0.0}, a, b, 5000, &pyramid), want));
         }
+    }
+
+    // Every sample within the tolerance of the line through the corners, which are samples'
+    // times and as few as the shape needs; a curve of no straight pieces gives up.
+    void cornersFollowEverySample_data()
+    {
+        QTest::addColumn<std::vector<double>>("v");
+        QTest::addColumn<int>("corners"); // 0: given up
+        const auto make = [](int n, const std::function<double(int)> &f) {
+            std::vector<double> v(size_t(n), 0.0);
+            for (int i = 0; i < n; ++i)
+                v[size_t(i)] = f(i);
+            return v;
+        };
+        // Interpolated as an envelope's knots are, so the ramps carry rounding noise.
+        QTest::newRow("flat") << make(1000, [](int) { return 3.3; }) << 2;
+        QTest::newRow("one sample") << std::vector<double>{-1.0} << 1;
+        QTest::newRow("ramp, up, flat, down") << make(30000, [](int i) {
+            return i < 10000 ? 0.1 + 3.2 * i / 9999.0 : i < 20000 ? 3.3 : 3.3 - 3.3 * (i - 19999) / 10000.0;
+        }) << 4;
+        QTest::newRow("a spike of one sample") << make(5000, [](int i) { return i == 2500 ? 5.0 : 0.0; }) << 5;
+        // Bends far less than the tolerance from one sample to the next, but by thousands of
+        // tolerances over the run: corners must follow.
+        QTest::newRow("slow parabola") << make(1000000, [](int i) { return 1.0 + 1e-17 * i * double(i); }) << -1;
+        QTest::newRow("sine, capped") << make(20000, [](int i) { return std::sin(i / 50.0); }) << 0;
+        QTest::newRow("infinite") << make(100, [](int i) { return i == 7 ? HUGE_VAL : 1.0; }) << 0;
+    }
+
+    void cornersFollowEverySample()
+    {
+        QFETCH(std::vector<double>, v);
+        QFETCH(int, corners);
+        const SampleTimeBase time{2e-6, -0.01};
+        const QVector<QPointF> got = polylineCorners(v, time, v.size() / 8 + 2);
+        if (corners == 0) {
+            QVERIFY(got.isEmpty());
+            return;
+        }
+        if (corners > 0)
+            QCOMPARE(got.size(), corners);
+        QVERIFY(got.size() >= 1 && got.front().x() == time.timeOf(0) && got.back().x() == time.timeOf(v.size() - 1));
+        double largest = 0.0;
+        for (const double x : v)
+            largest = std::max(largest, std::abs(x));
+        // Corners in sample indices, and the line between them at every sample.
+        std::vector<double> at, value;
+        for (const QPointF &p : got) {
+            at.push_back(std::round((p.x() - time.start) / time.interval));
+            value.push_back(p.y());
+        }
+        std::size_t c = 0;
+        for (std::size_t i = 0; i + 1 < v.size(); ++i) {
+            while (at[c + 1] < double(i))
+                ++c;
+            const double line = value[c] + (value[c + 1] - value[c]) * (double(i) - at[c]) / (at[c + 1] - at[c]);
+            QVERIFY2(std::abs(line - v[i]) <= largest * 1.001e-12,
+                     qPrintable(QStringLiteral("sample %1: %2, not %3").arg(i).arg(line, 0, 'g', 17).arg(v[i], 0, 'g', 17)));
+        }
+        QVERIFY(std::abs(value.back() - v.back()) <= largest * 1.001e-12);
     }
 };
 

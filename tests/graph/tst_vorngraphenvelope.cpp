@@ -125,6 +125,17 @@ private slots:
         // Only the visible part, and a sample on either side so that the lines reach the border.
         QVERIFY(upper->at(0).x() >= g->m_axisX->min() - 1e-5 && upper->at(upper->count() - 1).x() <= g->m_axisX->max() + 1e-5);
         QVERIFY(!upper->pointsVisible());
+
+        // Straight pieces, as knots make them, are drawn through their corners alone.
+        for (size_t i = 0; i < up.size(); ++i)
+            up[i] = i < 10000 ? 0.2 + 0.6 * double(i) / 9999.0 : 0.8;
+        dense = makeEnvelope(up, down);
+        dense.upper.sampleInterval = dense.lower.sampleInterval = 5e-6;
+        g->setEnvelope(1, dense);
+        g->zoomTime(4, 0.05);
+        upper = g->m_envelopeUpperSeries.at(1).at(0);
+        QCOMPARE(upper->count(), 3);
+        QCOMPARE(upper->at(1), QPointF(dense.upper.startTime + 9999 * 5e-6, 0.8));
     }
 
     // The band is painted from the series' points: a knot edit narrows it, an undo (the old
