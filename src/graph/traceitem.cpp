@@ -254,8 +254,9 @@ void TraceItem::paintBand(QPainter *painter, const Envelope &envelope, const Map
     for (int k = 0; k < columns; ++k) {
         const double upper = m_upperValues[size_t(k)], lower = m_lowerValues[size_t(k)];
         if (std::isfinite(upper) && std::isfinite(lower)) {
-            m_tops[size_t(k)] = int(std::ceil(std::max(std::min(upper, lower), m_plot.top()) - 0.5));
-            m_bottoms[size_t(k)] = int(std::floor(std::min(std::max(upper, lower), m_plot.bottom()) - 0.5));
+            // Clamped to a pixel past the plot, where the rows stay well inside int's range.
+            m_tops[size_t(k)] = ceilToInt(std::clamp(std::min(upper, lower), m_plot.top(), m_plot.bottom() + 1.0) - 0.5);
+            m_bottoms[size_t(k)] = floorToInt(std::clamp(std::max(upper, lower), m_plot.top() - 1.0, m_plot.bottom()) - 0.5);
         }
     }
     m_rects.clear();
@@ -282,9 +283,15 @@ void TraceItem::addRowRuns(int firstColumn) const
         addRows(QRect(firstColumn + start, top, column - start, bottom - top + 1));
     };
     const int columns = int(m_tops.size());
+    int previousTop = 0, previousBottom = -1; // nothing before the first column
     for (int k = 0; k <= columns; ++k) {
         const int top = k < columns ? m_tops[size_t(k)] : 0;
         const int bottom = k < columns ? m_bottoms[size_t(k)] : -1;
+        // A column like the one before leaves the blocks as they are.
+        if (top == previousTop && bottom == previousBottom)
+            continue;
+        previousTop = top;
+        previousBottom = bottom;
         while (!blocks.empty() && (bottom < top || blocks.front().top < top)) {
             Block &b = blocks.front();
             const int cut = bottom < top ? b.bottom : std::min(b.bottom, top - 1);
@@ -327,24 +334,35 @@ void TraceItem::addRows(const QRect &rect) const
 }
 
 // The polyline's height at the centre of each column from firstColumn on; NaN where it has none.
+// Segment by segment, each filling the columns whose centres it spans.
 void TraceItem::columnValues(const QList<QPointF> &points, const Mapping &m, int firstColumn,
                              std::vector<double> &values) const
 {
     const int columns = int(std::ceil(m_plot.right())) - firstColumn;
     values.assign(size_t(std::max(columns, 0)), std::numeric_limits<double>::quiet_NaN());
-    m_mapped.clear();
-    m_mapped.reserve(points.size());
-    for (const QPointF &p : points)
-        m_mapped.append(m.map(p));
-    qsizetype i = 0;
-    for (int k = 0; k < columns && m_mapped.size() > 1; ++k) {
-        const double centre = firstColumn + k + 0.5;
-        while (i + 2 < m_mapped.size() && m_mapped[i + 1].x() < centre)
-            ++i;
-        const QPointF &a = m_mapped[i], &b = m_mapped[i + 1];
-        if (!(a.x() <= centre && centre <= b.x()))
-            continue;
-        values[size_t(k)] = b.x() == a.x() ? b.y() : a.y() + (b.y() - a.y()) * (centre - a.x()) / (b.x() - a.x());
+    if (points.size() < 2 || columns <= 0)
+        return;
+    // Column k's centre lies at firstColumn + k + 0.5. A centre on a point shared by two
+    // segments takes the first.
+    const double origin = firstColumn + 0.5;
+    int unset = 0; // the first column no segment has reached
+    QPointF a = m.map(points.front());
+    for (qsizetype i = 1; i < points.size(); ++i) {
+        const QPointF b = m.map(points[i]);
+        if (a.x() <= b.x()) {
+            const int from = std::max(ceilToInt(std::clamp(a.x() - origin, -1.0, double(columns))), unset);
+            const int to = std::min(floorToInt(std::clamp(b.x() - origin, -1.0, double(columns))), columns - 1);
+            if (b.x() == a.x()) {
+                if (from <= to)
+                    values[size_t(from)] = b.y();
+            } else {
+                const double slope = (b.y() - a.y()) / (b.x() - a.x());
+                for (int k = from; k <= to; ++k)
+                    values[size_t(k)] = a.y() + slope * (origin + k - a.x());
+            }
+            unset = std::max(unset, to + 1);
+        }
+        a = b;
     }
 }
 
@@ -374,27 +392,29 @@ void TraceItem::paintLimit(QPainter *painter, const QLineSeries *series, const M
 }
 
 // The gathered columns of a limit, each as tall as its extent plus the pen's width, and the steps
-// between them cut into the columns they cross; equal neighbours merge into one rectangle.
+// between them cut into the columns they cross, filled as runs along the rows: a slanted limit
+// takes a rectangle a row, not one a column. An x-monotone polyline covers one stretch of each
+// column, so a column's pieces join into one.
 void TraceItem::paintWideColumns(QPainter *painter, const QList<QPointF> &points, const Mapping &m, const QColor &colour,
                                  double width) const
 {
-    m_rects.clear();
     const int firstColumn = floorToInt(m_plot.left()) - 1, lastColumn = ceilToInt(m_plot.right());
-    QRect run; // widened while its neighbours match, then cut into slices
+    const double highest = m_plot.top() - 1.0, lowest = m_plot.bottom() + 1.0, half = width / 2;
+    // No rows yet: any piece's rows join by minimum and maximum alone.
+    constexpr int NO_TOP = std::numeric_limits<int>::max(), NO_BOTTOM = std::numeric_limits<int>::min();
+    m_tops.assign(size_t(std::max(lastColumn - firstColumn + 1, 0)), NO_TOP);
+    m_bottoms.assign(m_tops.size(), NO_BOTTOM);
+    const auto join = [&](int column, double y1, double y2) {
+        const int top = ceilToInt(std::max(std::min(y1, y2) - half, highest) - 0.5);
+        const int bottom = floorToInt(std::min(std::max(y1, y2) + half, lowest) - 0.5);
+        const bool rows = bottom >= top;
+        int &t = m_tops[size_t(column - firstColumn)], &b = m_bottoms[size_t(column - firstColumn)];
+        t = std::min(t, rows ? top : NO_TOP);
+        b = std::max(b, rows ? bottom : NO_BOTTOM);
+    };
     const auto addColumn = [&](int column, double y1, double y2) {
-        if (column < firstColumn || column > lastColumn)
-            return;
-        const int top = ceilToInt(std::max(std::min(y1, y2) - width / 2, m_plot.top() - 1.0) - 0.5);
-        const int bottom = floorToInt(std::min(std::max(y1, y2) + width / 2, m_plot.bottom() + 1.0) - 0.5);
-        if (bottom < top)
-            return;
-        if (run.isValid() && column == run.right() + 1 && top == run.top() && bottom == run.bottom()) {
-            run.setRight(column);
-            return;
-        }
-        if (run.isValid())
-            addRows(run);
-        run = QRect(column, top, 1, bottom - top + 1);
+        if (column >= firstColumn && column <= lastColumn)
+            join(column, y1, y2);
     };
     const auto addSegment = [&](QPointF a, QPointF b) {
         if (a.x() > b.x())
@@ -403,12 +423,12 @@ void TraceItem::paintWideColumns(QPainter *painter, const QList<QPointF> &points
         const int to = std::min(floorToInt(b.x()), lastColumn);
         for (int column = std::max(floorToInt(a.x()), firstColumn); column <= to; ++column) {
             const double left = std::max(a.x(), double(column)), right = std::min(b.x(), column + 1.0);
-            addColumn(column, a.y() + (left - a.x()) * slope, a.y() + (right - a.x()) * slope);
+            join(column, a.y() + (left - a.x()) * slope, a.y() + (right - a.x()) * slope);
         }
     };
     forEachColumn(points, m, addColumn, addSegment);
-    if (run.isValid())
-        addRows(run);
+    m_rects.clear();
+    addRowRuns(firstColumn);
     painter->setPen(Qt::NoPen);
     painter->setBrush(colour);
     painter->drawRects(m_rects.constData(), int(m_rects.size()));

@@ -84,7 +84,6 @@ private:
     // Reused from paint to paint.
     mutable QVector<QLineF> m_lines;
     mutable QVector<QRect> m_rects;
-    mutable QVector<QPointF> m_mapped;
     mutable std::vector<double> m_upperValues, m_lowerValues;
     mutable std::vector<int> m_tops, m_bottoms;
 };
