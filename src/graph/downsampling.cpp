@@ -143,12 +143,14 @@ QVector<QPointF> polylineCorners(const std::vector<double> &samples, SampleTimeB
         corners.append(QPointF(time.timeOf(end), start));
     };
     for (std::uint64_t j = 1; j < samples.size(); ++j) {
-        const double reciprocal = 1.0 / static_cast<double>(j - origin);
-        const double below = (samples[j] - tolerance - start) * reciprocal;
-        const double above = (samples[j] + tolerance - start) * reciprocal;
-        if (std::max(low, below) <= std::min(high, above)) {
-            low = std::max(low, below);
-            high = std::min(high, above);
+        // Compared as rises over the run, so that only a sleeve that narrows costs a division.
+        const double run = static_cast<double>(j - origin);
+        const double below = samples[j] - tolerance - start, above = samples[j] + tolerance - start;
+        if (below <= high * run && above >= low * run) {
+            if (below > low * run)
+                low = below / run;
+            if (above < high * run)
+                high = above / run;
             continue;
         }
         endPiece(j - 1);
