@@ -114,8 +114,9 @@ void VornGraph::createReducedEnvelopeSeries(int index)
         EnvelopeRun run;
         run.curves.upper = runOf(envelope.upper, i, last);
         run.curves.lower = runOf(lowerOnUpperBase, i, last);
-        // Beyond an eighth of the samples, corners save less than they cost to keep.
-        const size_t maxCorners = (last - i) / 8;
+        // A curve with more corners than this gains little from them, and a long one would hold
+        // a large list for nothing (a quarter of a byte a sample at most).
+        const size_t maxCorners = (last - i) / 64;
         run.upperCorners = cornersOf(run.curves.upper, maxCorners);
         run.lowerCorners = cornersOf(run.curves.lower, maxCorners);
         runs.append(run);
