@@ -120,15 +120,11 @@ QVector<QPointF> downsampleVisibleRange(const std::vector<double> &samples, Samp
 QVector<QPointF> polylineCorners(const std::vector<double> &samples, SampleTimeBase time, std::size_t maxCorners)
 {
     QVector<QPointF> corners;
-    double largest = 0.0;
-    for (const double v : samples) {
-        if (!std::isfinite(v))
-            return corners;
-        largest = std::max(largest, std::abs(v));
-    }
-    if (samples.empty() || maxCorners < 2)
+    const auto finite = [](double v) { return std::isfinite(v); };
+    if (samples.empty() || maxCorners < 2 || !std::all_of(samples.begin(), samples.end(), finite))
         return corners;
-    const double tolerance = largest * 1e-12;
+    // Each sample's own tolerance, so that a far larger value elsewhere never flattens the rest.
+    constexpr double TOLERANCE = 1e-12;
     // A sleeve: the slopes from the last corner that pass within the tolerance of every sample
     // since. A sample that empties it ends the piece at the sample before, on a slope still
     // inside, so no sample strays from the line by more than the tolerance.
@@ -145,6 +141,7 @@ QVector<QPointF> polylineCorners(const std::vector<double> &samples, SampleTimeB
     for (std::uint64_t j = 1; j < samples.size(); ++j) {
         // Compared as rises over the run, so that only a sleeve that narrows costs a division.
         const double run = static_cast<double>(j - origin);
+        const double tolerance = std::abs(samples[j]) * TOLERANCE;
         const double below = samples[j] - tolerance - start, above = samples[j] + tolerance - start;
         if (below <= high * run && above >= low * run) {
             if (below > low * run)

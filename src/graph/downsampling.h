@@ -57,8 +57,8 @@ VORNGRAPH_EXPORT BucketExtremes scanBucketExtremes(const double *samples, std::u
                                                    std::uint64_t last);
 
 // The polyline through the samples with every sample that lies on the line between its
-// neighbouring corners left out: each sample stays within a 10^-12 of the largest magnitude of
-// the line drawn through the corners, far below a pixel at any zoom. Curves made of straight
+// neighbouring corners left out: each sample stays within a 10^-12 of its own magnitude of the
+// line drawn through the corners, far below a pixel at any zoom. Curves made of straight
 // pieces, as envelopes are, keep a few corners however many samples they have. Empty when the
 // samples hold a value that is not finite, or need more than maxCorners corners.
 VORNGRAPH_EXPORT QVector<QPointF> polylineCorners(const std::vector<double> &samples, SampleTimeBase time,
