@@ -1,5 +1,6 @@
 #include "alignmentinternal.h"
 #include "hugepages.h"
+#include "sampleblocks.h"
 #include "vornmask.h"
 
 #include <algorithm>
@@ -132,41 +133,39 @@ private:
     size_t m_last = 0;
 };
 
-// The extremes of blocks of samples: the largest value and the smallest one negated, so that the
-// slack of a block against an upper-style limit reads the same for both. NaN samples are left out.
-struct Blocks
-{
-    uint64_t size;
-    ScratchVector<double> high;
-    ScratchVector<double> negLow;
-};
+} // namespace
 
-Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
+SampleBlocks blockExtremes(const std::vector<double> &s, uint64_t size)
 {
-    Blocks b{size, {}, {}};
+    SampleBlocks b;
+    b.size = size;
     const uint64_t count = (s.size() + size - 1) / size;
     b.high.resize(count);
     b.negLow.resize(count);
+    b.nan.resize(count);
     const auto fill = [&](uint64_t from, uint64_t to) {
         for (uint64_t c = from; c < to; ++c) {
             double hi = -INFINITY, lo = INFINITY;
+            bool nan = false;
             const uint64_t end = std::min<uint64_t>(s.size(), (c + 1) * size);
             uint64_t i = c * size;
 #ifdef __SSE2__
             // Two lanes at a time: maxpd(x, h) is x > h ? x : h, the scalar rule below, NaN included.
             // Two pairs of accumulators, so that the loop waits on memory rather than on maxpd.
-            __m128d h = _mm_set1_pd(-INFINITY), l = _mm_set1_pd(INFINITY), h2 = h, l2 = l;
+            __m128d h = _mm_set1_pd(-INFINITY), l = _mm_set1_pd(INFINITY), h2 = h, l2 = l, n = _mm_setzero_pd();
             for (; i + 4 <= end; i += 4) {
                 const __m128d x = _mm_loadu_pd(&s[i]), y = _mm_loadu_pd(&s[i + 2]);
                 h = _mm_max_pd(x, h);
                 l = _mm_min_pd(x, l);
                 h2 = _mm_max_pd(y, h2);
                 l2 = _mm_min_pd(y, l2);
+                n = _mm_or_pd(n, _mm_cmpunord_pd(x, y));
             }
             for (; i + 2 <= end; i += 2) {
                 const __m128d x = _mm_loadu_pd(&s[i]);
                 h = _mm_max_pd(x, h);
                 l = _mm_min_pd(x, l);
+                n = _mm_or_pd(n, _mm_cmpunord_pd(x, x));
             }
             h = _mm_max_pd(h2, h);
             l = _mm_min_pd(l2, l);
@@ -175,14 +174,17 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
             hi = std::max(lanes[0], lanes[1]);
             _mm_storeu_pd(lanes, l);
             lo = std::min(lanes[0], lanes[1]);
+            nan = _mm_movemask_pd(n) != 0;
 #endif
             for (; i < end; ++i) {
                 // NaN compares false, so it never becomes an extreme.
                 hi = s[i] > hi ? s[i] : hi;
                 lo = s[i] < lo ? s[i] : lo;
+                nan = nan || std::isnan(s[i]);
             }
             b.high[c] = hi;
             b.negLow[c] = -lo;
+            b.nan[c] = nan;
         }
     };
     if (s.size() < SPLIT_ABOVE) {
@@ -192,6 +194,8 @@ Blocks blockExtremes(const std::vector<double> &s, uint64_t size)
     }
     return b;
 }
+
+namespace {
 
 struct Fit
 {
@@ -208,7 +212,7 @@ struct Search
     const Limit &upper;
     const Limit &lower;
     bool shortcuts; // false: every shift worked out in full, in order, on one thread
-    Blocks blocks;
+    SampleBlocks blocks;
     long reach; // envelope blocks precomputed on each side beyond the capture's
     // Per envelope block j (index j + reach): limit extremes over positions [jB, (j + 1)B].
     ScratchVector<double> upLow, upHigh, loLow, loHigh;
@@ -715,9 +719,12 @@ EnvelopeData clippedEnvelope(const EnvelopeData &envelope, double first, double 
 }
 
 double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
-                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts);
+                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts,
+                 SampleBlocks *blocks);
 
-double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts);
+// blocks, when given, receives the sample blocks the search read, for the check at the shift.
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts,
+                   SampleBlocks *blocks = nullptr);
 
 } // namespace
 
@@ -740,7 +747,8 @@ double searchShiftTryingEveryShift(const WaveformData &waveform, const EnvelopeD
 
 namespace {
 
-double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts)
+double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, double maxShift, bool shortcuts,
+                   SampleBlocks *blocks)
 {
     const std::vector<double> &samples = *waveform.samples;
     const double dt = waveform.sampleInterval;
@@ -764,11 +772,12 @@ double searchShift(const WaveformData &waveform, const EnvelopeData &envelope, d
     // Only the curves searched get their range tables: on a long envelope building them is most of the set-up.
     const EnvelopeData &searched = clipped ? common : envelope;
     const Limit upper(searched.upper, false), lower(searched.lower, true);
-    return bestShift(samples, waveform.startTime, dt, upper, lower, reachSamples, lowest, highest, shortcuts);
+    return bestShift(samples, waveform.startTime, dt, upper, lower, reachSamples, lowest, highest, shortcuts, blocks);
 }
 
 double bestShift(const std::vector<double> &samples, double startTime, double dt, const Limit &upper,
-                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts)
+                 const Limit &lower, long reachSamples, long lowest, long highest, bool shortcuts,
+                 SampleBlocks *blocks)
 {
     const uint64_t size = std::max<uint64_t>(1, uint64_t(reachSamples) / COARSE_STEPS);
     Search search{samples, startTime, dt, upper, lower, shortcuts, blockExtremes(samples, size), 0, {}, {}, {}, {}};
@@ -825,6 +834,8 @@ double bestShift(const std::vector<double> &samples, double startTime, double dt
             best = shift;
         }
     }
+    if (blocks)
+        *blocks = std::move(search.blocks);
     return best * dt;
 }
 
@@ -894,6 +905,7 @@ EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeDat
                                  const AlignmentOptions &options, ViolationMask *violations)
 {
     double shift = 0.0;
+    SampleBlocks blocks;
     if (options.trigger) {
         EnvelopeCheckResult failed;
         shift = triggerShift(waveform, envelope, options, failed.failure);
@@ -903,9 +915,9 @@ EnvelopeCheckResult checkAligned(const WaveformData &waveform, const EnvelopeDat
             return failed;
         }
     } else if (options.maxShift > 0.0) {
-        shift = searchShift(waveform, envelope, options.maxShift);
+        shift = searchShift(waveform, envelope, options.maxShift, true, &blocks);
     }
-    return checkShifted(waveform, envelope, shift, violations);
+    return checkShifted(waveform, envelope, shift, violations, &blocks);
 }
 
 std::vector<ViolationRun> violationRuns(const WaveformData &waveform, const EnvelopeData &envelope,

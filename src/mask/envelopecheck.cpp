@@ -1,3 +1,4 @@
+#include "sampleblocks.h"
 #include "vornmask.h"
 
 #include <QCoreApplication>
@@ -398,36 +399,128 @@ void judge(const double *s, uint64_t first, uint64_t last, const TimeBase &time,
     }
 }
 
-// Walks the limit lines of both curves together over samples [from, to).
-Partial judgeRange(const double *s, const TimeBase &time, const std::vector<Line> &upper,
-                   const std::vector<Line> &lower, uint64_t from, uint64_t to, ViolationMask *mask)
+// The limit lines of both curves met in turn: each stretch is one over which neither changes.
+struct LineWalk
 {
-    Partial p;
-    size_t a = 0, b = 0;
-    uint64_t pos = from;
-    while (pos < to) {
+    const std::vector<Line> &upper;
+    const std::vector<Line> &lower;
+    size_t a = 0;
+    size_t b = 0;
+
+    // The stretch from pos on, ended by to at the latest: its lines (null where a curve sets
+    // none) and its end. Positions only grow from call to call.
+    uint64_t next(uint64_t pos, uint64_t to, const Line *&up, const Line *&lo)
+    {
+        seek(pos);
+        up = a < upper.size() && upper[a].first <= pos ? &upper[a] : nullptr;
+        lo = b < lower.size() && lower[b].first <= pos ? &lower[b] : nullptr;
+        uint64_t end = to;
+        if (a < upper.size())
+            end = std::min(end, up ? upper[a].last : upper[a].first);
+        if (b < lower.size())
+            end = std::min(end, lo ? lower[b].last : lower[b].first);
+        return end;
+    }
+    // Passes the lines that end at or before pos.
+    void seek(uint64_t pos)
+    {
         while (a < upper.size() && upper[a].last <= pos)
             ++a;
         while (b < lower.size() && lower[b].last <= pos)
             ++b;
-        const bool hasUp = a < upper.size() && upper[a].first <= pos;
-        const bool hasLo = b < lower.size() && lower[b].first <= pos;
-        uint64_t end = to;
-        if (a < upper.size())
-            end = std::min(end, hasUp ? upper[a].last : upper[a].first);
-        if (b < lower.size())
-            end = std::min(end, hasLo ? lower[b].last : lower[b].first);
-        const Line none{};
-        if (hasUp && hasLo)
-            judge<true, true>(s, pos, end, time, upper[a], lower[b], p, mask);
-        else if (hasUp)
-            judge<true, false>(s, pos, end, time, upper[a], none, p, mask);
-        else if (hasLo)
-            judge<false, true>(s, pos, end, time, none, lower[b], p, mask);
-        pos = end;
+    }
+};
+
+void judgeStretches(const double *s, const TimeBase &time, LineWalk &walk, uint64_t from, uint64_t to, Partial &p,
+                    ViolationMask *mask)
+{
+    const Line none{};
+    for (uint64_t pos = from, end; pos < to; pos = end) {
+        const Line *up, *lo;
+        end = walk.next(pos, to, up, lo);
+        if (up && lo)
+            judge<true, true>(s, pos, end, time, *up, *lo, p, mask);
+        else if (up)
+            judge<true, false>(s, pos, end, time, *up, none, p, mask);
+        else if (lo)
+            judge<false, true>(s, pos, end, time, none, *lo, p, mask);
+    }
+}
+
+// Whether samples [first, last), all within [lowest, highest] and none NaN, lie inside their
+// limits with room to spare and cannot lower the margin below best; if so, how many of them
+// have a limit. A limit is linear over each stretch, so it comes nearest at one of its ends;
+// each sample's limit is rounded on its own, which a 10^-9 of the largest term involved covers
+// many times over.
+bool insideWithRoom(double lowest, double highest, const TimeBase &time, LineWalk walk, uint64_t first,
+                    uint64_t last, double best, uint64_t &limited)
+{
+    double nearest = INFINITY, scale = std::max(std::fabs(lowest), std::fabs(highest)), height = 0.0;
+    bool both = false;
+    limited = 0;
+    const auto at = [&scale](const Line &line, double t) {
+        const double d = line.slope * (t - line.origin), value = line.value + d;
+        scale = std::max({scale, std::fabs(line.value), std::fabs(d), std::fabs(value)});
+        return value;
+    };
+    for (uint64_t pos = first, end; pos < last; pos = end) {
+        const Line *up, *lo;
+        end = walk.next(pos, last, up, lo);
+        const double ta = time.at(pos), tb = time.at(end - 1);
+        double ua = 0.0, ub = 0.0, la = 0.0, lb = 0.0;
+        if (up) {
+            ua = at(*up, ta);
+            ub = at(*up, tb);
+            nearest = std::min({nearest, ua - highest, ub - highest});
+        }
+        if (lo) {
+            la = at(*lo, ta);
+            lb = at(*lo, tb);
+            nearest = std::min({nearest, lowest - la, lowest - lb});
+        }
+        if (up && lo) {
+            both = true;
+            height = std::max({height, std::fabs(ua - la), std::fabs(ub - lb)});
+        }
+        if (up || lo)
+            limited += end - pos;
+    }
+    nearest -= 1e-9 * scale;
+    if (!(nearest > 0.0))
+        return false;
+    // As mayLowerMargin(): the band's height is largest at a stretch's end.
+    return !both || nearest / height > best + 1e-9 * std::fabs(best);
+}
+
+// Samples [from, to) against the limit lines of both curves. With blocks, whole blocks well
+// inside the band are passed on their extremes without reading their samples.
+Partial judgeRange(const double *s, const TimeBase &time, const std::vector<Line> &upper,
+                   const std::vector<Line> &lower, uint64_t from, uint64_t to, ViolationMask *mask,
+                   const SampleBlocks *blocks)
+{
+    Partial p;
+    LineWalk walk{upper, lower};
+    if (!blocks) {
+        judgeStretches(s, time, walk, from, to, p, mask);
+        return p;
+    }
+    for (uint64_t pos = from, end; pos < to; pos = end) {
+        const uint64_t k = pos / blocks->size, blockEnd = std::min(time.count, (k + 1) * blocks->size);
+        end = std::min(to, blockEnd);
+        uint64_t limited = 0;
+        walk.seek(pos);
+        if (pos == k * blocks->size && blockEnd <= to && !blocks->nan[k]
+            && insideWithRoom(-blocks->negLow[k], blocks->high[k], time, walk, pos, end, p.minMargin, limited)) {
+            p.checked += limited;
+            continue;
+        }
+        judgeStretches(s, time, walk, pos, end, p, mask);
     }
     return p;
 }
+
+EnvelopeCheckResult checkOver(const WaveformData &waveform, const EnvelopeData &envelope, ViolationMask *violations,
+                              const SampleBlocks *blocks);
 
 } // namespace
 
@@ -499,6 +592,14 @@ uint64_t ViolationMask::findPrevious(uint64_t before) const
 
 EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeData &envelope, ViolationMask *violations)
 {
+    return checkOver(waveform, envelope, violations, nullptr);
+}
+
+namespace {
+
+EnvelopeCheckResult checkOver(const WaveformData &waveform, const EnvelopeData &envelope, ViolationMask *violations,
+                              const SampleBlocks *blocks)
+{
     const std::vector<double> &samples = *waveform.samples;
     const TimeBase time{waveform.sampleInterval, waveform.startTime, samples.size()};
     if (violations)
@@ -513,13 +614,13 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
 
     Partial total;
     if (samples.size() < SPLIT_ABOVE) {
-        total = judgeRange(samples.data(), time, upper, lower, 0, samples.size(), violations);
+        total = judgeRange(samples.data(), time, upper, lower, 0, samples.size(), violations, blocks);
     } else {
         // Split on a summary word so that the two threads never write the same mask word.
         const uint64_t middle = samples.size() / 2 / 4096 * 4096;
         Partial second;
-        runBeside([&] { total = judgeRange(samples.data(), time, upper, lower, 0, middle, violations); },
-                  [&] { second = judgeRange(samples.data(), time, upper, lower, middle, samples.size(), violations); });
+        runBeside([&] { total = judgeRange(samples.data(), time, upper, lower, 0, middle, violations, blocks); },
+                  [&] { second = judgeRange(samples.data(), time, upper, lower, middle, samples.size(), violations, blocks); });
         total.merge(second);
     }
 
@@ -541,11 +642,22 @@ EnvelopeCheckResult checkEnvelope(const WaveformData &waveform, const EnvelopeDa
     return result;
 }
 
+} // namespace
+
 EnvelopeCheckResult checkShifted(const WaveformData &waveform, const EnvelopeData &envelope, double shift,
                                  ViolationMask *violations)
 {
+    return checkShifted(waveform, envelope, shift, violations, nullptr);
+}
+
+EnvelopeCheckResult checkShifted(const WaveformData &waveform, const EnvelopeData &envelope, double shift,
+                                 ViolationMask *violations, const SampleBlocks *blocks)
+{
     const WaveformData moved = shiftedWaveform(waveform, shift);
-    EnvelopeCheckResult result = checkEnvelope(moved, envelope, violations);
+    // Blocks too short to pass save less than their tests cost.
+    if (blocks && (blocks->size < 16 || !blocks->cover(waveform.samples->size())))
+        blocks = nullptr;
+    EnvelopeCheckResult result = checkOver(moved, envelope, violations, blocks);
     result.shift = shift;
     const uint64_t count = waveform.samples->size();
     if (shift == 0.0 || count == 0 || !(waveform.sampleInterval > 0.0))

@@ -261,6 +261,59 @@ private slots:
             QVERIFY2(std::fabs(fast - (kind == 0 ? shift : 1717 * DT)) <= 50 * DT, qPrintable(QString::number(fast * 1e6)));
     }
 
+    // The aligned check passes whole blocks well inside the band on the extremes the search
+    // read; its every figure and mark must be those of checking each sample at that shift.
+    void alignedCheckJudgesEverySampleAsThePlainOne_data()
+    {
+        QTest::addColumn<QString>("fault");
+        // Also flat captures under straight limits: one sample near a limit deep inside, and an
+        // upper limit alone that falls through the samples inside a block.
+        for (const char *fault : {"none", "glitch", "nan", "infinity", "low", "late edge", "near a limit", "falling limit"})
+            QTest::newRow(fault) << QString::fromLatin1(fault);
+    }
+    void alignedCheckJudgesEverySampleAsThePlainOne()
+    {
+        QFETCH(QString, fault);
+        const double shift = 212e-6;
+        WaveformData capture = pulse(70, 5e-3 + shift, (fault == "late edge" ? 12.04e-3 : 12e-3) + shift,
+                                     fault == "low" ? 3.0 : 3.3);
+        std::vector<double> &s = capture.samples.writable();
+        EnvelopeData envelope = m_envelope;
+        if (fault == "near a limit" || fault == "falling limit") {
+            envelope.upper.sampleInterval = envelope.lower.sampleInterval = 19999 * DT;
+            envelope.upper.startTime = envelope.lower.startTime = 0.0;
+            envelope.upper.samples.writable() = {1.0, fault == "near a limit" ? 1.0 : 0.5};
+            // Under the falling limit alone, so that no margin is worked out there.
+            const double lower = fault == "near a limit" ? -1.0 : std::nan("");
+            envelope.lower.samples.writable() = {lower, lower};
+            s.assign(s.size(), fault == "near a limit" ? 0.0 : 0.6);
+            s[12345] = fault == "near a limit" ? 0.9 : 0.6;
+        }
+        if (fault == "glitch")
+            s[9000] += 0.4;
+        if (fault == "nan")
+            std::fill(s.begin() + 15000, s.begin() + 15003, std::nan(""));
+        if (fault == "infinity")
+            s[16000] = INFINITY;
+        AlignmentOptions options;
+        options.maxShift = 1e-3;
+        ViolationMask marks, plainMarks;
+        const EnvelopeCheckResult r = checkAligned(capture, envelope, options, &marks);
+        const EnvelopeCheckResult plain = checkShifted(capture, envelope, r.shift, &plainMarks);
+        QCOMPARE(r.checked, plain.checked);
+        QCOMPARE(r.nanSamples, plain.nanSamples);
+        QCOMPARE(r.above, plain.above);
+        QCOMPARE(r.below, plain.below);
+        QCOMPARE(r.minMargin, plain.minMargin);
+        QCOMPARE(r.worst().excess, plain.worst().excess);
+        QCOMPARE(r.worst().time, plain.worst().time);
+        QCOMPARE(r.firstViolation, plain.firstViolation);
+        for (uint64_t i = 0; i < s.size(); ++i)
+            QVERIFY(marks.test(i) == plainMarks.test(i));
+        QCOMPARE(r.nanSamples, uint64_t(fault == "nan" ? 3 : 0));
+        QCOMPARE(r.violations() == 0, fault == "none" || fault == "nan" || fault == "near a limit");
+    }
+
     void batchTallyStatesTheFailRate()
     {
         BatchTally tally(QStringLiteral("A1"));
