@@ -305,7 +305,7 @@ private slots:
         QFETCH(bool, passes);
         VornGraph *g = shownGraph({sine(), makeWaveform(QStringLiteral("other"), {0, 1, 0})});
         QVERIFY(g);
-        EnvelopeData band{makeWaveform("sine [upper]", {1.2, 1.2}, 0.999), makeWaveform("sine [lower]", {-1.2, -1.2}, 0.999)};
+        EnvelopeData band{makeWaveform("sine [upper]", {1.2, 1.2}, 0.999), makeWaveform("sine [lower]", {-1.2, -1.2}, 0.999), {}};
         g->setEnvelope(0, band);
         g->zoomTime(2, 0.3);
         g->setCursorTimes(0.1, 0.2);

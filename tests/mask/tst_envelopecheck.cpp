@@ -59,7 +59,7 @@ private slots:
         QFETCH(double, upperStart);
         QFETCH(QVector<double>, lower);
         QFETCH(QVector<double>, expected);
-        EnvelopeData envelope{curve(upper, 2.0, upperStart), curve(lower, 4.0, 0.0)};
+        EnvelopeData envelope{curve(upper, 2.0, upperStart), curve(lower, 4.0, 0.0), {}};
         ViolationMask mask;
         const EnvelopeCheckResult r = checkEnvelope(curve(samples, 1.0, 0.0), envelope, &mask);
         // As text, so that NaN equals NaN.
@@ -82,7 +82,7 @@ private slots:
     // the envelope would.
     void reusedEnvelopeJudgesEachTimeBaseOnItsOwn()
     {
-        const auto band = [] { return EnvelopeData{curve({0, 4, 0}, 2.0, 0.0), curve({-10, -10, -10}, 4.0, 0.0)}; };
+        const auto band = [] { return EnvelopeData{curve({0, 4, 0}, 2.0, 0.0), curve({-10, -10, -10}, 4.0, 0.0), {}}; };
         const EnvelopeData shared = band();
         const auto text = [](const EnvelopeCheckResult &r) {
             return QStringLiteral("%1 %2 %3 %4").arg(r.checked).arg(r.above).arg(r.worstAbove.excess).arg(r.uncovered);
@@ -107,7 +107,7 @@ private slots:
         for (uint64_t i = 0; i < n; ++i)
             s[i] = std::sin(static_cast<double>(i) * 1e-4);
         const double end = (n - 1) * 1e-6;
-        EnvelopeData envelope{curve({1.5, 1.5}, end, 0.0), curve({-1.5, -1.5}, end, 0.0)};
+        EnvelopeData envelope{curve({1.5, 1.5}, end, 0.0), curve({-1.5, -1.5}, end, 0.0), {}};
         // Without violations the margin comes from chunks that are only bounded, not walked.
         double nearest = INFINITY;
         for (double v : s)
