@@ -450,8 +450,8 @@ void judgeStretches(const double *s, const TimeBase &time, LineWalk &walk, uint6
 // Whether samples [first, last), all within [lowest, highest] and none NaN, lie inside their
 // limits with room to spare and cannot lower the margin below best; if so, how many of them
 // have a limit. A limit is linear over each stretch, so it comes nearest at one of its ends;
-// each sample's limit is rounded on its own, which a 10^-9 of the largest term involved covers
-// many times over.
+// each sample's limit is rounded on its own, its time too (which a steep limit at a late time
+// magnifies), and a 10^-9 of the largest term involved covers that many times over.
 bool insideWithRoom(double lowest, double highest, const TimeBase &time, LineWalk walk, uint64_t first,
                     uint64_t last, double best, uint64_t &limited)
 {
@@ -460,7 +460,8 @@ bool insideWithRoom(double lowest, double highest, const TimeBase &time, LineWal
     limited = 0;
     const auto at = [&scale](const Line &line, double t) {
         const double d = line.slope * (t - line.origin), value = line.value + d;
-        scale = std::max({scale, std::fabs(line.value), std::fabs(d), std::fabs(value)});
+        const double timeTerm = std::fabs(line.slope) * (std::fabs(t) + std::fabs(line.origin));
+        scale = std::max({scale, std::fabs(line.value), std::fabs(d), std::fabs(value), timeTerm});
         return value;
     };
     for (uint64_t pos = first, end; pos < last; pos = end) {
